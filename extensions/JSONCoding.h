@@ -1,0 +1,109 @@
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <boost/system/result.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "extensions/JSONFields.h"
+#include "extensions/KRExport.h"
+
+/// A JSON object of any content. `#include <boost/json/object.hpp>` to build or to read one.
+using KRDictionary = boost::json::object;
+
+namespace koriva::json {
+
+namespace detail {
+
+/// Reads the first `size` bytes of JSON text into the value; nothing may follow it.
+KR_EXPORT boost::system::error_code decode(const Type& type, void* value, std::string_view json);
+/// The same for text in which a comma and anything may follow the value.
+KR_EXPORT boost::system::error_code decodeFirst(const Type& type, void* value,
+                                                std::string_view items);
+KR_EXPORT bool append(std::string& out, const Type& type, const void* value);
+/// The error of a document that is JSON, but not what was wanted.
+KR_EXPORT boost::system::error_code mismatch();
+
+using Reader = boost::system::error_code (*)(const Type&, void*, std::string_view);
+
+template <class T>
+boost::system::result<T> read(Reader reader, std::string_view json) {
+  if constexpr (Access::hasDocument<T>) {
+    using Document = typename decltype(Access::documentOf<T>())::type;
+    auto document = read<Document>(reader, json);
+    if (!document) return document.error();
+    std::optional<T> value = Access::fromDocument<T>(*document);
+    if (!value) return mismatch();
+    return std::move(*value);
+  } else {
+    boost::system::result<T> value(T{});
+    if (const auto error = reader(typeOf<T>, &*value, json)) value = error;
+    return value;
+  }
+}
+
+}  // namespace detail
+
+/// Reads a record, or any other type that a field may have, from JSON text.
+///
+/// Integers are exact: `1.0` and `1e2` are integers, `1.5`, `true` and what is out of range are
+/// not. The last of equal keys wins, unknown keys are skipped. Lone surrogate escapes become
+/// U+FFFD. Errors are those of boost::json::error, among them `not_object` when a document is JSON
+/// but not what the record needs, `too_deep` beyond 64 levels of nesting, and `extra_data`.
+template <class T>
+boost::system::result<T> decode(std::string_view json) {
+  return detail::read<T>(&detail::decode, json);
+}
+
+/// Reads the first of the values inside a JSON array, given without the brackets
+/// (`{"a":1},2`). What follows it must begin with a comma and is not read.
+template <class T>
+boost::system::result<T> decodeFirst(std::string_view items) {
+  return detail::read<T>(&detail::decodeFirst, items);
+}
+
+/// Appends a record, or any other type that a field may have, as compact JSON. Bytes that are not
+/// UTF-8 become U+FFFD. False, with nothing appended, when the value holds NaN or infinity, which
+/// JSON cannot say.
+template <class T>
+bool append(std::string& out, const T& value) {
+  return detail::append(out, detail::typeOf<T>, &value);
+}
+
+/// What to do with texts that are not UTF-8.
+enum class InvalidText { refuse, replace };
+
+/// Appends a dynamic value as compact JSON. False, with nothing appended, when it holds NaN or
+/// infinity, is nested deeper than 64 levels, or holds text that is refused.
+KR_EXPORT bool write(std::string& out, const boost::json::value& value,
+                     InvalidText invalidText = InvalidText::refuse);
+
+/// Reads any JSON value; nothing when the text is not JSON. Doubles are correctly rounded.
+KR_EXPORT std::optional<boost::json::value> parseValue(std::string_view json);
+
+/// Reads a JSON object; nothing when the text is not one.
+KR_EXPORT std::optional<boost::json::object> parseDictionary(std::string_view json);
+
+}  // namespace koriva::json
+
+/// Reads records from JSON; holds no state.
+struct KRJSONDecoder {
+  /// The record that the bytes describe; see koriva::json::decode.
+  template <class T>
+  boost::system::result<T> decode(std::string_view bytes) const {
+    return koriva::json::decode<T>(bytes);
+  }
+};
+
+/// Writes records as JSON; holds no state.
+struct KRJSONEncoder {
+  /// The record as compact JSON; empty when it holds NaN or infinity. See koriva::json::append.
+  template <class T>
+  std::string encode(const T& record) const {
+    std::string json;
+    koriva::json::append(json, record);
+    return json;
+  }
+};
