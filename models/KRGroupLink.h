@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "extensions/JSONFields.h"
+
+/// The acknowledgement of "create_link". All keys are required.
+struct KRGroupLinkResponse {
+  std::int64_t result = 0;  ///< the server's result code
+  std::string link;         ///< the invitation link
+
+  /// Whether the request succeeded.
+  bool codeCheck() const { return result == 0; }
+
+  bool operator==(const KRGroupLinkResponse&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&KRGroupLinkResponse::result>("result"),
+                           koriva::json::required<&KRGroupLinkResponse::link>("link"));
+};
+
+/// The acknowledgement of "list_link". All keys are required.
+struct KRListGroupLinkResponse {
+  std::int64_t result = 0;         ///< the server's result code
+  std::vector<std::string> links;  ///< the group's invitation links
+
+  /// Whether the request succeeded.
+  bool codeCheck() const { return result == 0; }
+
+  bool operator==(const KRListGroupLinkResponse&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&KRListGroupLinkResponse::result>("result"),
+                           koriva::json::required<&KRListGroupLinkResponse::links>("links"));
+};

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "extensions/JSONFields.h"
+
+/// What the server pushes as "login". All keys are required.
+struct KRLoginEvent {
+  std::int64_t result = 0;  ///< the server's result code
+  std::string uin;          ///< the user
+
+  bool operator==(const KRLoginEvent&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&KRLoginEvent::result>("result"),
+                           koriva::json::required<&KRLoginEvent::uin>("uin"));
+};

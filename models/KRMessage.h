@@ -1,0 +1,208 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "extensions/JSONFields.h"
+#include "extensions/KRExport.h"
+#include "extensions/RawValue.h"
+#include "models/KRAttachments.h"
+#include "models/KRCall.h"
+#include "models/KRGroupUpdate.h"
+#include "models/TaggedVariant.h"
+
+struct KRMessage;
+
+/// What a message carries, as the server numbers it; 11 is unused.
+enum class KRMessageType : std::int64_t {
+  text = 0,
+  call = 1,
+  images = 2,
+  audio = 3,
+  video = 4,
+  firstMessage = 5,
+  groupUpdate = 6,
+  leaveGroup = 7,
+  reply = 8,
+  forward = 9,
+  sticker = 10,
+  file = 12,
+  screenshot = 13,
+};
+
+template <>
+inline constexpr auto koriva::cases<KRMessageType> =
+    std::array{KRMessageType::text,        KRMessageType::call,       KRMessageType::images,
+               KRMessageType::audio,       KRMessageType::video,      KRMessageType::firstMessage,
+               KRMessageType::groupUpdate, KRMessageType::leaveGroup, KRMessageType::reply,
+               KRMessageType::forward,     KRMessageType::sticker,    KRMessageType::file,
+               KRMessageType::screenshot};
+
+/// The type's name, such as "group_update".
+KR_EXPORT std::string typeName(KRMessageType type);
+
+/// The contents of a message, read from its type, text and attachments.
+struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
+  /// Plain text.
+  struct Text {
+    std::string text;  ///< the text, unescaped
+    bool operator==(const Text&) const = default;
+  };
+  /// Pictures.
+  struct Images {
+    std::vector<KRImage> images;  ///< the pictures
+    bool operator==(const Images&) const = default;
+  };
+  /// A video.
+  struct Video {
+    KRVideo video;  ///< the video
+    bool operator==(const Video&) const = default;
+  };
+  /// A note about a call.
+  struct Call {
+    KRCall call;  ///< the call
+    bool operator==(const Call&) const = default;
+  };
+  /// An audio clip.
+  struct Audio {
+    KRAudio audio;  ///< the clip
+    bool operator==(const Audio&) const = default;
+  };
+  /// An answer to another message.
+  struct Reply {
+    std::string text;                ///< the answer, as received
+    koriva::Box<KRMessage> message;  ///< the message answered
+    bool operator==(const Reply&) const = default;
+  };
+  /// A change of the group.
+  struct GroupUpdate {
+    KRGroupUpdateType groupUpdate;  ///< what has changed
+    bool operator==(const GroupUpdate&) const = default;
+  };
+  /// A member has left the group.
+  struct LeaveGroup {
+    std::string uin;  ///< who left
+    bool operator==(const LeaveGroup&) const = default;
+  };
+  /// A message passed on.
+  struct Forward {
+    std::string text;                ///< the words that go with it, as received
+    koriva::Box<KRMessage> message;  ///< the message passed on
+    bool operator==(const Forward&) const = default;
+  };
+  /// A file.
+  struct File {
+    KRFile file;  ///< the file
+    bool operator==(const File&) const = default;
+  };
+  /// A sticker.
+  struct Sticker {
+    KRSticker sticker;  ///< the sticker
+    bool operator==(const Sticker&) const = default;
+  };
+  /// Contents that cannot be read, or a message that was not decoded.
+  struct Unknown {
+    bool operator==(const Unknown&) const = default;
+  };
+  /// The first message of a conversation.
+  struct FirstMessage {
+    bool operator==(const FirstMessage&) const = default;
+  };
+  /// Somebody has taken a screenshot.
+  struct Screenshot {
+    bool operator==(const Screenshot&) const = default;
+  };
+  /// The cases.
+  using Cases = std::variant<Text, Images, Video, Call, Audio, Reply, GroupUpdate, LeaveGroup,
+                             Forward, File, Sticker, Unknown, FirstMessage, Screenshot>;
+
+  Cases value = Unknown{};  ///< the case held
+
+  KRMessageKind() = default;
+
+  /// Holds one of the cases.
+  template <koriva::CaseOf<Cases> Case>
+  KRMessageKind(Case chosen) : value(std::move(chosen)) {}
+
+  bool operator==(const KRMessageKind&) const = default;
+
+ private:
+  friend struct koriva::json::Access;
+  static bool writeJson(const KRMessageKind& kind, std::string& out);
+};
+
+/// One chat message. Every key is read leniently.
+///
+/// To send one, fill in the fields that `KorivaSDK::sendMessage` names; a type other than text
+/// takes its contents from `attachments`, not from `kind`.
+struct KR_EXPORT KRMessage {
+  double send_uin = 0;                     ///< read, never written
+  double recv_uin = 0;                     ///< read, never written
+  std::string groupAvatar;                 ///< where the conversation's picture is
+  std::string senderName;                  ///< the sender's name
+  std::string senderAvatar;                ///< where the sender's picture is
+  std::string groupID;                     ///< the conversation
+  std::int64_t status = 1;                 ///< a `KRDefines::MessageStatus` value
+  std::vector<std::string> seenUins;       ///< who has seen it
+  std::vector<std::string> receivedUins;   ///< who has received it
+  std::string messageID;                   ///< the message's id
+  std::string createdAt;                   ///< microseconds since 1970, a decimal text
+  std::string senderUin;                   ///< who sent it
+  std::string message;                     ///< the text
+  std::vector<std::string> recipientUins;  ///< whom it is for
+  std::uint64_t updatedAt = 0;             ///< read, never written
+  std::vector<std::string> deletedUins;    ///< who has deleted it
+  std::string groupName;                   ///< the conversation's name
+  std::int64_t type = 0;                   ///< a `KRMessageType` value
+  std::string attachments;                 ///< a JSON document as text
+  std::int64_t version = 0;                ///< the version of the attachments' format
+  bool isEncrypted = false;                ///< whether the text is encrypted
+  KRMessageKind kind;                      ///< the contents, made when the message is decoded
+
+  KRMessage() = default;
+
+  /// A new text message, ready for `KorivaSDK::sendMessage`. The server hands `messageID` back as
+  /// the nonce by which it recognises a message sent twice.
+  KRMessage(std::string messageID, std::string groupID, std::string message, std::string senderName,
+            std::string senderAvatar, std::string senderUin, bool isEncrypted);
+
+  /// The type; `text` when the integer names none.
+  KRMessageType messageType() const;
+
+  /// The record as JSON text; empty when it cannot be written.
+  std::string toString() const;
+
+  bool operator==(const KRMessage&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::lenient<&KRMessage::groupAvatar>("group_avatar"),
+                           koriva::json::lenient<&KRMessage::senderName>("sender_name"),
+                           koriva::json::lenient<&KRMessage::senderAvatar>("sender_avatar"),
+                           koriva::json::lenient<&KRMessage::groupID>("group_id"),
+                           koriva::json::lenient<&KRMessage::status>("status"),
+                           koriva::json::lenient<&KRMessage::seenUins>("seen_uins"),
+                           koriva::json::lenient<&KRMessage::receivedUins>("received_uins"),
+                           koriva::json::lenient<&KRMessage::messageID>("message_id"),
+                           koriva::json::lenient<&KRMessage::createdAt>("created_at"),
+                           koriva::json::lenient<&KRMessage::senderUin>("sender_uin"),
+                           koriva::json::lenient<&KRMessage::message>("message"),
+                           koriva::json::lenient<&KRMessage::recipientUins>("recipient_uins"),
+                           koriva::json::lenient<&KRMessage::deletedUins>("deleted_uins"),
+                           koriva::json::lenient<&KRMessage::groupName>("group_name"),
+                           koriva::json::lenient<&KRMessage::type>("type"),
+                           koriva::json::lenient<&KRMessage::attachments>("attachments"),
+                           koriva::json::lenient<&KRMessage::version>("version"),
+                           koriva::json::lenient<&KRMessage::isEncrypted>("is_encrypted"),
+                           koriva::json::lenient<&KRMessage::send_uin>("send_uin").readOnly(),
+                           koriva::json::lenient<&KRMessage::recv_uin>("recv_uin").readOnly(),
+                           koriva::json::lenient<&KRMessage::updatedAt>("updated_at").readOnly());
+
+ private:
+  friend struct koriva::json::Access;
+  static void afterDecoding(KRMessage& message);
+};

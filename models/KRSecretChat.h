@@ -1,0 +1,82 @@
+#pragma once
+
+#include <string>
+
+#include "extensions/JSONFields.h"
+
+/// One party's public key bundle. The texts are the application's own and pass through untouched.
+/// All keys are required.
+struct KRSecretChat {
+  std::string uin;               ///< the user
+  std::string device_id;         ///< the device that the keys belong to
+  std::string identity_key;      ///< the long-term identity key
+  std::string base_key;          ///< the base (ephemeral) key
+  std::string one_time_pre_key;  ///< the one-time pre-key
+
+  bool operator==(const KRSecretChat&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&KRSecretChat::uin>("uin"),
+      koriva::json::required<&KRSecretChat::device_id>("device_id"),
+      koriva::json::required<&KRSecretChat::identity_key>("identity_key"),
+      koriva::json::required<&KRSecretChat::base_key>("base_key"),
+      koriva::json::required<&KRSecretChat::one_time_pre_key>("one_time_pre_key"));
+};
+
+/// A secret chat was started. All keys are required.
+struct KRStartSecretChat {
+  std::string group_id;          ///< the conversation
+  std::string uin;               ///< who starts it
+  std::string device_id;         ///< that user's device
+  std::string identity_key;      ///< that user's identity key
+  std::string base_key;          ///< that user's base key
+  std::string one_time_pre_key;  ///< that user's one-time pre-key
+
+  bool operator==(const KRStartSecretChat&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&KRStartSecretChat::group_id>("group_id"),
+      koriva::json::required<&KRStartSecretChat::uin>("uin"),
+      koriva::json::required<&KRStartSecretChat::device_id>("device_id"),
+      koriva::json::required<&KRStartSecretChat::identity_key>("identity_key"),
+      koriva::json::required<&KRStartSecretChat::base_key>("base_key"),
+      koriva::json::required<&KRStartSecretChat::one_time_pre_key>("one_time_pre_key"));
+};
+
+/// A secret chat was accepted. All keys are required.
+struct KRAcceptSecretChat {
+  std::string group_id;          ///< the conversation
+  std::string uin;               ///< who accepts
+  std::string device_id;         ///< that user's device
+  std::string identity_key;      ///< that user's identity key
+  std::string base_key;          ///< that user's base key
+  std::string one_time_pre_key;  ///< that user's one-time pre-key
+
+  bool operator==(const KRAcceptSecretChat&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&KRAcceptSecretChat::group_id>("group_id"),
+      koriva::json::required<&KRAcceptSecretChat::uin>("uin"),
+      koriva::json::required<&KRAcceptSecretChat::device_id>("device_id"),
+      koriva::json::required<&KRAcceptSecretChat::identity_key>("identity_key"),
+      koriva::json::required<&KRAcceptSecretChat::base_key>("base_key"),
+      koriva::json::required<&KRAcceptSecretChat::one_time_pre_key>("one_time_pre_key"));
+};
+
+/// A secret chat was deleted. All keys are required.
+struct KRDeleteSecretChat {
+  std::string group_id;      ///< the conversation
+  std::string group_name;    ///< its name
+  std::string group_avatar;  ///< where its picture is
+
+  bool operator==(const KRDeleteSecretChat&) const = default;
+
+  /// The JSON keys.
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&KRDeleteSecretChat::group_id>("group_id"),
+      koriva::json::required<&KRDeleteSecretChat::group_name>("group_name"),
+      koriva::json::required<&KRDeleteSecretChat::group_avatar>("group_avatar"));
+};
