@@ -1,0 +1,30 @@
+#pragma once
+
+#include <boost/asio/basic_waitable_timer.hpp>
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "socketio/Executors.h"
+
+namespace koriva::socketio {
+
+using Clock = std::chrono::steady_clock;
+using Timer = boost::asio::basic_waitable_timer<Clock, boost::asio::wait_traits<Clock>, Executor>;
+
+/// A one-shot timer that waits on the I/O executor and runs its task on the handle queue.
+/// Both functions may be called from any thread, and take effect in call order.
+class Alarm : public std::enable_shared_from_this<Alarm> {
+ public:
+  explicit Alarm(const Executors& executors) : executors_(executors), timer_(executors.io()) {}
+
+  /// Replaces what was set before. The task is destroyed once it has run or was replaced.
+  void set(Clock::time_point when, std::function<void()> task);
+  void cancel();
+
+ private:
+  const Executors& executors_;
+  Timer timer_;
+};
+
+}  // namespace koriva::socketio

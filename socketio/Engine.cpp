@@ -1,0 +1,205 @@
+#include "socketio/Engine.h"
+
+#include <boost/asio/dispatch.hpp>
+#include <utility>
+
+namespace koriva::socketio {
+
+namespace asio = boost::asio;
+
+Engine::Engine(const Executors& executors, std::shared_ptr<Transport> transport, std::string nsp,
+               const Limits& limits)
+    : executors_(executors),
+      transport_(std::move(transport)),
+      nsp_(std::move(nsp)),
+      limits_(limits),
+      connectTimer_(executors.io()),
+      heartbeatTimer_(executors.io()) {}
+
+void Engine::open(const Endpoint& endpoint, const ConnectParameters& parameters,
+                  std::weak_ptr<Listener> listener) {
+  listener_ = std::move(listener);
+  asio::dispatch(executors_.io(),
+                 [self = shared_from_this(), endpoint, target = requestTarget(parameters)] {
+                   self->state_ = State::opening;
+                   self->connectTimer_.expires_after(self->limits_.connect);
+                   self->connectTimer_.async_wait(
+                       [weak = self->weak_from_this()](boost::system::error_code error) {
+                         const auto engine = weak.lock();
+                         if (!error && engine && engine->state_ != State::joined) {
+                           engine->fail("the connection attempt timed out");
+                         }
+                       });
+                   self->transport_->open(endpoint, target, self);
+                 });
+}
+
+void Engine::send(std::string frame) {
+  asio::dispatch(executors_.io(), [self = shared_from_this(), frame = std::move(frame)]() mutable {
+    if (self->state_ == State::joined) self->transport_->send(std::move(frame));
+  });
+}
+
+void Engine::close() {
+  asio::dispatch(executors_.io(), [self = shared_from_this()] {
+    if (self->state_ == State::joined) self->transport_->send(encodeDisconnect(self->nsp_));
+    self->shut();
+  });
+}
+
+const char* Engine::refusal(std::size_t frameSize) const {
+  const auto limit = maxPayload_.load(std::memory_order_relaxed);
+  if (limit != 0 && frameSize > limit) return "the message is larger than the server accepts";
+  if (transport_->queuedBytes() + frameSize > limits_.outgoingBytes) {
+    return "too much is waiting to be sent";
+  }
+  return nullptr;
+}
+
+/// Calls the listener on the handle queue.
+template <class Call>
+void Engine::tell(Call call) {
+  executors_.dispatchHandler([weak = listener_, call = std::move(call)]() mutable {
+    if (const auto listener = weak.lock()) call(*listener);
+  });
+}
+
+void Engine::onText(std::string frame) {
+  if (frame.empty() || state_ == State::closed) return;
+  switch (frame.front()) {
+    case '0':
+      return onHandshake(std::string_view(frame).substr(1));
+    case '1':
+      return fail("the server closed the connection");
+    case '2':
+      lastHeartbeat_ = Clock::now();
+      frame.front() = '3';
+      return transport_->send(std::move(frame));
+    case '4':
+      return onPacket(std::move(frame));
+    default:
+      return;
+  }
+}
+
+void Engine::onHandshake(std::string_view json) {
+  if (state_ != State::opening) return;
+  const auto handshake = parseHandshake(json);
+  if (!handshake) return fail("the server's open packet is malformed");
+  maxPayload_ = handshake->maxPayload;
+  heartbeatLimit_ = std::chrono::milliseconds(handshake->pingInterval + handshake->pingTimeout);
+  lastHeartbeat_ = Clock::now();
+  transport_->setIdleLimit(heartbeatLimit_);
+  watchHeartbeat();
+  state_ = State::joining;
+  transport_->send(encodeConnect(nsp_));
+}
+
+void Engine::watchHeartbeat() {
+  heartbeatTimer_.expires_at(lastHeartbeat_ + heartbeatLimit_);
+  heartbeatTimer_.async_wait([weak = weak_from_this()](boost::system::error_code error) {
+    const auto self = weak.lock();
+    if (error || !self || self->state_ == State::closed) return;
+    if (Clock::now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
+      return self->fail("the server's heartbeat stopped");
+    }
+    self->watchHeartbeat();
+  });
+}
+
+void Engine::onPacket(std::string frame) {
+  partial_.reset();  // text instead of an awaited attachment: that packet is lost
+  const auto packet = parsePacket(std::string_view(frame).substr(1));
+  if (!packet || packet->nsp != nsp_) return;
+  switch (packet->type) {
+    case PacketType::connect:
+      if (state_ != State::joining) return;
+      state_ = State::joined;
+      connectTimer_.cancel();
+      return tell([](Listener& listener) { listener.onConnected(); });
+    case PacketType::disconnect:
+      return fail("the server ended the session");
+    case PacketType::connectError:
+      return fail("the server refused the connection: " + refusalText(packet->payload));
+    default:
+      if (state_ == State::joined) onMessage(*packet, std::move(frame));
+  }
+}
+
+void Engine::onMessage(const Packet& packet, std::string frame) {
+  const auto offset = static_cast<std::size_t>(packet.payload.data() - frame.data());
+  const auto length = packet.payload.size();
+
+  Partial message;
+  message.type = packet.type;
+  message.id = packet.id.value_or(0);
+  message.event = packet.event;
+  if (packet.type == PacketType::binaryEvent || packet.type == PacketType::binaryAck) {
+    const auto holdsBinary = firstItemHoldsBinary(packet.payload, packet.attachments);
+    if (!holdsBinary) return;
+    message.items = Items(std::move(frame), offset, length);
+    message.items.firstHoldsBinary = *holdsBinary;
+    message.missing = packet.attachments;
+    message.bytes = length;
+    if (message.missing != 0) {
+      partial_ = std::move(message);
+      return;
+    }
+  } else {
+    message.items = Items(std::move(frame), offset, length);
+  }
+  deliver(std::move(message));
+}
+
+void Engine::onBinary(std::string frame) {
+  if (!partial_ || state_ == State::closed) return;
+  partial_->bytes += frame.size();
+  if (partial_->bytes > maxIncomingBytes) return partial_.reset();
+  partial_->items.attachments.push_back(std::move(frame));
+  if (--partial_->missing != 0) return;
+  deliver(*std::exchange(partial_, std::nullopt));
+}
+
+void Engine::deliver(Partial message) {
+  auto call = [message = std::move(message)](Listener& listener) {
+    if (message.type == PacketType::ack || message.type == PacketType::binaryAck) {
+      listener.onAck(message.id, message.items);
+    } else {
+      listener.onEvent(message.event, message.items);
+    }
+  };
+  if (executors_.onHandleQueue()) return tell(std::move(call));
+
+  if (++undelivered_ > limits_.undelivered && !paused_) {
+    paused_ = true;
+    transport_->pauseReading(true);
+  }
+  executors_.postHandler([self = shared_from_this(), call = std::move(call)]() mutable {
+    if (--self->undelivered_ == 0) self->resumeReading();
+    if (const auto listener = self->listener_.lock()) call(*listener);
+  });
+}
+
+void Engine::resumeReading() {
+  asio::dispatch(executors_.io(), [self = shared_from_this()] {
+    if (std::exchange(self->paused_, false)) self->transport_->pauseReading(false);
+  });
+}
+
+void Engine::onClosed(std::string reason) { fail(std::move(reason)); }
+
+void Engine::shut() {
+  state_ = State::closed;
+  connectTimer_.cancel();
+  heartbeatTimer_.cancel();
+  partial_.reset();
+  transport_->close();
+}
+
+void Engine::fail(std::string reason) {
+  if (state_ == State::closed) return;
+  shut();
+  tell([reason = std::move(reason)](Listener& listener) { listener.onClosed(reason); });
+}
+
+}  // namespace koriva::socketio

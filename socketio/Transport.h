@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "socketio/Endpoint.h"
+
+namespace koriva::socketio {
+
+/// A message connection to a server. Everything but `queuedBytes` belongs to the I/O executor, and
+/// no function calls the listener before it returns.
+class Transport {
+ public:
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    virtual void onOpen() = 0;
+    virtual void onText(std::string frame) = 0;
+    virtual void onBinary(std::string frame) = 0;
+    /// The connection failed or ended, other than by `close`. Nothing follows.
+    virtual void onClosed(std::string reason) = 0;
+  };
+
+  virtual ~Transport() = default;
+
+  virtual void open(const Endpoint& endpoint, const std::string& target,
+                    std::weak_ptr<Listener> listener) = 0;
+  /// Sends a text message after those sent before.
+  virtual void send(std::string frame) = 0;
+  /// Closes in the background once everything sent has left, within a few seconds. The listener
+  /// hears nothing more.
+  virtual void close() = 0;
+  /// Ends a connection on which nothing at all arrives for this long.
+  virtual void setIdleLimit(std::chrono::milliseconds limit) = 0;
+  /// Stops taking messages from the network, or goes on.
+  virtual void pauseReading(bool pause) = 0;
+  /// What `send` took and the network did not yet. From any thread.
+  [[nodiscard]] virtual std::size_t queuedBytes() const = 0;
+};
+
+/// The largest message taken from a server, attachments included.
+inline constexpr std::size_t maxIncomingBytes = std::size_t{16} << 20;
+
+}  // namespace koriva::socketio

@@ -1,0 +1,343 @@
+#include "socketio/WebSocket.h"
+
+#include <openssl/ssl.h>
+
+#include <atomic>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/host_name_verification.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <boost/beast/core/basic_stream.hpp>
+#include <boost/beast/websocket/stream.hpp>
+#include <deque>
+#include <optional>
+
+#include "socketio/Alarm.h"
+
+namespace koriva::socketio {
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace ssl = asio::ssl;
+namespace websocket = beast::websocket;
+using boost::system::error_code;
+using tcp = asio::ip::tcp;
+
+constexpr auto attemptLimit = std::chrono::seconds(5);
+constexpr auto handshakeLimit = std::chrono::seconds(10);
+constexpr auto closeLimit = std::chrono::seconds(3);
+
+using TcpStream = beast::basic_stream<tcp, Executor>;
+
+ssl::context& tlsContext() {
+  static ssl::context& context = *[] {
+    auto* made = new ssl::context(ssl::context::tls_client);
+    SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
+    made->set_verify_mode(ssl::verify_peer);
+    error_code ignored;  // an unreadable trust store leaves nothing trusted
+    made->set_default_verify_paths(ignored);
+    return made;
+  }();
+  return context;
+}
+
+/// Plain TCP or TLS over it, chosen at run time so that the WebSocket code exists once.
+class Stream {
+ public:
+  using executor_type = Executor;
+
+  Stream(const Executor& executor, bool tls) : tcp_(executor) {
+    if (tls) tls_.emplace(tcp_, tlsContext());
+  }
+
+  executor_type get_executor() { return tcp_.get_executor(); }
+  TcpStream& tcpStream() { return tcp_; }
+  std::optional<ssl::stream<TcpStream&>>& tlsStream() { return tls_; }
+
+  template <class Buffers, class Handler>
+  auto async_read_some(const Buffers& buffers, Handler&& handler) {
+    return tls_ ? tls_->async_read_some(buffers, std::forward<Handler>(handler))
+                : tcp_.async_read_some(buffers, std::forward<Handler>(handler));
+  }
+
+  template <class Buffers, class Handler>
+  auto async_write_some(const Buffers& buffers, Handler&& handler) {
+    return tls_ ? tls_->async_write_some(buffers, std::forward<Handler>(handler))
+                : tcp_.async_write_some(buffers, std::forward<Handler>(handler));
+  }
+
+  // Beast waits for the peer's FIN without limit; the Close frames have said all there is to say.
+  template <class Handler>
+  friend void async_teardown(beast::role_type, Stream& stream, Handler&& handler) {
+    error_code ignored;
+    stream.tcp_.socket().shutdown(tcp::socket::shutdown_both, ignored);
+    asio::post(stream.get_executor(),
+               [handler = std::forward<Handler>(handler)]() mutable { handler(error_code{}); });
+  }
+
+  friend void beast_close_socket(Stream& stream) { stream.tcp_.close(); }
+
+ private:
+  TcpStream tcp_;
+  std::optional<ssl::stream<TcpStream&>> tls_;
+};
+
+class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
+ public:
+  explicit WebSocket(const Executors& executors)
+      : executor_(executors.io()), resolver_(executor_), closeTimer_(executor_) {}
+
+  void open(const Endpoint& endpoint, const std::string& target,
+            std::weak_ptr<Listener> listener) override;
+  void send(std::string frame) override;
+  void close() override;
+  void setIdleLimit(std::chrono::milliseconds limit) override;
+  void pauseReading(bool pause) override;
+  [[nodiscard]] std::size_t queuedBytes() const override {
+    return queuedBytes_.load(std::memory_order_relaxed);
+  }
+
+ private:
+  enum class State { idle, connecting, open, closing, closed };
+
+  TcpStream& tcpStream() { return ws_->next_layer().tcpStream(); }
+  void connectTo(std::vector<tcp::endpoint> addresses, std::size_t next);
+  void shakeHandsOverTls();
+  void shakeHands();
+  void onShaken(error_code error);
+  void applyOptions();
+  void read();
+  void onRead(error_code error);
+  void writeNext();
+  void closeGracefully();
+  void closeBy(Clock::duration limit);
+  void drop();
+  void fail(const std::string& what, const error_code& error);
+
+  Executor executor_;
+  asio::ip::basic_resolver<tcp, Executor> resolver_;
+  std::optional<websocket::stream<Stream, true>> ws_;
+  Timer closeTimer_;
+  websocket::response_type response_;
+  std::weak_ptr<Listener> listener_;
+  Endpoint endpoint_;
+  std::string target_;
+  State state_ = State::idle;
+
+  std::string incoming_;
+  std::optional<asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>>>
+      incomingBuffer_;
+  bool reading_ = false;
+  bool readingPaused_ = false;
+
+  std::deque<std::string> outgoing_;  // the front is being written
+  std::atomic<std::size_t> queuedBytes_ = 0;
+};
+
+void WebSocket::open(const Endpoint& endpoint, const std::string& target,
+                     std::weak_ptr<Listener> listener) {
+  endpoint_ = endpoint;
+  target_ = target;
+  listener_ = std::move(listener);
+  state_ = State::connecting;
+  ws_.emplace(executor_, endpoint_.tls);
+
+  // A look-up costs Asio a thread, even for an address.
+  error_code error;
+  const auto address = asio::ip::make_address(endpoint_.host, error);
+  if (!error) {
+    const auto port = static_cast<std::uint16_t>(std::stoul(endpoint_.port));
+    connectTo({tcp::endpoint(address, port)}, 0);
+    return;
+  }
+  resolver_.async_resolve(
+      endpoint_.host, endpoint_.port,
+      [self = shared_from_this()](error_code failure, const tcp::resolver::results_type& results) {
+        if (self->state_ != State::connecting) return;
+        if (failure) return self->fail("name look-up failed", failure);
+        self->connectTo({results.begin(), results.end()}, 0);
+      });
+}
+
+void WebSocket::connectTo(std::vector<tcp::endpoint> addresses, std::size_t next) {
+  const auto address = addresses[next];
+  const bool last = next + 1 == addresses.size();
+  if (last) {
+    tcpStream().expires_never();
+  } else {
+    tcpStream().expires_after(attemptLimit);
+  }
+  tcpStream().async_connect(address, [self = shared_from_this(), addresses = std::move(addresses),
+                                      next, last](error_code error) mutable {
+    if (self->state_ != State::connecting) return;
+    if (error && last) return self->fail("cannot connect", error);
+    if (error) {
+      self->tcpStream().close();
+      return self->connectTo(std::move(addresses), next + 1);
+    }
+    self->tcpStream().expires_never();
+    error_code ignored;
+    self->tcpStream().socket().set_option(tcp::no_delay(true), ignored);
+    self->endpoint_.tls ? self->shakeHandsOverTls() : self->shakeHands();
+  });
+}
+
+void WebSocket::shakeHandsOverTls() {
+  auto& tls = *ws_->next_layer().tlsStream();
+  error_code notAnAddress;
+  asio::ip::make_address(endpoint_.host, notAnAddress);
+  if (notAnAddress) SSL_set_tlsext_host_name(tls.native_handle(), endpoint_.host.c_str());
+  tls.set_verify_callback(ssl::host_name_verification(endpoint_.host));
+  tls.async_handshake(ssl::stream_base::client, [self = shared_from_this()](error_code error) {
+    if (self->state_ != State::connecting) return;
+    if (error) return self->fail("TLS handshake failed", error);
+    self->shakeHands();
+  });
+}
+
+void WebSocket::applyOptions() {
+  websocket::stream_base::timeout limits;
+  limits.handshake_timeout = handshakeLimit;
+  limits.idle_timeout = websocket::stream_base::none();
+  limits.keep_alive_pings = false;
+  ws_->set_option(limits);
+
+  // Chat frames are small: a cheap level, and only where there is something to gain.
+  websocket::permessage_deflate deflate;
+  deflate.client_enable = true;
+  deflate.compLevel = 3;
+  deflate.memLevel = 8;
+  deflate.msg_size_threshold = 1024;
+  ws_->set_option(deflate);
+  ws_->set_option(websocket::stream_base::decorator([](websocket::request_type& request) {
+    // Beast names the default window sizes as well, which some servers refuse.
+    request.set(http::field::sec_websocket_extensions, "permessage-deflate");
+  }));
+  ws_->read_message_max(maxIncomingBytes);
+  ws_->text(true);
+  ws_->control_callback(
+      [weak = weak_from_this()](websocket::frame_type type, beast::string_view /*payload*/) {
+        const auto self = weak.lock();
+        if (self && type == websocket::frame_type::close) self->closeBy(closeLimit);
+      });
+}
+
+void WebSocket::shakeHands() {
+  applyOptions();
+  ws_->async_handshake(response_, endpoint_.authority(), target_,
+                       [self = shared_from_this()](error_code error) { self->onShaken(error); });
+}
+
+void WebSocket::onShaken(error_code error) {
+  if (state_ != State::connecting) return;
+  if (error == websocket::error::upgrade_declined) {
+    return fail("the server answered HTTP " + std::to_string(response_.result_int()), {});
+  }
+  if (error) return fail("WebSocket handshake failed", error);
+  response_ = {};
+  state_ = State::open;
+  read();
+  if (const auto listener = listener_.lock()) listener->onOpen();
+}
+
+void WebSocket::read() {
+  reading_ = true;
+  incoming_.clear();
+  incomingBuffer_.emplace(incoming_);
+  ws_->async_read(*incomingBuffer_, [self = shared_from_this()](error_code error, std::size_t) {
+    self->onRead(error);
+  });
+}
+
+void WebSocket::onRead(error_code error) {
+  reading_ = false;
+  if (state_ != State::open) return;
+  if (error == websocket::error::closed) return fail("the server closed the connection", {});
+  if (error) return fail("connection lost", error);
+
+  const bool text = ws_->got_text();
+  std::string frame = std::move(incoming_);
+  if (!readingPaused_) read();
+  const auto listener = listener_.lock();
+  if (!listener) return;
+  text ? listener->onText(std::move(frame)) : listener->onBinary(std::move(frame));
+}
+
+void WebSocket::pauseReading(bool pause) {
+  readingPaused_ = pause;
+  if (!pause && !reading_ && state_ == State::open) read();
+}
+
+void WebSocket::setIdleLimit(std::chrono::milliseconds limit) {
+  websocket::stream_base::timeout limits;
+  limits.handshake_timeout = handshakeLimit;
+  limits.idle_timeout = limit;
+  limits.keep_alive_pings = false;
+  ws_->set_option(limits);
+}
+
+void WebSocket::send(std::string frame) {
+  if (state_ != State::open) return;
+  queuedBytes_ += frame.size();
+  outgoing_.push_back(std::move(frame));
+  if (outgoing_.size() == 1) writeNext();
+}
+
+void WebSocket::writeNext() {
+  ws_->async_write(asio::buffer(outgoing_.front()),
+                   [self = shared_from_this()](error_code error, std::size_t) {
+                     self->queuedBytes_ -= self->outgoing_.front().size();
+                     self->outgoing_.pop_front();
+                     if (self->state_ != State::open && self->state_ != State::closing) return;
+                     if (error) return self->fail("connection lost", error);
+                     if (!self->outgoing_.empty()) return self->writeNext();
+                     if (self->state_ == State::closing) self->closeGracefully();
+                   });
+}
+
+void WebSocket::close() {
+  if (state_ != State::open) return drop();
+  state_ = State::closing;
+  closeBy(closeLimit);
+  if (outgoing_.empty()) closeGracefully();
+}
+
+void WebSocket::closeGracefully() {
+  ws_->async_close(websocket::close_code::normal,
+                   [self = shared_from_this()](error_code) { self->drop(); });
+}
+
+void WebSocket::closeBy(Clock::duration limit) {
+  closeTimer_.expires_after(limit);
+  closeTimer_.async_wait([self = shared_from_this()](error_code error) {
+    if (error) return;
+    if (self->state_ == State::open) return self->fail("the server closed the connection", {});
+    self->drop();
+  });
+}
+
+void WebSocket::drop() {
+  state_ = State::closed;
+  resolver_.cancel();
+  closeTimer_.cancel();
+  if (ws_) tcpStream().close();
+}
+
+void WebSocket::fail(const std::string& what, const error_code& error) {
+  const bool tell = state_ != State::closing;
+  drop();
+  const auto listener = listener_.lock();
+  if (tell && listener) listener->onClosed(error ? what + ": " + error.message() : what);
+}
+
+}  // namespace
+
+std::shared_ptr<Transport> makeWebSocket(const Executors& executors) {
+  return std::make_shared<WebSocket>(executors);
+}
+
+}  // namespace koriva::socketio

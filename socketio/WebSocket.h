@@ -1,0 +1,14 @@
+#pragma once
+
+#include <memory>
+
+#include "socketio/Executors.h"
+#include "socketio/Transport.h"
+
+namespace koriva::socketio {
+
+/// A WebSocket, over TLS where the endpoint asks for it: the server's certificate is verified
+/// against the system's trust store and the host name, TLS 1.2 at least.
+std::shared_ptr<Transport> makeWebSocket(const Executors& executors);
+
+}  // namespace koriva::socketio
