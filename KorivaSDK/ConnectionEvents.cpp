@@ -1,0 +1,39 @@
+#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
+
+using koriva::socketio::Items;
+using koriva::socketio::Socket;
+
+void KorivaSDK::addHandlers(Socket& socket) {
+  addConnectionHandlers(socket);
+  addDataHandlers(socket);
+}
+
+void KorivaSDK::on(Socket& socket, std::string_view event,
+                   void (*handler)(KorivaSDK& sdk, const Items& items)) {
+  socket.on(event, [weak = weak_from_this(), handler](const Items& items) {
+    if (const auto sdk = weak.lock()) handler(*sdk, items);
+  });
+}
+
+void KorivaSDK::addConnectionHandlers(Socket& socket) {
+  on(socket, koriva::socketio::disconnectEvent, [](KorivaSDK& sdk, const Items&) {
+    koriva::printLine("KorivaSDK - socket disconnected");
+    sdk.forEachDelegate([](KorivaDelegate& delegate) { delegate.didDisconnect(); });
+  });
+  on(socket, "login", [](KorivaSDK& sdk, const Items& items) {
+    const auto data = getDataFromAck(items);
+    if (!data) return;
+    const auto event = koriva::json::decodeFirst<KRLoginEvent>(*data);
+    if (!event || event->result != KRError::expired.code()) return;
+    sdk.forEachDelegate(
+        [](KorivaDelegate& delegate) { delegate.didReceiveError(KRError::expired); });
+  });
+  on(socket, koriva::socketio::connectEvent, [](KorivaSDK& sdk, const Items&) {
+    koriva::printLine("KorivaSDK - socket connected");
+    sdk.state_->isNew = false;
+    sdk.state_->isReady = true;
+    sdk.completeUndoneTasks();
+    sdk.forEachDelegate([](KorivaDelegate& delegate) { delegate.didConnect(); });
+  });
+}

@@ -1,0 +1,302 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KorivaSDK/KRError.h"
+#include "KorivaSDK/KRResult.h"
+#include "KorivaSDK/KRRunLoop.h"
+#include "KorivaSDK/KRVersion.h"
+#include "KorivaSDK/KorivaDelegate.h"
+#include "extensions/JSONCoding.h"
+#include "extensions/KRExport.h"
+#include "extensions/RawValue.h"
+#include "extensions/StringRewriters.h"
+#include "models/KRAttachments.h"
+#include "models/KRBlock.h"
+#include "models/KRCall.h"
+#include "models/KRCallEvent.h"
+#include "models/KRConversation.h"
+#include "models/KRDefines.h"
+#include "models/KRGroupEvent.h"
+#include "models/KRGroupLink.h"
+#include "models/KRGroupUpdate.h"
+#include "models/KRLoginEvent.h"
+#include "models/KRMessage.h"
+#include "models/KRSecretChat.h"
+
+namespace koriva {
+struct FailureLine;
+namespace socketio {
+class Items;
+class Socket;
+}  // namespace socketio
+}  // namespace koriva
+
+/// The chat client: one session with the chat server, its requests and its pushed events.
+///
+/// ```cpp
+/// auto sdk = KorivaSDK::shared();
+/// sdk->addDelegate(std::make_shared<MyDelegate>());
+/// sdk->login("session token", 1001, "device id", true);
+/// sdk->runNowOrWhenSDKReady([sdk](bool) {
+///   KRMessage message("client-side id", "group id", "Hello", "My name", "", "1001", false);
+///   sdk->sendMessage(message, [](KRResult<KRMessage> result) {
+///     if (!result) std::cerr << result.error().localizedDescription() << '\n';
+///   });
+/// });
+/// KRRunLoop::main().run();
+/// ```
+///
+/// **Threads.** `shared`, `isConnected` and the request methods may be called from any thread;
+/// everything else belongs to the main thread, the one that drives `KRRunLoop::main()`. Every
+/// completion and delegate call runs there, never inside the request method. Calls from one thread
+/// take effect in call order: what was sent before `logout()` still arrives.
+///
+/// **Completions.** A request never waits for the connection. With no socket (before `login`, after
+/// `logout`) it does nothing, and its completion is never called. Otherwise the completion is
+/// called at most once: with what the server answered, or with `KRError::parsingFailed` when no
+/// usable answer came within 5 seconds, a dropped connection included. Where a method says so, an
+/// answer that cannot be read calls nothing. An empty completion is tolerated.
+///
+/// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
+/// socket. **`disconnect()` does not end that: only `logout()` does.**
+///
+/// **Console.** Diagnostics are lines on standard output, some with push tokens or the key material
+/// of secret chats; the session token is never among them.
+class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
+  struct Passkey {
+    explicit Passkey() = default;
+  };
+
+ public:
+  /// The one client, made on first use. From any thread.
+  static std::shared_ptr<KorivaSDK> shared();
+
+  /// Replaces the one client; null makes the next `shared()` build a fresh one. A client that
+  /// somebody still holds keeps working. When the last reference goes, the connection is closed in
+  /// the background and completions still awaited are never called. From any thread.
+  static void setShared(std::shared_ptr<KorivaSDK> client);
+
+  /// Not for applications: use `shared()`.
+  explicit KorivaSDK(Passkey);
+  ~KorivaSDK();
+  KorivaSDK(const KorivaSDK&) = delete;
+  KorivaSDK& operator=(const KorivaSDK&) = delete;
+
+  // Session and connection.
+
+  /// Sets the server: an http, https, ws or wss URL, of which the host and port count. Used from
+  /// the next `login` or reconnection on. Returns false, and changes nothing, for any other text.
+  bool setBaseUrl(std::string_view url);
+
+  /// Stores the identity and connects. `isNew` marks a new device session, which the server is told
+  /// until the first connection succeeds. Called again, it replaces the connection; delegates do
+  /// not hear of the old one's end.
+  void login(const std::string& token, std::int64_t uin, const std::string& deviceId, bool isNew);
+
+  /// The same as `reconnectIfNeed`; the channel is not used.
+  void connectChat(const std::string& channelID);
+
+  /// Connects again if there is a socket that is neither connected nor connecting.
+  void reconnectIfNeed();
+
+  /// What the timer does every 10 seconds: `reconnectIfNeed`.
+  void reconnectFired();
+
+  /// Closes the connection, after what was sent before; delegates hear `didDisconnect` before this
+  /// returns. **The client connects again within 10 seconds**: to stay away, call `logout()`.
+  void disconnect();
+
+  /// Disconnects, removes every delegate and forgets the socket. Queued tasks stay queued.
+  void logout();
+
+  /// Whether the server has accepted the connection. From any thread.
+  [[nodiscard]] bool isConnected() const;
+
+  /// Runs `task` with true: at once if the client has been connected since the last `disconnect()`,
+  /// even if the connection was lost meanwhile; else when it is next connected, in order.
+  void runNowOrWhenSDKReady(std::function<void(bool)> task);
+
+  /// Adds a delegate, held until `removeDelegate` or `logout`. One that is added twice hears
+  /// everything twice.
+  void addDelegate(std::shared_ptr<KorivaDelegate> delegate);
+
+  /// Removes every entry of this very object.
+  void removeDelegate(const std::shared_ptr<KorivaDelegate>& delegate);
+
+  // Conversations.
+
+  /// A page of the user's conversations, by last message ("list_group"). Fails with `failed` when
+  /// the server refuses or the answer cannot be read.
+  void getListConversation(std::int64_t uin, std::int64_t page, std::int64_t pageSize,
+                           KRCompletion<KRConversationList> completion = {});
+
+  /// Deletes a conversation ("delete_conversation"), or a secret one ("delete_secret_chat"):
+  /// "Success", or the server's error. An answer without a result code calls nothing.
+  void deleteConversation(const std::string& conversationId, bool isSecret,
+                          KRCompletion<std::string> completion = {});
+
+  /// Mutes or unmutes a conversation ("mute_group", "unmute_group"). Success with false means that
+  /// the server refused.
+  void muteGroup(const std::string& groupID, bool isMute, KRCompletion<bool> completion);
+
+  /// Pins or unpins a conversation ("pin_group", "unpin_group"). Success with false means that the
+  /// server refused.
+  void togglePin(const std::string& groupID, bool isPin, KRCompletion<bool> completion);
+
+  /// The conversation of these users ("check_group"); `groupType` as the server names its types.
+  void checkGroup(const std::string& groupType, const std::vector<std::string>& userIds,
+                  KRCompletion<KRConversation> completion = {});
+
+  // Messages.
+
+  /// A page of a conversation's history ("list_message"), before `lastMessageID` unless that is
+  /// empty. Fails with `failed` when the server refuses or the answer cannot be read.
+  void getListMessage(const std::string& groupID, const std::string& lastMessageID,
+                      std::int64_t page, std::int64_t pageSize,
+                      KRCompletion<KRMessageList> completion);
+
+  /// Sends a message ("create_message"). Its `messageID` is the client-side id by which the server
+  /// recognises a repetition (failure `duplicate`); success carries the server's copy. Attachments
+  /// travel unless `messageType()` is text.
+  void sendMessage(const KRMessage& message, KRCompletion<KRMessage> completion);
+
+  /// Sets a message's delivery status ("update_message"), a `KRDefines::MessageStatus` value.
+  void updateMessageStatus(const KRMessage& message, std::int64_t status,
+                           KRCompletion<KRMessage> completion);
+
+  /// Deletes a message for the user, or for everybody ("delete_message"): "Success", or the
+  /// server's error. An answer without a result code calls nothing.
+  void deleteMessage(const std::string& messageID, const std::string& groupID, bool isDeleteAll,
+                     KRCompletion<std::string> completion);
+
+  // Groups and invitation links.
+
+  /// Creates a group ("create_group") of `occupantsUins` and the owner.
+  void createGroup(const KRConversation& group, const std::string& senderName,
+                   const std::string& senderAvatar, KRCompletion<KRConversation> completion = {});
+
+  /// Changes a group ("update_group"): adds and removes members, and sets the name, avatar and
+  /// owner that are not empty.
+  void updateGroup(const KRConversation& group,
+                   const std::optional<std::vector<std::string>>& addedUins,
+                   const std::optional<std::vector<std::string>>& removedUins,
+                   KRCompletion<KRConversation> completion = {});
+
+  /// Deletes a group ("delete_group"): "Success", or the server's error. An answer without a result
+  /// code calls nothing.
+  void deleteGroup(const std::string& groupID, KRCompletion<std::string> completion = {});
+
+  /// Leaves a group ("leave_group"): as `deleteGroup`.
+  void leaveGroup(const std::string& groupID, KRCompletion<std::string> completion = {});
+
+  /// Tells a group that typing has started or stopped ("event"); the server does not answer.
+  void sendGroupEvent(const std::string& senderID, const KRGroupEvent& event);
+
+  /// Creates an invitation link ("create_link").
+  void createJoinGroupLink(const std::string& groupID, KRCompletion<std::string> completion);
+
+  /// Joins a group by a link's token ("join_link").
+  void joinGroupWithLink(const std::string& token, KRCompletion<KRConversation> completion);
+
+  /// Disables a link by its token ("disable_link"). Success with false means that the server
+  /// refused.
+  void disableJoinGroupLink(const std::string& token, KRCompletion<bool> completion);
+
+  /// A page of a group's links ("list_link").
+  void getListGroupLink(const std::string& groupID, std::int64_t pageIndex, std::int64_t pageSize,
+                        KRCompletion<std::vector<std::string>> completion);
+
+  /// The group that a link's token leads to ("link_group_info").
+  void getGroupInfo(const std::string& token, KRCompletion<KRConversation> completion);
+
+  // Contacts, push tokens and logout.
+
+  /// Blocks or unblocks a contact in a conversation ("block_user", "unblock_user"). Success with
+  /// false means that the server refused.
+  void handleBlockOrUnblockContact(const std::string& blockedID, const std::string& groupID,
+                                   bool isBlock, KRCompletion<bool> completion);
+
+  /// The contacts that the user has blocked ("blocked_list").
+  void getBlockContactList(const std::string& userID,
+                           KRCompletion<KRBlockContactList> completion = {});
+
+  /// Registers the device's push token ("register_profile_token"). Success carries the server's
+  /// answer as JSON text, whatever it says; the token appears on the console.
+  void registerFCMToken(std::int64_t uin, const std::string& token, KRDefines::TokenType type,
+                        const std::string& deviceId, KRCompletion<std::string> completion = {});
+
+  /// Unregisters a push token ("unregister_profile_token"), as `registerFCMToken`; the type is not
+  /// sent.
+  void unregisterFCMToken(std::int64_t uin, const std::string& token, KRDefines::TokenType type,
+                          KRCompletion<std::string> completion = {});
+
+  /// Tells the server that the user logs out ("logout"). The connection stays: call `logout()`
+  /// after it.
+  void sendLogoutEvent(std::int64_t uin, std::int64_t version);
+
+  // Calls.
+
+  /// Creates a call ("create_call"): success carries the server's view of it. For any other event
+  /// than a created call, and for an answer that cannot be read, nothing is called.
+  void createCall(const KRCallEvent& event, KRCompletion<KRCallEvent> completion = {});
+
+  /// Whether a call is going on ("call_status").
+  void checkCall(std::int64_t groupId, std::int64_t callId, KRCompletion<bool> completion = {});
+
+  /// Sends a signalling step of the call `callId` to the other party, under the event's own name.
+  /// The server does not answer and the completion is never called.
+  void send(const KRCallEvent& event, const std::string& callId, const std::string& groupId,
+            const std::string& senderUin, const std::string& receiverUin,
+            KRCompletion<KRCallEvent> completion = {});
+
+  // Secret chats. The keys appear on the console, and travel as they are.
+
+  /// Starts a secret chat ("start_secret_chat"): success carries its conversation.
+  void startSecretChat(std::int64_t senderId, std::int64_t receiverId, const std::string& deviceId,
+                       const std::string& identityKey, const std::string& baseKey,
+                       const std::string& oneTimePreKey,
+                       KRCompletion<KRConversation> completion = {});
+
+  /// Accepts a secret chat ("accept_secret_chat"). Any answer is a success.
+  void acceptSecretChat(std::int64_t acceptId, const std::string& groupId,
+                        const std::string& deviceId, const std::string& identityKey,
+                        const std::string& baseKey, const std::string& oneTimePreKey,
+                        KRCompletion<bool> completion = {});
+
+ private:
+  struct State;
+
+  template <class T>
+  using Decoding = std::optional<KRResult<T>> (*)(std::string_view items);
+  using AckHandler = std::function<void(const koriva::socketio::Items&)>;
+
+  void initSocket();
+  void initReconnectTimer();
+  void completeUndoneTasks();
+
+  void addHandlers(koriva::socketio::Socket& socket);
+  void addConnectionHandlers(koriva::socketio::Socket& socket);
+  void addDataHandlers(koriva::socketio::Socket& socket);
+  void on(koriva::socketio::Socket& socket, std::string_view event,
+          void (*handler)(KorivaSDK& sdk, const koriva::socketio::Items& items));
+  void forEachDelegate(const std::function<void(KorivaDelegate&)>& call);
+
+  void emit(std::string_view event, const KRDictionary& payload);
+  void emitWithAck(std::string_view event, const KRDictionary& payload, AckHandler onAck);
+  static std::optional<std::string_view> getDataFromAck(const koriva::socketio::Items& items);
+  template <class T>
+  void request(std::string_view event, const KRDictionary& payload, Decoding<T> decoding,
+               KRCompletion<T> completion);
+  template <class T>
+  void request(std::string_view event, const KRDictionary& payload, Decoding<T> decoding,
+               KRCompletion<T> completion, koriva::FailureLine line);
+
+  std::unique_ptr<State> state_;
+};

@@ -1,0 +1,58 @@
+#include "KorivaSDK/RequestChannel.h"
+
+#include <boost/json/object.hpp>
+#include <cstdio>
+
+#include "KorivaSDK/State.h"
+
+using koriva::socketio::Items;
+
+void koriva::printLine(std::string_view line) {
+  std::string text(line);
+  text += '\n';
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+void koriva::FailureLine::print(std::string_view sentEvent) const {
+  if (!printed) return;
+  std::string line("KorivaSDK - ");
+  line += event.empty() ? sentEvent : event;
+  line += " failed with error: ";
+  line += KRError::parsingFailed.localizedDescription();
+  printLine(line);
+}
+
+namespace {
+
+std::string payloadText(const KRDictionary& payload) {
+  std::string text;
+  koriva::json::write(text, payload, koriva::json::InvalidText::replace);
+  return text;
+}
+
+}  // namespace
+
+void KorivaSDK::emit(std::string_view event, const KRDictionary& payload) {
+  const auto socket = state_->socket.load();
+  if (socket) socket->emit(std::string(event), payloadText(payload));
+}
+
+void KorivaSDK::emitWithAck(std::string_view event, const KRDictionary& payload, AckHandler onAck) {
+  const auto socket = state_->socket.load();
+  if (socket) socket->emitWithAck(std::string(event), payloadText(payload), std::move(onAck));
+}
+
+std::optional<std::string_view> KorivaSDK::getDataFromAck(const Items& items) {
+  const auto text = items.text();
+  if (text.empty()) return std::nullopt;
+  if (text == koriva::socketio::noAck ||
+      text.starts_with(std::string(koriva::socketio::noAck) + ",")) {
+    return std::nullopt;
+  }
+  if (items.firstHoldsBinary) {
+    koriva::printLine("KorivaSDK - getDataFromAck failed with error: binary data is not JSON");
+    return std::nullopt;
+  }
+  return text;
+}

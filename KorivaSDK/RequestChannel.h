@@ -1,0 +1,52 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "KorivaSDK/KorivaSDK.h"
+#include "KorivaSDK/RunLoopInternals.h"
+
+namespace koriva {
+
+/// Writes a whole line to standard output, and flushes it.
+void printLine(std::string_view line);
+
+/// Says that a request had no usable answer.
+struct FailureLine {
+  std::string_view event;  ///< the name that the line shows; the event's own when empty
+  bool printed = true;
+
+  void print(std::string_view sentEvent) const;
+};
+
+inline constexpr FailureLine noFailureLine{{}, false};
+
+}  // namespace koriva
+
+template <class T>
+void KorivaSDK::request(std::string_view event, const KRDictionary& payload, Decoding<T> decoding,
+                        KRCompletion<T> completion) {
+  request(event, payload, decoding, std::move(completion), koriva::FailureLine{});
+}
+
+template <class T>
+void KorivaSDK::request(std::string_view event, const KRDictionary& payload, Decoding<T> decoding,
+                        KRCompletion<T> completion, koriva::FailureLine line) {
+  // The names are literals: the views outlive the request.
+  emitWithAck(event, payload,
+              [weak = weak_from_this(), event, decoding, completion = std::move(completion),
+               line](const koriva::socketio::Items& items) {
+                if (weak.expired()) return;
+                std::optional<KRResult<T>> result;
+                if (const auto data = getDataFromAck(items)) {
+                  result = decoding(*data);
+                } else {
+                  line.print(event);
+                  result = KRResult<T>::failure(KRError::parsingFailed);
+                }
+                if (!result || !completion) return;
+                koriva::guarded([&] { completion(*std::move(result)); });
+              });
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <atomic>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "KorivaSDK/KRRunLoop.h"
+#include "socketio/Executors.h"
+
+struct KRRunLoop::Internals {
+  using WorkGuard = boost::asio::executor_work_guard<boost::asio::io_context::executor_type>;
+
+  /// The executors of every connection. The first call settles whether there is a network thread.
+  const koriva::socketio::Executors& executors();
+
+  /// Keeps the exception that is being handled, to be rethrown by the call that drives the loop.
+  void keepException(std::exception_ptr exception);
+  void rethrowKept();
+  void wake();
+
+  boost::asio::io_context context;  ///< the main thread's, and the network's unless attached
+  WorkGuard work{context.get_executor()};
+  std::exception_ptr kept;
+  std::atomic<bool> stopRequested = false;
+  std::atomic<bool> running = false;
+
+  std::mutex setUpMutex;
+  std::optional<koriva::socketio::Executors> executors_;
+  boost::asio::io_context network;
+  WorkGuard networkWork{network.get_executor()};
+  std::thread networkThread;
+  std::function<void()> wakeUp;  ///< empty unless attached
+  std::atomic<bool> attached = false;
+  std::atomic<bool> woken = false;
+};
+
+namespace koriva {
+
+/// Runs application code. What it throws goes to the call that drives the run loop.
+template <class Code>
+void guarded(Code&& code) {
+  try {
+    std::forward<Code>(code)();
+  } catch (...) {
+    KRRunLoop::main().internals().keepException(std::current_exception());
+  }
+}
+
+}  // namespace koriva

@@ -1,0 +1,157 @@
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
+#include "extensions/JSONPrinter.h"
+
+namespace socketio = koriva::socketio;
+
+namespace {
+
+struct KRPrivate {
+  static constexpr std::string_view socketUrl = KORIVA_DEFAULT_URL;
+};
+
+struct Shared {
+  std::mutex mutex;
+  std::shared_ptr<KorivaSDK> client;
+};
+
+// Never destroyed: a client must not be torn down among the application's static objects.
+Shared& sharedClient() {
+  static Shared& holder = *new Shared;
+  return holder;
+}
+
+const socketio::Executors& executors() { return KRRunLoop::main().internals().executors(); }
+
+}  // namespace
+
+koriva::Timing& koriva::timing() {
+  static Timing values;
+  return values;
+}
+
+socketio::Endpoint koriva::parseDefaultUrl(std::string_view url) {
+  if (auto endpoint = socketio::Endpoint::parse(url)) return *std::move(endpoint);
+  std::fputs("Unexpectedly found nil while unwrapping an Optional value\n", stderr);
+  std::abort();
+}
+
+std::shared_ptr<KorivaSDK> KorivaSDK::shared() {
+  auto& holder = sharedClient();
+  const std::lock_guard lock(holder.mutex);
+  if (!holder.client) holder.client = std::make_shared<KorivaSDK>(Passkey{});
+  return holder.client;
+}
+
+void KorivaSDK::setShared(std::shared_ptr<KorivaSDK> client) {
+  auto& holder = sharedClient();
+  const std::lock_guard lock(holder.mutex);
+  holder.client.swap(client);
+}
+
+KorivaSDK::KorivaSDK(Passkey) : state_(std::make_unique<State>()) {
+  state_->baseURL = koriva::parseDefaultUrl(KRPrivate::socketUrl);
+}
+
+KorivaSDK::~KorivaSDK() {
+  if (state_->reconnectTimer) state_->reconnectTimer->cancel();
+  if (!state_->manager) return;
+  // The last reference may go on any thread, but the socket belongs to the main thread.
+  executors().dispatchHandler([manager = std::move(state_->manager)] {});
+}
+
+bool KorivaSDK::setBaseUrl(std::string_view url) {
+  auto endpoint = socketio::Endpoint::parse(url);
+  if (!endpoint) return false;
+  state_->baseURL = *std::move(endpoint);
+  return true;
+}
+
+void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::string& deviceId,
+                      bool isNew) {
+  state_->token = token;
+  state_->uin = uin;
+  state_->deviceId = deviceId;
+  state_->isNew = isNew;
+  initSocket();
+}
+
+void KorivaSDK::initSocket() {
+  socketio::Manager::Options options;
+  options.nsp = "/data";
+  options.connectParameters = {{"session", koriva::json::validUtf8(state_->token)},
+                               {"deviceid", koriva::json::validUtf8(state_->deviceId)}};
+  if (state_->isNew) options.connectParameters.emplace_back("new", "true");
+  options.limits = koriva::timing().limits;
+
+  auto manager =
+      std::make_shared<socketio::Manager>(executors(), state_->baseURL, std::move(options));
+  state_->socket.store(manager->socket());
+  state_->manager = manager;  // the one before is released: nobody hears of it any more
+  manager->connect();
+  addHandlers(*manager->socket());
+  initReconnectTimer();
+}
+
+void KorivaSDK::initReconnectTimer() {
+  if (!state_->reconnectTimer) {
+    state_->reconnectTimer = std::make_shared<socketio::Alarm>(executors());
+  }
+  state_->reconnectTimer->set(socketio::Clock::now() + koriva::timing().reconnectInterval,
+                              [weak = weak_from_this()] {
+                                const auto sdk = weak.lock();
+                                if (!sdk) return;
+                                sdk->initReconnectTimer();
+                                sdk->reconnectFired();
+                              });
+}
+
+void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(); }
+
+void KorivaSDK::reconnectFired() { reconnectIfNeed(); }
+
+void KorivaSDK::reconnectIfNeed() {
+  const auto socket = state_->socket.load();
+  if (!socket) return;
+  const auto status = socket->status();
+  if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
+  initSocket();
+}
+
+void KorivaSDK::disconnect() {
+  state_->isReady = false;
+  if (const auto socket = state_->socket.load()) socket->disconnect();
+}
+
+void KorivaSDK::logout() {
+  disconnect();
+  state_->delegates = std::make_shared<const State::Delegates>();
+  state_->socket.store(nullptr);
+}
+
+bool KorivaSDK::isConnected() const {
+  const auto socket = state_->socket.load();
+  return socket && socket->status() == socketio::Status::connected;
+}
+
+void KorivaSDK::runNowOrWhenSDKReady(std::function<void(bool)> task) {
+  if (!task) return;
+  if (state_->isReady) {
+    koriva::guarded([&] { task(true); });
+  } else {
+    state_->listTasks.push_back(std::move(task));
+  }
+}
+
+// Taken out before they run, so that a task queued by one of them is kept.
+void KorivaSDK::completeUndoneTasks() {
+  const auto tasks = std::exchange(state_->listTasks, {});
+  for (const auto& task : tasks) {
+    koriva::guarded([&] { task(true); });
+  }
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KorivaSDK/AtomicSharedPtr.h"
+#include "KorivaSDK/KorivaSDK.h"
+#include "socketio/Alarm.h"
+#include "socketio/Manager.h"
+
+namespace koriva {
+
+/// The client's constants, which tests shorten.
+struct Timing {
+  std::chrono::milliseconds reconnectInterval = std::chrono::seconds(10);
+  socketio::Limits limits;
+};
+
+Timing& timing();
+
+/// Reads the URL that the library was built with; without a usable one the process ends.
+socketio::Endpoint parseDefaultUrl(std::string_view url);
+
+}  // namespace koriva
+
+struct KorivaSDK::State {
+  using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
+
+  koriva::socketio::Endpoint baseURL;
+  std::shared_ptr<koriva::socketio::Manager> manager;
+  koriva::AtomicSharedPtr<koriva::socketio::Socket> socket;
+  std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();
+  std::vector<std::function<void(bool)>> listTasks;
+  bool isNew = false;
+  bool isReady = false;
+  std::int64_t uin = 0;
+  std::string token;
+  std::string deviceId;
+  std::shared_ptr<koriva::socketio::Alarm> reconnectTimer;
+};
