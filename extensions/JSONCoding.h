@@ -17,7 +17,7 @@ namespace koriva::json {
 
 namespace detail {
 
-/// Reads the first `size` bytes of JSON text into the value; nothing may follow it.
+/// Reads JSON text into the value; nothing may follow it.
 KR_EXPORT boost::system::error_code decode(const Type& type, void* value, std::string_view json);
 /// The same for text in which a comma and anything may follow the value.
 KR_EXPORT boost::system::error_code decodeFirst(const Type& type, void* value,
@@ -78,6 +78,10 @@ enum class InvalidText { refuse, replace };
 /// Appends a dynamic value as compact JSON. False, with nothing appended, when it holds NaN or
 /// infinity, is nested deeper than 64 levels, or holds text that is refused.
 KR_EXPORT bool write(std::string& out, const boost::json::value& value,
+                     InvalidText invalidText = InvalidText::refuse);
+
+/// The same for a dictionary.
+KR_EXPORT bool write(std::string& out, const boost::json::object& dictionary,
                      InvalidText invalidText = InvalidText::refuse);
 
 /// Reads any JSON value; nothing when the text is not JSON. Doubles are correctly rounded.
