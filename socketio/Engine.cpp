@@ -126,7 +126,8 @@ void Engine::onPacket(std::string frame) {
   }
 }
 
-void Engine::onMessage(const Packet& packet, std::string frame) {
+// By reference: moving a short frame would move the text that the packet's views point into.
+void Engine::onMessage(const Packet& packet, std::string&& frame) {
   const auto offset = static_cast<std::size_t>(packet.payload.data() - frame.data());
   const auto length = packet.payload.size();
 
