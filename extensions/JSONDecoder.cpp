@@ -167,7 +167,9 @@ class Handler {
   Handler(const Type& type, void* value) : type_(&type), member_(value) {}
 
   /// Dynamic values are collected where typed reading skips, so that it pays nothing for them.
-  explicit Handler(boost::json::value_stack& values) : skipped_(1), values_(&values) {}
+  explicit Handler(boost::json::value_stack& values) : skipped_(1), values_(&values) {
+    values.reset();
+  }
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
@@ -452,10 +454,10 @@ class Handler {
 enum class Rest { none, afterComma };
 
 template <class... Target>
-error_code parse(std::string_view json, Rest rest, Target&&... target) {
+error_code parseOnce(std::string_view json, Rest rest, Target&... target) {
   boost::json::parse_options options;
   options.max_depth = maxDepth;
-  boost::json::basic_parser<Handler> parser(options, std::forward<Target>(target)...);
+  boost::json::basic_parser<Handler> parser(options, target...);
   error_code ec;
   const std::size_t used = parser.write_some(false, json.data(), json.size(), ec);
   if (ec || used == json.size()) return ec;
@@ -475,27 +477,31 @@ unsigned escapedUnit(std::string_view json, std::size_t at) {
   return result.ec == std::errc{} && result.ptr == end ? unit : 0;
 }
 
-/// JavaScript peers that cut a text in the middle of an emoji send half a surrogate pair.
-std::string withoutLoneSurrogates(std::string_view text) {
-  std::string json(text);
-  for (std::size_t i = json.find('\\'); i != std::string::npos; i = json.find('\\', i)) {
-    const unsigned unit = escapedUnit(json, i);
-    if (isHighSurrogate(unit) && isLowSurrogate(escapedUnit(json, i + 6))) {
+/// The text with U+FFFD for halves of surrogate pairs, which JavaScript peers send when they cut a
+/// text in the middle of an emoji; nothing when there are none.
+std::optional<std::string> withoutLoneSurrogates(std::string_view text) {
+  std::optional<std::string> repaired;
+  for (std::size_t i = text.find('\\'); i != std::string_view::npos; i = text.find('\\', i)) {
+    const unsigned unit = escapedUnit(text, i);
+    if (isHighSurrogate(unit) && isLowSurrogate(escapedUnit(text, i + 6))) {
       i += 12;
     } else if (isHighSurrogate(unit) || isLowSurrogate(unit)) {
-      json.replace(i, 6, "\\ufffd");
+      if (!repaired) repaired = text;
+      repaired->replace(i, 6, "\\ufffd");
       i += 6;
     } else {
       i += 2;
     }
   }
-  return json;
+  return repaired;
 }
 
-/// How the parser refuses half a surrogate pair, at the end of the text too.
-bool isSurrogateError(const error_code& ec) {
-  return ec == error::illegal_leading_surrogate || ec == error::illegal_trailing_surrogate ||
-         ec == error::expected_utf16_escape || ec == error::incomplete;
+template <class... Target>
+error_code parse(std::string_view json, Rest rest, Target&... target) {
+  const error_code ec = parseOnce(json, rest, target...);
+  if (!ec || ec == error::not_object) return ec;
+  const auto repaired = withoutLoneSurrogates(json);
+  return repaired ? parseOnce(*repaired, rest, target...) : ec;
 }
 
 /// Counts the documents that are being read within one another on this thread.
@@ -515,9 +521,7 @@ thread_local std::size_t Nesting::count_ = 0;
 error_code decodeWith(Rest rest, const Type& type, void* value, std::string_view json) {
   const Nesting nesting;
   if (nesting.isTooDeep()) return make_error_code(error::too_deep);
-  const error_code ec = parse(json, rest, type, value);
-  if (!isSurrogateError(ec)) return ec;
-  return parse(withoutLoneSurrogates(json), rest, type, value);
+  return parse(json, rest, type, value);
 }
 
 }  // namespace
@@ -538,13 +542,7 @@ error_code mismatch() { return make_error_code(error::not_object); }
 
 std::optional<boost::json::value> parseValue(std::string_view json) {
   boost::json::value_stack values;
-  values.reset();
-  error_code ec = parse(json, Rest::none, values);
-  if (isSurrogateError(ec)) {
-    values.reset();
-    ec = parse(withoutLoneSurrogates(json), Rest::none, values);
-  }
-  if (ec) return std::nullopt;
+  if (parse(json, Rest::none, values)) return std::nullopt;
   return values.release();
 }
 
