@@ -2,6 +2,7 @@
 
 #include <openssl/ssl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -27,10 +28,11 @@ namespace websocket = beast::websocket;
 using boost::system::error_code;
 using tcp = asio::ip::tcp;
 
-constexpr auto attemptLimit = std::chrono::seconds(5);
+constexpr auto attemptDelay = std::chrono::milliseconds(250);
 constexpr auto handshakeLimit = std::chrono::seconds(10);
 constexpr auto closeLimit = std::chrono::seconds(3);
 
+using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
 using TcpStream = beast::basic_stream<tcp, Executor>;
 
 ssl::context& tlsContext() {
@@ -89,7 +91,10 @@ class Stream {
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
   explicit WebSocket(const Executors& executors)
-      : executor_(executors.io()), resolver_(executor_), closeTimer_(executor_) {}
+      : executor_(executors.io()),
+        resolver_(executor_),
+        attemptTimer_(executor_),
+        closeTimer_(executor_) {}
 
   void open(const Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
@@ -105,7 +110,10 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   enum class State { idle, connecting, open, closing, closed };
 
   TcpStream& tcpStream() { return ws_->next_layer().tcpStream(); }
-  void connectTo(std::vector<tcp::endpoint> addresses, std::size_t next);
+  void connectToAny(std::vector<tcp::endpoint> addresses);
+  void startAttempt();
+  void onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error);
+  void abandonAttempts();
   void shakeHandsOverTls();
   void shakeHands();
   void onShaken(error_code error);
@@ -120,6 +128,9 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
 
   Executor executor_;
   asio::ip::basic_resolver<tcp, Executor> resolver_;
+  std::vector<tcp::endpoint> addresses_;  // still to be tried, the next one last
+  std::vector<std::shared_ptr<TcpSocket>> attempts_;
+  Timer attemptTimer_;
   std::optional<websocket::stream<Stream, true>> ws_;
   Timer closeTimer_;
   websocket::response_type response_;
@@ -151,39 +162,65 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   const auto address = asio::ip::make_address(endpoint_.host, error);
   if (!error) {
     const auto port = static_cast<std::uint16_t>(std::stoul(endpoint_.port));
-    connectTo({tcp::endpoint(address, port)}, 0);
-    return;
+    return connectToAny({tcp::endpoint(address, port)});
   }
   resolver_.async_resolve(
       endpoint_.host, endpoint_.port,
       [self = shared_from_this()](error_code failure, const tcp::resolver::results_type& results) {
         if (self->state_ != State::connecting) return;
         if (failure) return self->fail("name look-up failed", failure);
-        self->connectTo({results.begin(), results.end()}, 0);
+        self->connectToAny({results.begin(), results.end()});
       });
 }
 
-void WebSocket::connectTo(std::vector<tcp::endpoint> addresses, std::size_t next) {
-  const auto address = addresses[next];
-  const bool last = next + 1 == addresses.size();
-  if (last) {
-    tcpStream().expires_never();
-  } else {
-    tcpStream().expires_after(attemptLimit);
+// Attempts run side by side, a little apart and with the address families in turn (RFC 8305), so
+// that an address that swallows everything costs a fraction of a second.
+void WebSocket::connectToAny(std::vector<tcp::endpoint> addresses) {
+  const auto otherFamily =
+      std::stable_partition(addresses.begin(), addresses.end(),
+                            [first = addresses.front().protocol()](const auto& address) {
+                              return address.protocol() == first;
+                            });
+  for (auto one = addresses.begin(), other = otherFamily;
+       one != otherFamily || other != addresses.end();) {
+    if (one != otherFamily) addresses_.push_back(*one++);
+    if (other != addresses.end()) addresses_.push_back(*other++);
   }
-  tcpStream().async_connect(address, [self = shared_from_this(), addresses = std::move(addresses),
-                                      next, last](error_code error) mutable {
-    if (self->state_ != State::connecting) return;
-    if (error && last) return self->fail("cannot connect", error);
-    if (error) {
-      self->tcpStream().close();
-      return self->connectTo(std::move(addresses), next + 1);
-    }
-    self->tcpStream().expires_never();
-    error_code ignored;
-    self->tcpStream().socket().set_option(tcp::no_delay(true), ignored);
-    self->endpoint_.tls ? self->shakeHandsOverTls() : self->shakeHands();
+  std::reverse(addresses_.begin(), addresses_.end());
+  startAttempt();
+}
+
+void WebSocket::startAttempt() {
+  const auto address = addresses_.back();
+  addresses_.pop_back();
+  const auto socket = attempts_.emplace_back(std::make_shared<TcpSocket>(executor_));
+  socket->async_connect(address, [self = shared_from_this(), socket](error_code error) {
+    self->onAttempt(socket, error);
   });
+  if (addresses_.empty()) return;
+  attemptTimer_.expires_after(attemptDelay);
+  attemptTimer_.async_wait([self = shared_from_this()](error_code error) {
+    if (!error && !self->addresses_.empty() && !self->attempts_.empty()) self->startAttempt();
+  });
+}
+
+void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error) {
+  if (state_ != State::connecting || std::erase(attempts_, socket) == 0) return;
+  if (error && !addresses_.empty()) return startAttempt();
+  if (error && attempts_.empty()) return fail("cannot connect", error);
+  if (error) return;
+
+  abandonAttempts();
+  error_code ignored;
+  socket->set_option(tcp::no_delay(true), ignored);
+  tcpStream().socket() = std::move(*socket);
+  endpoint_.tls ? shakeHandsOverTls() : shakeHands();
+}
+
+void WebSocket::abandonAttempts() {
+  attemptTimer_.cancel();
+  error_code ignored;
+  for (const auto& socket : std::exchange(attempts_, {})) socket->close(ignored);
 }
 
 void WebSocket::shakeHandsOverTls() {
@@ -323,6 +360,7 @@ void WebSocket::closeBy(Clock::duration limit) {
 void WebSocket::drop() {
   state_ = State::closed;
   resolver_.cancel();
+  abandonAttempts();
   closeTimer_.cancel();
   if (ws_) tcpStream().close();
 }
