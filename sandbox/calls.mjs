@@ -31,7 +31,9 @@ function relay(world, event, read) {
   return (client, payload) => {
     const call = findCall(world, client, payload);
     const receiver = payload.uin('receiver_uin');
-    if (!parties(call).includes(receiver)) refuse(Result.userNotFound, 'the receiver is not in the call');
+    if (!parties(call).includes(receiver)) {
+      refuse(Result.userNotFound, 'the receiver is not in the call');
+    }
     const step = {
       group_id: call.group_id,
       call_id: call.call_id,
@@ -53,6 +55,7 @@ export const callRequests = (world) => ({
     const mediaType = payload.integer('media_type', 0);
     const isGroup = group.type !== GroupType.private;
     const wantedId = payload.id('call_id', '');
+    const isFree = wantedId !== '' && !world.store.calls.has(wantedId);
     if (![0, 1, 2].includes(mediaType)) refuse(Result.wrongType, `unknown media type ${mediaType}`);
     if (!callees.every((uin) => group.members.includes(uin)) || callees.length === 0) {
       refuse(Result.userNotFound, 'a callee is not a member of the conversation');
@@ -60,7 +63,7 @@ export const callRequests = (world) => ({
     if (group.blocks.has(caller)) refuse(Result.failed, 'blocked in this conversation');
 
     const call = {
-      call_id: wantedId && !world.store.calls.has(wantedId) ? wantedId : world.store.nextId('call'),
+      call_id: isFree ? wantedId : world.store.nextId('call'),
       group_id: group.id,
       call_type: isGroup ? CallType.group : CallType.private,
       media_type: mediaType,
@@ -92,8 +95,10 @@ export const callRequests = (world) => ({
     const call = findCall(world, client, payload);
     const callee = payload.ownUin('callee_uin', client);
     const answer = payload.integer('answer');
-    if (!call.callee_uins.includes(callee)) refuse(Result.userNotFound, 'the caller does not answer');
-    if (!Object.values(Answer).includes(answer)) refuse(Result.wrongType, `unknown answer ${answer}`);
+    if (!call.callee_uins.includes(callee))
+      refuse(Result.userNotFound, 'the caller does not answer');
+    if (!Object.values(Answer).includes(answer))
+      refuse(Result.wrongType, `unknown answer ${answer}`);
     if (call.call_status !== Status.ongoing) refuse(Result.failed, 'the call is over');
     const record = { group_id: call.group_id, call_id: call.call_id, callee_uin: callee, answer };
     world.push(parties(call), 'answer_call', record, client);
@@ -114,7 +119,9 @@ export const callRequests = (world) => ({
     const record = { group_id: call.group_id, call_id: call.call_id, uin };
     world.push(parties(call), 'stop_call', record, client);
     call.accepted_uins = call.accepted_uins.filter((accepted) => accepted !== uin);
-    if (uin === call.caller_uin || call.call_type === CallType.private) endCall(world, call, Status.ended);
+    if (uin === call.caller_uin || call.call_type === CallType.private) {
+      endCall(world, call, Status.ended);
+    }
     return { result: Result.ok };
   },
 
@@ -141,7 +148,9 @@ export const callRequests = (world) => ({
   event(client, payload) {
     const group = world.store.groupOf(payload.id('group_id'), client.uin);
     const receiver = payload.id('receiver_uin', '') && payload.uin('receiver_uin');
-    if (receiver && !group.members.includes(receiver)) refuse(Result.userNotFound, 'the receiver is no member');
+    if (receiver && !group.members.includes(receiver)) {
+      refuse(Result.userNotFound, 'the receiver is no member');
+    }
     const record = {
       group_id: group.id,
       call_id: payload.id('call_id', ''),

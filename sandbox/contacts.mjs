@@ -8,7 +8,8 @@ const tokensPerUser = 20;
 function findBlock(world, client, payload) {
   const group = world.store.groupOf(payload.id('group_id'), client.uin);
   const blocked = payload.uin('blocked_uin');
-  if (!group.members.includes(blocked)) refuse(Result.userNotFound, 'not a member of the conversation');
+  if (!group.members.includes(blocked))
+    refuse(Result.userNotFound, 'not a member of the conversation');
   if (blocked === client.uin) refuse(Result.invalid, 'nobody blocks himself');
   return { group, blocked, notice: { group_id: group.id, blocked_uin: blocked } };
 }
@@ -36,10 +37,13 @@ export const contactRequests = (world) => ({
 
   blocked_list(client, payload) {
     const uin = payload.ownUin('uin', client);
-    const list = world.store.groupsOf(uin).flatMap((group) =>
-      [...group.blocks]
-        .filter(([, blocker]) => blocker === uin)
-        .map(([blocked]) => ({ uin: blocked, group_id: group.id })));
+    const list = world.store
+      .groupsOf(uin)
+      .flatMap((group) =>
+        [...group.blocks]
+          .filter(([, blocker]) => blocker === uin)
+          .map(([blocked]) => ({ uin: blocked, group_id: group.id })),
+      );
     return { result: Result.ok, list };
   },
 
@@ -69,7 +73,8 @@ export const contactRequests = (world) => ({
     const uin = payload.ownUin('uin', client);
     payload.integer('version', 0);
     const tokens = world.store.pushTokens.get(uin) ?? new Map();
-    for (const [token, { deviceId }] of tokens) if (deviceId === client.deviceId) tokens.delete(token);
+    for (const [token, { deviceId }] of tokens)
+      if (deviceId === client.deviceId) tokens.delete(token);
     world.goOffline(client);
     return { result: Result.ok };
   },

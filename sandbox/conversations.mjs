@@ -59,9 +59,11 @@ export const conversationRequests = (world) => ({
   list_group(client, payload) {
     const uin = payload.ownUin('uin', client);
     const page = payload.page();
-    const key = sortKeys[payload.integer('sort_by', 1)] ?? refuse(Result.wrongType, 'unknown order');
+    const key =
+      sortKeys[payload.integer('sort_by', 1)] ?? refuse(Result.wrongType, 'unknown order');
     const isPinned = (group) => Number(group.pinned.has(uin));
-    const groups = world.store.groupsOf(uin)
+    const groups = world.store
+      .groupsOf(uin)
       .filter((group) => !group.hidden.has(uin))
       .sort((a, b) => isPinned(b) - isPinned(a) || key(b) - key(a));
     return {
@@ -78,12 +80,15 @@ export const conversationRequests = (world) => ({
     const uins = new Set([...payload.uins('occupants_uins'), client.uin]);
     if (uins.size < 2) refuse(Result.invalid, 'a conversation needs two users');
     const isSame = (group) =>
-      group.type === type && group.members.length === uins.size &&
+      group.type === type &&
+      group.members.length === uins.size &&
       group.members.every((uin) => uins.has(uin));
-    const group = type === GroupType.private && uins.size === 2
-      ? world.store.privateGroup(...uins)
-      : world.store.groupsOf(client.uin).find(isSame);
-    return group ? conversationAnswer(world, group, client.uin)
+    const group =
+      type === GroupType.private && uins.size === 2
+        ? world.store.privateGroup(...uins)
+        : world.store.groupsOf(client.uin).find(isSame);
+    return group
+      ? conversationAnswer(world, group, client.uin)
       : refuse(Result.failed, 'no such conversation');
   },
 

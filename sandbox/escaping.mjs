@@ -23,15 +23,14 @@ export function undoEscaping(text) {
  */
 function undoClientRule(text) {
   let wellFormed = true;
-  const plain = text.replace(/(\\*)(["/nrt])|\\+/g, (whole, run, letter) => {
+  const plain = text.replace(/(\\*)(["/nrt])|\\+/g, (whole, run, letter = '') => {
     const length = (run ?? whole).length;
     const beforePairs = Math.floor(length / 3) * 2 + (length % 3);
-    const gained = letter === undefined || length === 0 && /[nrt]/.test(letter) ? 0
-      : /["/]/.test(letter) ? 1 : 2;
-    const original = beforePairs - gained;
-    const needed = gained === 2 ? 1 : 0;
-    if (length % 3 === 2 || original < needed) wellFormed = false;
-    return wellFormed ? '\\'.repeat(original) + (letter ?? '') : whole;
+    const isQuoteOrSolidus = letter === '"' || letter === '/';
+    const isEscape = letter !== '' && !isQuoteOrSolidus && length > 0;
+    const original = beforePairs - (isQuoteOrSolidus ? 1 : isEscape ? 2 : 0);
+    if (length % 3 === 2 || original < (isEscape ? 1 : 0)) wellFormed = false;
+    return wellFormed ? '\\'.repeat(original) + letter : whole;
   });
   return wellFormed ? plain : undefined;
 }

@@ -5,7 +5,8 @@ import { refuse, Result } from './requests.mjs';
 import { GroupType } from './store.mjs';
 
 export function requireGroup(group) {
-  if (group.type === GroupType.private) refuse(Result.wrongType, 'a private conversation is no group');
+  if (group.type === GroupType.private)
+    refuse(Result.wrongType, 'a private conversation is no group');
 }
 
 function requireOwner(group, client) {
@@ -30,9 +31,9 @@ function pushUpdate(world, group, uins, client, { added = [], removed = [] } = {
 export function addMembers(world, group, uins, client) {
   const newcomers = uins.filter((uin) => !group.members.includes(uin));
   if (newcomers.length === 0) return;
-  const members = group.members;
+  const members = [...group.members];
   world.store.addMembers(group, newcomers);
-  pushUpdate(world, group, members.filter((uin) => !newcomers.includes(uin)), client, { added: newcomers });
+  pushUpdate(world, group, members, client, { added: newcomers });
   addNotice(world, group, client.uin, MessageType.groupUpdate, { added_uins: newcomers }, client);
   for (const uin of newcomers) world.push([uin], 'group', conversation(world, group, uin), client);
 }
@@ -53,7 +54,8 @@ export const groupRequests = (world) => ({
       sender_name: payload.text('sender_name', ''),
       sender_avatar: payload.text('sender_avatar', ''),
     };
-    if (!Object.values(GroupType).includes(type)) refuse(Result.wrongType, `unknown group type ${type}`);
+    if (!Object.values(GroupType).includes(type))
+      refuse(Result.wrongType, `unknown group type ${type}`);
     if (type === GroupType.private) {
       if (members.length !== 2) refuse(Result.wrongType, 'a private conversation has two users');
       return conversationAnswer(world, world.store.privateGroup(...members), client.uin);
@@ -80,14 +82,14 @@ export const groupRequests = (world) => ({
       refuse(Result.userNotFound, 'not a member of the group');
     }
 
-    const change = { removed };
     const isRenamed = name !== group.name || avatarUrl !== group.avatarUrl;
     const isHandedOver = owner !== group.owner;
     Object.assign(group, { name, avatarUrl, owner });
     if (removed.length > 0 || isRenamed || isHandedOver) {
-      pushUpdate(world, group, group.members, client, change);
+      pushUpdate(world, group, group.members, client, { removed });
     }
-    const notify = (update) => addNotice(world, group, client.uin, MessageType.groupUpdate, update, client);
+    const notify = (update) =>
+      addNotice(world, group, client.uin, MessageType.groupUpdate, update, client);
     if (isRenamed) notify({ updated_group_name: name, updated_group_avatar: avatarUrl });
     if (isHandedOver) notify({ owner_uin: owner });
     for (const uin of removed) removeMember(world, group, uin, client);

@@ -51,7 +51,8 @@ export function addNotice(world, group, sender, type, attachments, client) {
 /** The first message of a private conversation brings the conversation to the other side. */
 function announce(world, group, client) {
   if (group.type !== GroupType.private || group.secret || group.messages.length !== 1) return;
-  for (const uin of group.members) world.push([uin], 'group', conversation(world, group, uin), client);
+  for (const uin of group.members)
+    world.push([uin], 'group', conversation(world, group, uin), client);
 }
 
 function findMessage(world, client, payload) {
@@ -70,8 +71,10 @@ export const messageRequests = (world) => ({
     const page = payload.page();
     const before = Number(payload.id('last_message_id', '') || Infinity);
     if (Number.isNaN(before)) refuse(Result.invalid, '"last_message_id" is not a message id');
-    const visible = group.messages.filter((message) =>
-      Number(message.message_id) < before && !message.deleted_uins.includes(client.uin));
+    const visible = group.messages.filter(
+      (message) =>
+        Number(message.message_id) < before && !message.deleted_uins.includes(client.uin),
+    );
     const messages = page.cut(visible.reverse());
     return {
       result: Result.ok,
@@ -112,7 +115,9 @@ export const messageRequests = (world) => ({
   update_message(client, payload) {
     const { group, message } = findMessage(world, client, payload);
     const status = payload.integer('status');
-    if (status < Status.sent || status > Status.deleted) refuse(Result.invalid, `unknown status ${status}`);
+    if (status < Status.sent || status > Status.deleted) {
+      refuse(Result.invalid, `unknown status ${status}`);
+    }
     message.updated_at = world.store.now();
     if (status === Status.deleted) {
       addOnce(message.deleted_uins, client.uin);

@@ -35,7 +35,8 @@ export class Payload {
 
   constructor(value) {
     const isObject = typeof value === 'object' && value !== null && !Array.isArray(value);
-    if (!isObject || ArrayBuffer.isView(value)) refuse(Result.invalid, 'the payload must be an object');
+    if (!isObject || ArrayBuffer.isView(value))
+      refuse(Result.invalid, 'the payload must be an object');
     this.#members = new Map(Object.entries(value));
   }
 
@@ -64,7 +65,9 @@ export class Payload {
 
   texts(key, fallback) {
     const fits = (value) =>
-      Array.isArray(value) && value.length <= 1000 && value.every((item) => typeof item === 'string');
+      Array.isArray(value) &&
+      value.length <= 1000 &&
+      value.every((item) => typeof item === 'string');
     return this.#read(key, fallback, fits, 'a list of at most 1000 texts');
   }
 
@@ -91,7 +94,9 @@ export class Payload {
   /** A user id that must be the sender's own. */
   ownUin(key, client) {
     const uin = this.uin(key, client.uin);
-    return uin === client.uin ? uin : refuse(Result.wrongSession, `"${key}" is not the session's user`);
+    return uin === client.uin
+      ? uin
+      : refuse(Result.wrongSession, `"${key}" is not the session's user`);
   }
 
   page() {

@@ -23,7 +23,10 @@ export const secretChatRequests = (world) => ({
     const keys = keyBundle(payload, owner);
     if (receiver === owner) refuse(Result.invalid, 'a secret chat needs another user');
     const group = world.store.addGroup({
-      type: GroupType.private, owner, members: [owner, receiver], secret: true,
+      type: GroupType.private,
+      owner,
+      members: [owner, receiver],
+      secret: true,
     });
     group.secrets.push(keys);
     world.push([receiver], 'start_secret_chat', { group_id: group.id, ...keys }, client);

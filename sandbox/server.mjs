@@ -9,6 +9,7 @@ import { conversationRequests } from './conversations.mjs';
 import { groupRequests } from './groups.mjs';
 import { linkRequests } from './links.mjs';
 import { messageRequests } from './messages.mjs';
+import { operatorDoor } from './operator.mjs';
 import { secretChatRequests } from './secret-chats.mjs';
 import { Sessions } from './sessions.mjs';
 import { Store } from './store.mjs';
@@ -57,11 +58,18 @@ function readOptions() {
 }
 
 const { port, ...heartbeat } = readOptions();
-const http = createServer();
+const traffic = new Traffic();
+const http = createServer((request, response) => door(request, response));
 const io = new Server(http, { ...heartbeat, serveClient: false, maxHttpBufferSize: 1e6 });
-const sessions = new Sessions(io.of('/data'), new Traffic(), new Store());
+const sessions = new Sessions(io.of('/data'), traffic, new Store());
+const door = operatorDoor(sessions, traffic);
 const areas = [
-  conversationRequests, messageRequests, groupRequests, linkRequests, contactRequests, callRequests,
+  conversationRequests,
+  messageRequests,
+  groupRequests,
+  linkRequests,
+  contactRequests,
+  callRequests,
   secretChatRequests,
 ];
 for (const area of areas) sessions.answer(area(sessions));

@@ -43,8 +43,12 @@ export class Sessions {
   }
 
   list() {
-    return [...this.#clients.values()].map(({ uin, deviceId, since, isExpired }) =>
-      ({ uin, deviceId, since, isExpired }));
+    return [...this.#clients.values()].map(({ uin, deviceId, since, isExpired }) => ({
+      uin,
+      deviceId,
+      since,
+      isExpired,
+    }));
   }
 
   /** The user's connections; those of an expired session do not count. */
@@ -59,7 +63,8 @@ export class Sessions {
   /** Pushes to every connection of these users but the one that caused it. */
   push(uins, event, item, cause) {
     const receivers = [...new Set(uins)].filter((uin) =>
-      this.connectionsOf(uin).some((client) => client.id !== cause?.id));
+      this.connectionsOf(uin).some((client) => client.id !== cause?.id),
+    );
     if (receivers.length === 0) return;
     for (const uin of receivers) this.#traffic.add('push', uin, event, [item]);
     const target = this.#namespace.to(receivers.map(room));
@@ -70,8 +75,8 @@ export class Sessions {
   pushRaw(uin, event, items) {
     const count = this.connectionsOf(uin).length;
     if (count === 0) return 0;
-    this.#traffic.add('push', uin, event, items);
     this.#namespace.to(room(uin)).emit(event, ...items);
+    this.#traffic.add('push', uin, event, items);
     return count;
   }
 
@@ -90,8 +95,8 @@ export class Sessions {
     const session = readSession(socket.handshake.query);
     const client = { ...session, id: socket.id, since: Date.now(), isPresent: !session.isExpired };
     const wasOnline = this.isOnline(client.uin);
-    this.#traffic.add('connected', client.uin, client.deviceId, []);
     this.#add(client, socket);
+    this.#traffic.add('connected', client.uin, client.deviceId, []);
     socket.onAny((event, ...items) => this.#receive(client, socket, String(event), items));
     socket.on('disconnect', (reason) => {
       this.goOffline(client);
@@ -124,7 +129,9 @@ export class Sessions {
 
   /** A new device session is reported to the user's other devices. */
   #tellConflict(client) {
-    const others = this.connectionsOf(client.uin).filter(({ deviceId }) => deviceId !== client.deviceId);
+    const others = this.connectionsOf(client.uin).filter(
+      ({ deviceId }) => deviceId !== client.deviceId,
+    );
     for (const other of others) {
       const socket = this.#namespace.sockets.get(other.id);
       if (socket) this.#pushTo(other, socket, 'error', { error: Result.loginConflict });

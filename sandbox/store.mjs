@@ -28,14 +28,32 @@ export class Store {
   // Conversations
 
   addGroup({ id, type, owner, members, name = '', avatarUrl = '', secret = false }) {
-    if (this.groups.size >= limits.groups) refuse(Result.failed, 'the sandbox is full of conversations');
+    if (this.groups.size >= limits.groups)
+      refuse(Result.failed, 'the sandbox is full of conversations');
     if (members.length > limits.members) refuse(Result.failed, 'too many members');
     const time = String(this.now());
     const group = {
-      id: id ?? this.nextId('group'), type, owner, creator: owner, name, avatarUrl, secret,
-      members, removed: new Set(), muted: new Set(), pinned: new Set(), hidden: new Set(),
-      blocks: new Map(), received: new Map(), seen: new Map(), lastActive: new Map(),
-      secrets: [], messages: [], nonces: new Map(), createdAt: time, updatedAt: time,
+      id: id ?? this.nextId('group'),
+      type,
+      owner,
+      creator: owner,
+      name,
+      avatarUrl,
+      secret,
+      members,
+      removed: new Set(),
+      muted: new Set(),
+      pinned: new Set(),
+      hidden: new Set(),
+      blocks: new Map(),
+      received: new Map(),
+      seen: new Map(),
+      lastActive: new Map(),
+      secrets: [],
+      messages: [],
+      nonces: new Map(),
+      createdAt: time,
+      updatedAt: time,
     };
     this.groups.set(group.id, group);
     return group;
@@ -47,7 +65,8 @@ export class Store {
   }
 
   addMembers(group, uins) {
-    if (group.members.length + uins.length > limits.members) refuse(Result.failed, 'too many members');
+    if (group.members.length + uins.length > limits.members)
+      refuse(Result.failed, 'too many members');
     group.members.push(...uins);
     for (const uin of uins) group.removed.delete(uin);
   }
@@ -62,7 +81,9 @@ export class Store {
   privateGroup(uin, peer) {
     const [low, high] = [uin, peer].map(Number).sort((a, b) => a - b);
     const matches = (group) =>
-      group.type === GroupType.private && !group.secret && group.members.includes(uin) &&
+      group.type === GroupType.private &&
+      !group.secret &&
+      group.members.includes(uin) &&
       group.members.includes(peer);
     if (high >= pairBase) {
       return [...this.groups.values()].find(matches) ?? this.#addPrivate(undefined, uin, peer);
@@ -78,8 +99,13 @@ export class Store {
   #privateGroupById(id, uin) {
     const [low, high] = [Math.floor(Number(id) / pairBase), Number(id) % pairBase];
     const pair = [String(low), String(high)];
-    if (!/^\d{8,14}$/.test(id) || low >= high || !pair.every(isUin) || !pair.includes(uin)) return undefined;
-    return this.privateGroup(uin, pair.find((other) => other !== uin));
+    if (!/^[1-9]\d{7,13}$/.test(id) || low >= high || !isUin(pair[0]) || !pair.includes(uin)) {
+      return undefined;
+    }
+    return this.privateGroup(
+      uin,
+      pair.find((other) => other !== uin),
+    );
   }
 
   /** The conversation of that id, which the user must be a member of. */

@@ -21,7 +21,12 @@ export class Traffic {
   /** Kinds: request, answer, push, connected, disconnected. */
   add(kind, uin, name, items) {
     const line = {
-      id: ++this.#count, time: Date.now(), kind, uin, name: shorten(name), text: print(items),
+      id: ++this.#count,
+      time: Date.now(),
+      kind,
+      uin,
+      name: shorten(name),
+      text: print(items),
     };
     this.#lines.push(line);
     if (this.#lines.length > kept) this.#lines.shift();
