@@ -19,7 +19,7 @@ using detail::Kind;
 using detail::Record;
 using detail::Type;
 
-/// How deep values may nest, and documents within texts of documents.
+/// How deep values may nest, and documents within the texts of a document.
 constexpr std::size_t maxDepth = 64;
 
 struct Integer {
@@ -511,7 +511,7 @@ class Nesting {
   ~Nesting() { --count_; }
   Nesting(const Nesting&) = delete;
   Nesting& operator=(const Nesting&) = delete;
-  bool isTooDeep() const { return count_ > maxDepth; }
+  bool isTooDeep() const { return count_ > maxDepth + 1; }
 
  private:
   static thread_local std::size_t count_;

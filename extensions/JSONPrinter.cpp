@@ -60,17 +60,17 @@ class Printer {
 
 }  // namespace
 
-std::optional<std::string> prettyPrinted(std::string_view json) {
-  const auto value = parseValue(json);
-  if (!value) return std::nullopt;
+std::optional<std::string> prettyPrinted(std::string_view items) {
+  const auto list = parseValue("[" + std::string(items) + "]");
+  if (!list || list->get_array().empty()) return std::nullopt;
   std::string printed;
-  Printer(printed, true).print(*value);
+  Printer(printed, true).print(list->get_array().front());
   return printed;
 }
 
-std::string printedForm(const boost::json::object& dictionary) {
+std::string printedForm(const boost::json::value& value) {
   std::string printed;
-  Printer(printed, false).print(dictionary);
+  Printer(printed, false).print(value);
   return printed;
 }
 

@@ -14,26 +14,26 @@ struct Step {
   std::string_view replacement;
 };
 
-/// Linear in the text, however many occurrences there are.
-std::string replaceAll(const std::string& text, Step step) {
-  std::size_t found = text.find(step.find);
-  if (found == std::string::npos) return text;
-  std::string replaced;
-  std::size_t from = 0;
-  for (; found != std::string::npos; found = text.find(step.find, from)) {
-    replaced.append(text, from, found - from).append(step.replacement);
-    from = found + step.find.size();
-  }
-  return replaced.append(text, from);
-}
-
 std::string rewritten(std::string_view text, std::initializer_list<Step> steps) {
   std::string result(text);
-  for (const Step& step : steps) result = replaceAll(result, step);
+  for (const Step& step : steps) result = replaceAll(result, step.find, step.replacement);
   return result;
 }
 
 }  // namespace
+
+std::string replaceAll(const std::string& text, std::string_view find,
+                       std::string_view replacement) {
+  std::size_t found = text.find(find);
+  if (found == std::string::npos) return text;
+  std::string replaced;
+  std::size_t from = 0;
+  for (; found != std::string::npos; found = text.find(find, from)) {
+    replaced.append(text, from, found - from).append(replacement);
+    from = found + find.size();
+  }
+  return replaced.append(text, from);
+}
 
 std::string escapedString(std::string_view text) {
   return rewritten(text, {{R"(")", R"(\")"},
