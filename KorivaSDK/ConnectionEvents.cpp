@@ -10,8 +10,8 @@ void KorivaSDK::addHandlers(Socket& socket) {
 }
 
 void KorivaSDK::on(Socket& socket, std::string_view event,
-                   void (*handler)(KorivaSDK& sdk, const Items& items)) {
-  socket.on(event, [weak = weak_from_this(), handler](const Items& items) {
+                   std::function<void(KorivaSDK& sdk, const Items& items)> handler) {
+  socket.on(event, [weak = weak_from_this(), handler = std::move(handler)](const Items& items) {
     if (const auto sdk = weak.lock()) handler(*sdk, items);
   });
 }

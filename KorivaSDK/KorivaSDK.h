@@ -285,7 +285,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   void addConnectionHandlers(koriva::socketio::Socket& socket);
   void addDataHandlers(koriva::socketio::Socket& socket);
   void on(koriva::socketio::Socket& socket, std::string_view event,
-          void (*handler)(KorivaSDK& sdk, const koriva::socketio::Items& items));
+          std::function<void(KorivaSDK& sdk, const koriva::socketio::Items& items)> handler);
   void forEachDelegate(const std::function<void(KorivaDelegate&)>& call);
 
   void emit(std::string_view event, const KRDictionary& payload);

@@ -15,9 +15,7 @@ bool appendPayload(std::string& out, const KRCallEvent& event) {
 
 }  // namespace
 
-std::string KRCallEvent::type() const {
-  return std::string(koriva::rawValue(static_cast<Key>(value.index())));
-}
+std::string KRCallEvent::type() const { return std::string(koriva::rawValue(key())); }
 
 KRDictionary KRCallEvent::toDictionary() const {
   std::string payload;

