@@ -3,6 +3,8 @@ target_include_directories(koriva_options INTERFACE $<BUILD_INTERFACE:${PROJECT_
 target_compile_options(
   koriva_options
   INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+            # g++ 12 sees an overlap in "text" + std::string() where there is none.
+            $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
             $<$<BOOL:${KORIVA_WARNINGS_AS_ERRORS}>:-Werror>)
 if(KORIVA_SANITIZE)
   target_compile_options(
