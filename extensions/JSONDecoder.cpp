@@ -524,6 +524,12 @@ error_code decodeWith(Rest rest, const Type& type, void* value, std::string_view
   return parse(json, rest, type, value);
 }
 
+std::optional<boost::json::value> parseDynamic(std::string_view json, Rest rest) {
+  boost::json::value_stack values;
+  if (parse(json, rest, values)) return std::nullopt;
+  return values.release();
+}
+
 }  // namespace
 
 namespace detail {
@@ -541,9 +547,11 @@ error_code mismatch() { return make_error_code(error::not_object); }
 }  // namespace detail
 
 std::optional<boost::json::value> parseValue(std::string_view json) {
-  boost::json::value_stack values;
-  if (parse(json, Rest::none, values)) return std::nullopt;
-  return values.release();
+  return parseDynamic(json, Rest::none);
+}
+
+std::optional<boost::json::value> parseFirst(std::string_view items) {
+  return parseDynamic(items, Rest::afterComma);
 }
 
 std::optional<boost::json::object> parseDictionary(std::string_view json) {

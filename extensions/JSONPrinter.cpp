@@ -61,10 +61,10 @@ class Printer {
 }  // namespace
 
 std::optional<std::string> prettyPrinted(std::string_view items) {
-  const auto list = parseValue("[" + std::string(items) + "]");
-  if (!list || list->get_array().empty()) return std::nullopt;
+  const auto value = parseFirst(items);
+  if (!value) return std::nullopt;
   std::string printed;
-  Printer(printed, true).print(list->get_array().front());
+  Printer(printed, true).print(*value);
   return printed;
 }
 

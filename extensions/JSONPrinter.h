@@ -18,7 +18,7 @@ std::string replaceAll(const std::string& text, std::string_view find,
 namespace koriva::json {
 
 /// The first of the values inside a JSON array, given without the brackets, spread over lines and
-/// indented by two spaces; nothing when there is none or the items are not JSON.
+/// indented by two spaces; nothing when there is none or it is not JSON.
 std::optional<std::string> prettyPrinted(std::string_view items);
 
 /// The form in which values appear in console lines: `["key": value, "key2": "text"]` for a
