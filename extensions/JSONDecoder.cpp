@@ -146,12 +146,21 @@ void putDefault(const Field& field, void* record) {
   }
 }
 
+/// Most keys are short enough to be compared by their ends.
+bool isSameKey(std::string_view a, std::string_view b) {
+  const std::size_t size = a.size();
+  if (size != b.size()) return false;
+  if (size < 8 || size > 16) return a == b;
+  return detail::loadBytes(a.data(), 8) == detail::loadBytes(b.data(), 8) &&
+         detail::loadBytes(a.data() + size - 8, 8) == detail::loadBytes(b.data() + size - 8, 8);
+}
+
 const Field* findField(const Record& record, std::string_view key) {
   if (record.fieldCount == 0) return nullptr;
   const auto slot = record.slots[(detail::hashOf(key) * record.multiplier) >> record.slotShift];
   if (slot == 0) return nullptr;
   const Field& field = record.fields[slot - 1];
-  return field.key == key ? &field : nullptr;
+  return isSameKey(field.key, key) ? &field : nullptr;
 }
 
 /// Receives the events of the parser and writes what they say straight into a value, or into a
@@ -391,7 +400,9 @@ class Handler {
       text_ = static_cast<std::string*>(open(*type_, member_));
       text_->clear();
     } else if (top().kind == Kind::texts) {
-      text_ = &static_cast<std::vector<std::string>*>(top().value)->emplace_back();
+      auto& texts = *static_cast<std::vector<std::string>*>(top().value);
+      if (texts.capacity() == 0) texts.reserve(4);
+      text_ = &texts.emplace_back();
     } else if (top().kind == Kind::textMap) {
       text_ = mapped;
       text_->clear();

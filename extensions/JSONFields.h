@@ -146,8 +146,8 @@ constexpr std::uint64_t loadBytes(const char* bytes, std::size_t count) {
   return value;
 }
 
-/// Looks at the length, the first and the last eight bytes only; fields() proves at compile time
-/// that this tells the keys of a table apart.
+/// Looks at the length, the first and the last eight bytes only, and leaves the mixing to the
+/// multiplier of the table; fields() proves at compile time that this tells its keys apart.
 constexpr std::uint64_t hashOf(std::string_view key) {
   const char* bytes = key.data();
   const std::size_t size = key.size();
@@ -163,8 +163,7 @@ constexpr std::uint64_t hashOf(std::string_view key) {
     head = loadBytes(bytes, 1) | loadBytes(bytes + size / 2, 1) << 8 |
            loadBytes(bytes + size - 1, 1) << 16;
   }
-  const std::uint64_t hash = head * 0x9E3779B97F4A7C15U + tail * 0xC2B2AE3D27D4EB4FU;
-  return hash ^ (hash >> 32);
+  return head ^ std::rotl(tail, 23);
 }
 
 /// A table of N fields and the perfect hash of their keys.
@@ -176,7 +175,7 @@ struct Table {
 
   std::array<Field, N> fields{};
   std::array<std::uint8_t, std::size_t{1} << slotBits> slots{};  ///< index + 1; 0 is no field
-  std::uint64_t multiplier = 1;
+  std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
   std::uint64_t required = 0;   ///< one bit a field
   std::uint64_t defaulted = 0;  ///< one bit a field
 };
@@ -410,7 +409,7 @@ constexpr auto fields(const Fields&... list) {
   }
   for (int attempts = 0; !detail::fillSlots(table, hashes); ++attempts) {
     if (attempts == 10'000) throw "two keys are equal, or alike in length, first and last bytes";
-    table.multiplier = table.multiplier * 6364136223846793005U + 1442695040888963407U;
+    table.multiplier = (table.multiplier * 6364136223846793005U + 1442695040888963407U) | 1;
   }
   return table;
 }

@@ -10,8 +10,7 @@
 namespace koriva {
 
 /// The text with every occurrence of `find`, from the left, replaced. In linear time.
-std::string replaceAll(const std::string& text, std::string_view find,
-                       std::string_view replacement);
+std::string replaceAll(std::string text, std::string_view find, std::string_view replacement);
 
 }  // namespace koriva
 

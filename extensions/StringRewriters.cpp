@@ -2,6 +2,7 @@
 
 #include <boost/json/value.hpp>
 #include <initializer_list>
+#include <utility>
 
 #include "extensions/JSONCoding.h"
 #include "extensions/JSONPrinter.h"
@@ -16,14 +17,14 @@ struct Step {
 
 std::string rewritten(std::string_view text, std::initializer_list<Step> steps) {
   std::string result(text);
-  for (const Step& step : steps) result = replaceAll(result, step.find, step.replacement);
+  for (const Step& step : steps)
+    result = replaceAll(std::move(result), step.find, step.replacement);
   return result;
 }
 
 }  // namespace
 
-std::string replaceAll(const std::string& text, std::string_view find,
-                       std::string_view replacement) {
+std::string replaceAll(std::string text, std::string_view find, std::string_view replacement) {
   std::size_t found = text.find(find);
   if (found == std::string::npos) return text;
   std::string replaced;
@@ -46,6 +47,7 @@ std::string escapedString(std::string_view text) {
 }
 
 std::string unescapeString(std::string_view text) {
+  if (text.find('\\') == std::string_view::npos) return std::string(text);
   return rewritten(text, {{R"(\")", "\""},
                           {R"(\/)", "/"},
                           {R"(\n)", "\n"},
