@@ -112,6 +112,9 @@ TEST(Packet, ReadsHandshakesWithinBounds) {
   EXPECT_EQ(absurd->pingInterval, 1'000);
   EXPECT_EQ(absurd->pingTimeout, 300'000);
   EXPECT_EQ(absurd->maxPayload, 0U);
+  const auto nan = parseHandshake(R"({"pingInterval":0e999,"pingTimeout":1})");
+  ASSERT_TRUE(nan);
+  EXPECT_EQ(nan->pingInterval, 1'000);
   for (const char* text :
        {"", "[]", "{", R"({"pingInterval":1})", R"({"pingInterval":"1","pingTimeout":2})"}) {
     EXPECT_FALSE(parseHandshake(text)) << text;

@@ -1,0 +1,187 @@
+// A whole connection on a transport that the input plays. Each line of the input is a frame from
+// the server (one that begins with "b" is binary), or begins with "!" and is something that the
+// application or the network does.
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz/Fuzz.h"
+#include "socketio/Engine.h"
+#include "socketio/Socket.h"
+
+using namespace koriva::socketio;
+using namespace std::chrono_literals;
+using koriva::fuzz::require;
+
+namespace {
+
+struct Far final : Transport {
+  void open(const Endpoint&, const std::string&, std::weak_ptr<Listener> heard) override {
+    listener = std::move(heard);
+  }
+  void send(std::string frame) override {
+    require(!closed, "nothing is sent once the connection was closed");
+    require(!frame.empty() && (frame.front() == '3' || frame.starts_with("4")),
+            "a frame has a type");
+    sentBytes += frame.size();
+  }
+  void close() override { closed = true; }
+  void setIdleLimit(std::chrono::milliseconds limit) override {
+    require(limit >= 2s && limit <= 600s, "idle limits are sane");
+  }
+  void pauseReading(bool pause) override {
+    require(pause != paused, "reading pauses and goes on in turn");
+    paused = pause;
+  }
+  [[nodiscard]] std::size_t queuedBytes() const override { return sentBytes; }
+
+  std::weak_ptr<Listener> listener;
+  std::size_t sentBytes = 0;
+  bool closed = false;
+  bool paused = false;
+};
+
+class Connection {
+ public:
+  explicit Connection(bool attached)
+      : executors_(network_.get_executor(),
+                   attached ? application_.get_executor() : network_.get_executor()) {
+    Limits limits;
+    limits.acknowledgement = 1ms;
+    limits.undelivered = 4;
+    limits.outgoingBytes = 4096;
+    auto engine = std::make_shared<Engine>(executors_, far_, "/data", limits);
+    engine_ = engine;
+    socket_ = std::make_shared<Socket>(executors_, std::move(engine), "/data", limits);
+    listen();
+    onApplication([this] { socket_->connect({}, {}); });
+  }
+
+  ~Connection() {
+    onApplication([this] {
+      socket_->disconnect();
+      require(socket_->status() == Status::disconnected, "a socket can be disconnected");
+    });
+    const std::weak_ptr<Socket> socket = std::exchange(socket_, nullptr);
+    const auto deadline = Clock::now() + 5s;
+    while (!socket.expired() || !engine_.expired()) {
+      require(Clock::now() < deadline, "nothing of a connection stays");
+      network_.restart();
+      network_.run_for(1ms);
+      drain(application_);
+    }
+    for (const int answers : acknowledgements_) {
+      require(answers == 1, "an acknowledgement ends exactly once");
+    }
+  }
+
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  void play(std::string_view line) {
+    if (line.starts_with('!')) {
+      onApplication([this, line] { act(line.substr(1)); });
+      return;
+    }
+    onNetwork([this, line] {
+      const auto listener = far_->listener.lock();
+      if (!listener) return;
+      if (line.starts_with('b')) {
+        listener->onBinary(std::string(line.substr(1)));
+      } else {
+        listener->onText(std::string(line));
+      }
+    });
+  }
+
+ private:
+  void listen() {
+    socket_->on(connectEvent, [this](const Items&) {
+      require(++connects_ == 1 && disconnects_ == 0, "a socket connects once");
+      require(socket_->status() == Status::connected, "it is connected when it says so");
+    });
+    socket_->on(disconnectEvent, [this](const Items& items) {
+      require(++disconnects_ == 1, "a socket disconnects once");
+      require(socket_->status() == Status::disconnected, "it is disconnected when it says so");
+      require(items.text().starts_with('"'), "there is a reason");
+    });
+    socket_->on(errorEvent, [this](const Items&) { require(!released_, "silent when released"); });
+    socket_->on("ev", [this](const Items& items) {
+      require(!released_ && connects_ == 1, "events come on a connection");
+      require(items.attachments.size() <= 64, "attachments are limited");
+      require(!items.firstHoldsBinary || !items.attachments.empty(), "binary needs attachments");
+      const auto text = items.text();
+      if (text.starts_with("\"!") && text.ends_with('"')) act(text.substr(2, text.size() - 3));
+    });
+  }
+
+  void act(std::string_view what) {
+    if (what == "ack") {
+      acknowledgements_.push_back(0);
+      socket_->emitWithAck("ask", "{}", [this, i = acknowledgements_.size() - 1](const Items&) {
+        ++acknowledgements_[i];
+      });
+    } else if (what == "disconnect") {
+      socket_->disconnect();
+    } else if (what == "release") {
+      released_ = true;
+      socket_->release();
+    } else if (what == "lost") {
+      onNetwork([this] {
+        if (const auto listener = far_->listener.lock()) listener->onClosed("lost");
+      });
+    } else if (what == "poll") {
+      if (!executors_.onHandleQueue()) drain(application_);
+    } else {
+      socket_->emit(std::string(what), "");
+    }
+  }
+
+  template <class Task>
+  void onApplication(Task task) {
+    executors_.postHandler(std::move(task));
+    drain(application_);
+    drain(network_);
+  }
+
+  template <class Task>
+  void onNetwork(Task task) {
+    boost::asio::post(network_, std::move(task));
+    drain(network_);
+  }
+
+  // Inside a handler nothing more is run: the caller goes on with it.
+  void drain(boost::asio::io_context& context) {
+    if (context.get_executor().running_in_this_thread()) return;
+    context.restart();
+    context.poll();
+  }
+
+  boost::asio::io_context network_;
+  boost::asio::io_context application_;
+  Executors executors_;
+  std::shared_ptr<Far> far_ = std::make_shared<Far>();
+  std::weak_ptr<Engine> engine_;
+  std::shared_ptr<Socket> socket_;
+  std::vector<int> acknowledgements_;
+  int connects_ = 0;
+  int disconnects_ = 0;
+  bool released_ = false;
+};
+
+}  // namespace
+
+void koriva::fuzz::run(std::string_view input) {
+  constexpr std::string_view attached = "!attached\n";
+  const bool isAttached = input.starts_with(attached);
+  if (isAttached) input.remove_prefix(attached.size());
+  Connection connection(isAttached);
+  while (!input.empty()) {
+    const auto line = input.substr(0, input.find('\n'));
+    connection.play(line);
+    input.remove_prefix(std::min(line.size() + 1, input.size()));
+  }
+}
