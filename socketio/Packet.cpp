@@ -189,8 +189,8 @@ std::optional<Handshake> parseHandshake(std::string_view text) {
     const auto* number = object.if_contains(key);
     if (number == nullptr || !number->is_number()) return std::nullopt;
     // Not std::clamp, which would pass on the NaN that the parser makes of 0e999.
-    const double value = std::max(1'000.0, number->to_number<double>());
-    return static_cast<std::int64_t>(std::min(value, 300'000.0));
+    const double atLeast = std::max(1'000.0, number->to_number<double>());
+    return static_cast<std::int64_t>(std::min(atLeast, 300'000.0));
   };
   const auto interval = milliseconds("pingInterval");
   const auto timeout = milliseconds("pingTimeout");
