@@ -72,6 +72,10 @@ void Engine::onText(std::string frame) {
     case '1':
       return fail("the server closed the connection");
     case '2':
+      // Emissions are refused long before; only answers that nobody reads pile up this high.
+      if (transport_->queuedBytes() / 2 > limits_.outgoingBytes) {
+        return fail("the server does not read");
+      }
       lastHeartbeat_ = Clock::now();
       frame.front() = '3';
       return transport_->send(std::move(frame));

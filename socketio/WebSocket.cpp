@@ -317,9 +317,12 @@ void WebSocket::setIdleLimit(std::chrono::milliseconds limit) {
   ws_->set_option(limits);
 }
 
+/// What a waiting frame costs: of short ones, the string is the larger part.
+std::size_t footprint(const std::string& frame) { return frame.size() + sizeof frame; }
+
 void WebSocket::send(std::string frame) {
   if (state_ != State::open) return;
-  queuedBytes_ += frame.size();
+  queuedBytes_ += footprint(frame);
   outgoing_.push_back(std::move(frame));
   if (outgoing_.size() == 1) writeNext();
 }
@@ -327,7 +330,7 @@ void WebSocket::send(std::string frame) {
 void WebSocket::writeNext() {
   ws_->async_write(asio::buffer(outgoing_.front()),
                    [self = shared_from_this()](error_code error, std::size_t) {
-                     self->queuedBytes_ -= self->outgoing_.front().size();
+                     self->queuedBytes_ -= footprint(self->outgoing_.front());
                      self->outgoing_.pop_front();
                      if (self->state_ != State::open && self->state_ != State::closing) return;
                      if (error) return self->fail("connection lost", error);
