@@ -40,7 +40,9 @@ void KorivaSDK::checkCall(std::int64_t groupId, std::int64_t callId,
 
 void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
                      const std::string& groupId, const std::string& senderUin,
-                     const std::string& receiverUin, KRCompletion<KRCallEvent> /*completion*/) {
+                     const std::string& receiverUin,
+                     // NOLINTNEXTLINE(performance-unnecessary-value-param): as in all requests
+                     KRCompletion<KRCallEvent> /*completion*/) {
   using Event = KRCallEvent;
   const auto payload = std::visit(
       koriva::Overloaded{
