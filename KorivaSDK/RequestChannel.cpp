@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "KorivaSDK/State.h"
+#include "extensions/JSONPrinter.h"
 
 using koriva::socketio::Items;
 
@@ -21,6 +22,12 @@ void koriva::FailureLine::print(std::string_view sentEvent) const {
   line += " failed with error: ";
   line += KRError::parsingFailed.localizedDescription();
   printLine(line);
+}
+
+bool koriva::isReadable(std::string_view items) {
+  if (koriva::json::prettyPrinted(items)) return true;
+  koriva::printLine("KorivaSDK - getDataFromAck failed with error: the answer is not JSON");
+  return false;
 }
 
 namespace {

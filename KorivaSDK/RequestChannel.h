@@ -23,6 +23,10 @@ struct FailureLine {
 
 inline constexpr FailureLine noFailureLine{{}, false};
 
+/// Whether the first item is JSON; says so on the console when it is not. Asked only where a
+/// decoding has failed, so that good answers are read once.
+bool isReadable(std::string_view items);
+
 }  // namespace koriva
 
 template <class T>
@@ -40,9 +44,10 @@ void KorivaSDK::request(std::string_view event, const KRDictionary& payload, Dec
                line](const koriva::socketio::Items& items) {
                 if (weak.expired()) return;
                 std::optional<KRResult<T>> result;
-                if (const auto data = getDataFromAck(items)) {
-                  result = decoding(*data);
-                } else {
+                const auto data = getDataFromAck(items);
+                if (data) result = decoding(*data);
+                const bool useless = !result || !result->isSuccess();
+                if (!data || (useless && !koriva::isReadable(*data))) {
                   line.print(event);
                   result = KRResult<T>::failure(KRError::parsingFailed);
                 }
