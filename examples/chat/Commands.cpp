@@ -174,7 +174,13 @@ std::vector<std::string> Commands::names() {
 void Commands::run(const std::string& line) {
   if (line.find_first_not_of(" \t\r") == line.npos) return;
   try {
-    line.starts_with('/') ? runCommand(line) : chat_.sendText(line);
+    if (line.starts_with("//")) {
+      chat_.sendText(line.substr(1));
+    } else if (line.starts_with('/')) {
+      runCommand(line);
+    } else {
+      chat_.sendText(line);
+    }
   } catch (const Complaint& complaint) {
     console_.show(Console::Style::error, std::string("! ") + complaint.what());
   }
@@ -214,7 +220,8 @@ bool Commands::isReady() {
 }
 
 void Commands::help() {
-  console_.show(Console::Style::plain, "What does not begin with / is sent to the conversation.");
+  console_.show(Console::Style::plain,
+                "What does not begin with / is sent to the conversation, and // sends a /.");
   for (const Command& command : table()) {
     std::string text = std::string(command.name) + " " + std::string(command.arguments);
     text.resize(std::max<std::size_t>(text.size(), 30), ' ');

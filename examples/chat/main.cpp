@@ -55,7 +55,9 @@ void addOptions(CLI::App& app, Options& options) {
   app.add_option("--url", options.identity.url, "The chat server")->capture_default_str();
   app.add_option("--uin", options.identity.uin, "Your user id")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check([](const std::string& text) {
+        return text.starts_with('-') || text == "0" ? "not a user id: " + text : std::string();
+      });
   app.add_option("--token", options.identity.token,
                  "Your session token; without it, the one that the sandbox takes");
   app.add_option("--device", options.identity.deviceId, "Your device id")->capture_default_str();
