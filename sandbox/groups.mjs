@@ -81,6 +81,7 @@ export const groupRequests = (world) => ({
     if (!removed.every((uin) => group.members.includes(uin)) || !stays(owner)) {
       refuse(Result.userNotFound, 'not a member of the group');
     }
+    world.store.requireRoomFor(group.members.length - removed.length + added.length);
 
     const isRenamed = name !== group.name || avatarUrl !== group.avatarUrl;
     const isHandedOver = owner !== group.owner;

@@ -64,9 +64,12 @@ export class Store {
     for (const [token, link] of this.links) if (link.group === group) this.links.delete(token);
   }
 
+  requireRoomFor(count) {
+    if (count > limits.members) refuse(Result.failed, 'too many members');
+  }
+
   addMembers(group, uins) {
-    if (group.members.length + uins.length > limits.members)
-      refuse(Result.failed, 'too many members');
+    this.requireRoomFor(group.members.length + uins.length);
     group.members.push(...uins);
     for (const uin of uins) group.removed.delete(uin);
   }
