@@ -54,15 +54,19 @@ void Chat::begin() {
   KorivaSDK::shared()->login(identity_.token, identity_.uin, identity_.deviceId, identity_.isNew);
 }
 
-void Chat::end() {
-  const auto sdk = KorivaSDK::shared();
-  if (sdk->isConnected()) {
-    calls_.hangUpQuietly();
-    sdk->sendLogoutEvent(identity_.uin, kLogoutVersion);
-  }
+void Chat::sayGoodbye() {
   link_ = Link::over;
-  sdk->logout();
+  const auto sdk = KorivaSDK::shared();
+  if (!sdk->isConnected()) return;
+  calls_.hangUpQuietly();
+  sdk->sendLogoutEvent(identity_.uin, kLogoutVersion);
+  // Neither is answered. The answer to this one says that they have arrived.
+  sdk->getListConversation(
+      identity_.uin, 0, 1,
+      requests_.orComplain<KRConversationList>("say goodbye", [](const KRConversationList&) {}));
 }
+
+void Chat::end() { KorivaSDK::shared()->logout(); }
 
 void Chat::list(std::int64_t page) {
   connected()->getListConversation(
@@ -295,7 +299,7 @@ void Chat::didConnect() {
 }
 
 void Chat::didDisconnect() {
-  if (link_ == Link::over || link_ == Link::lost) return;  // an attempt to connect again has failed
+  if (link_ == Link::lost || link_ == Link::over) return;  // an attempt to connect again has failed
   const bool wasGood = std::exchange(link_, Link::lost) == Link::good;
   console_.show(Console::Style::error, wasGood ? "! connection lost; trying again within 10 seconds"
                                                : "! cannot connect to " + identity_.url +

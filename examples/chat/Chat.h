@@ -27,6 +27,9 @@ class Chat : public KorivaDelegate {
   Chat(Console& console, Identity identity);
 
   void begin();
+
+  /// To be followed by `end()` when idle, so that what was sent last is not lost.
+  void sayGoodbye();
   void end();
 
   /// Whether the requests made so far have come to their end.

@@ -12,6 +12,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -75,26 +76,29 @@ int run(const Options& options) {
   WakeUp wakeUp;
   const auto chat = std::make_shared<Chat>(console, options.identity);
   Commands commands(console, *chat, std::chrono::seconds(options.patience));
+  const auto turn = [&](bool wantsInput, std::chrono::milliseconds longest) {
+    if (!console.wait(wakeUp.fd(), wantsInput, longest)) return;
+    wakeUp.clear();
+    KRRunLoop::main().poll();
+  };
+
   KorivaSDK::shared()->addDelegate(chat);
   console.setPrompt("> ");
   chat->begin();
   if (!console.isInteractive()) commands.waitFor("connected to");
-
   while (!commands.isOver()) {
     const bool isReady = commands.isReady();
-    if (isReady) {
-      if (const auto line = console.nextLine()) {
-        commands.run(*line);
-        continue;
-      }
-      if (console.isAtEnd()) break;
-    }
-    const bool wantsInput = isReady || console.isInteractive();
-    if (console.wait(wakeUp.fd(), wantsInput, isReady ? forever : untilLookingAgain)) {
-      wakeUp.clear();
-      KRRunLoop::main().poll();
+    const auto line = isReady ? console.nextLine() : std::nullopt;
+    if (line) {
+      commands.run(*line);
+    } else if (isReady && console.isAtEnd()) {
+      commands.quit();
+    } else {
+      turn(isReady || console.isInteractive(), isReady ? forever : untilLookingAgain);
     }
   }
+  chat->sayGoodbye();
+  while (!chat->isIdle()) turn(false, untilLookingAgain);
   chat->end();
   return commands.exitCode();
 }
