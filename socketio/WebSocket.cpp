@@ -8,7 +8,6 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
-#include <boost/asio/ssl/host_name_verification.hpp>
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/beast/core/basic_stream.hpp>
 #include <boost/beast/websocket/stream.hpp>
@@ -225,15 +224,22 @@ void WebSocket::abandonAttempts() {
 
 void WebSocket::shakeHandsOverTls() {
   auto& tls = *ws_->next_layer().tlsStream();
+  SSL* const handle = tls.native_handle();
   error_code notAnAddress;
   asio::ip::make_address(endpoint_.host, notAnAddress);
-  if (notAnAddress) SSL_set_tlsext_host_name(tls.native_handle(), endpoint_.host.c_str());
-  tls.set_verify_callback(ssl::host_name_verification(endpoint_.host));
-  tls.async_handshake(ssl::stream_base::client, [self = shared_from_this()](error_code error) {
-    if (self->state_ != State::connecting) return;
-    if (error) return self->fail("TLS handshake failed", error);
-    self->shakeHands();
-  });
+  if (notAnAddress) SSL_set_tlsext_host_name(handle, endpoint_.host.c_str());
+  if (SSL_set1_host(handle, endpoint_.host.c_str()) != 1) return fail("TLS handshake failed", {});
+  tls.async_handshake(ssl::stream_base::client,
+                      [self = shared_from_this(), handle](error_code error) {
+                        if (self->state_ != State::connecting) return;
+                        const auto verdict = SSL_get_verify_result(handle);
+                        if (error && verdict != X509_V_OK) {
+                          const std::string reason = X509_verify_cert_error_string(verdict);
+                          return self->fail("the server's certificate was refused: " + reason, {});
+                        }
+                        if (error) return self->fail("TLS handshake failed", error);
+                        self->shakeHands();
+                      });
 }
 
 void WebSocket::applyOptions() {
