@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
@@ -13,6 +14,8 @@
 #include <boost/beast/websocket/stream.hpp>
 #include <deque>
 #include <optional>
+#include <system_error>
+#include <thread>
 
 #include "socketio/Alarm.h"
 
@@ -90,10 +93,7 @@ class Stream {
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
   explicit WebSocket(const Executors& executors)
-      : executor_(executors.io()),
-        resolver_(executor_),
-        attemptTimer_(executor_),
-        closeTimer_(executor_) {}
+      : executor_(executors.io()), attemptTimer_(executor_), closeTimer_(executor_) {}
 
   void open(const Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
@@ -109,6 +109,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   enum class State { idle, connecting, open, closing, closed };
 
   TcpStream& tcpStream() { return ws_->next_layer().tcpStream(); }
+  void lookUp();
   void connectToAny(std::vector<tcp::endpoint> addresses);
   void startAttempt();
   void onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error);
@@ -126,7 +127,6 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void fail(const std::string& what, const error_code& error);
 
   Executor executor_;
-  asio::ip::basic_resolver<tcp, Executor> resolver_;
   std::vector<tcp::endpoint> addresses_;  // still to be tried, the next one last
   std::vector<std::shared_ptr<TcpSocket>> attempts_;
   Timer attemptTimer_;
@@ -156,20 +156,34 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   state_ = State::connecting;
   ws_.emplace(executor_, endpoint_.tls);
 
-  // A look-up costs Asio a thread, even for an address.
   error_code error;
   const auto address = asio::ip::make_address(endpoint_.host, error);
-  if (!error) {
-    const auto port = static_cast<std::uint16_t>(std::stoul(endpoint_.port));
-    return connectToAny({tcp::endpoint(address, port)});
+  if (error) return lookUp();
+  const auto port = static_cast<std::uint16_t>(std::stoul(endpoint_.port));
+  connectToAny({tcp::endpoint(address, port)});
+}
+
+// On a thread of its own. Asio has one for all look-ups, where one that hangs, as they do when a
+// device changes networks, holds up those that follow.
+void WebSocket::lookUp() {
+  auto task = [self = shared_from_this(), host = endpoint_.host, port = endpoint_.port]() mutable {
+    asio::io_context context;
+    error_code error;
+    const auto results = tcp::resolver(context).resolve(host, port, error);
+    const auto executor = self->executor_;
+    asio::post(executor, [self = std::move(self), error, results] {
+      if (self->state_ != State::connecting) return;
+      if (error) return self->fail("name look-up failed", error);
+      self->connectToAny({results.begin(), results.end()});
+    });
+  };
+  try {
+    std::thread(std::move(task)).detach();
+  } catch (const std::system_error& failure) {
+    asio::post(executor_, [self = shared_from_this(), reason = std::string(failure.what())] {
+      if (self->state_ == State::connecting) self->fail("name look-up failed: " + reason, {});
+    });
   }
-  resolver_.async_resolve(
-      endpoint_.host, endpoint_.port,
-      [self = shared_from_this()](error_code failure, const tcp::resolver::results_type& results) {
-        if (self->state_ != State::connecting) return;
-        if (failure) return self->fail("name look-up failed", failure);
-        self->connectToAny({results.begin(), results.end()});
-      });
 }
 
 // Attempts run side by side, a little apart and with the address families in turn (RFC 8305), so
@@ -368,7 +382,6 @@ void WebSocket::closeBy(Clock::duration limit) {
 
 void WebSocket::drop() {
   state_ = State::closed;
-  resolver_.cancel();
   abandonAttempts();
   closeTimer_.cancel();
   if (ws_) tcpStream().close();
