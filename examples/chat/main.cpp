@@ -85,7 +85,11 @@ int run(const Options& options) {
   KorivaSDK::shared()->addDelegate(chat);
   console.setPrompt("> ");
   chat->begin();
-  if (!console.isInteractive()) commands.waitFor("connected to");
+  if (console.isInteractive()) {
+    console.show(Console::Style::faint, "/help shows what you can do; Tab completes a command");
+  } else {
+    commands.waitFor("connected to");
+  }
   while (!commands.isOver()) {
     const bool isReady = commands.isReady();
     const auto line = isReady ? console.nextLine() : std::nullopt;
