@@ -41,7 +41,6 @@ void KRRunLoop::poll() {
   loop.rethrowKept();
   loop.context.restart();
   loop.context.poll();
-  if (loop.kept) loop.wake();  // what was left undone wants another call
   loop.rethrowKept();
 }
 
@@ -100,6 +99,7 @@ void KRRunLoop::Internals::wake() {
 void KRRunLoop::Internals::keepException(std::exception_ptr exception) {
   if (!kept) kept = std::move(exception);
   context.stop();
+  wake();  // for the exception, and for what was left undone
 }
 
 void KRRunLoop::Internals::rethrowKept() {

@@ -3,6 +3,8 @@
 #include <boost/url/encode.hpp>
 #include <boost/url/parse.hpp>
 #include <boost/url/rfc/unreserved_chars.hpp>
+#include <charconv>
+#include <cstdint>
 
 namespace koriva::socketio {
 
@@ -17,9 +19,14 @@ std::optional<Endpoint> Endpoint::parse(std::string_view url) {
 
   const std::string host = parsed->host_address();
   if (host.empty()) return std::nullopt;
-  if (!parsed->has_port() || parsed->port().empty()) return Endpoint{tls, host, tls ? "443" : "80"};
-  if (parsed->port_number() == 0) return std::nullopt;
-  return Endpoint{tls, host, std::to_string(parsed->port_number())};
+  const auto path = parsed->encoded_path();
+  if (!path.empty() && path.front() != '/') return std::nullopt;  // a port that is no number
+  const std::string port = parsed->port();
+  if (port.empty()) return Endpoint{tls, host, tls ? "443" : "80"};
+  std::uint16_t number = 0;
+  const auto read = std::from_chars(port.data(), port.data() + port.size(), number);
+  if (read.ec != std::errc() || number == 0) return std::nullopt;
+  return Endpoint{tls, host, std::to_string(number)};
 }
 
 std::string Endpoint::authority() const {
