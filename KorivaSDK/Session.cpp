@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "KorivaSDK/RequestChannel.h"
@@ -59,10 +60,14 @@ KorivaSDK::KorivaSDK(Passkey) : state_(std::make_unique<State>()) {
 }
 
 KorivaSDK::~KorivaSDK() {
-  if (state_->reconnectTimer) state_->reconnectTimer->cancel();
-  if (!state_->manager) return;
-  // The last reference may go on any thread, but the socket belongs to the main thread.
-  executors().dispatchHandler([manager = std::move(state_->manager)] {});
+  try {
+    if (state_->reconnectTimer) state_->reconnectTimer->cancel();
+    if (!state_->manager) return;
+    // The last reference may go on any thread, but the socket belongs to the main thread.
+    executors().dispatchHandler([manager = std::move(state_->manager)] {});
+  } catch (const std::bad_alloc&) {
+    // Too little memory for a detour: the connection is released right here.
+  }
 }
 
 bool KorivaSDK::setBaseUrl(std::string_view url) {
