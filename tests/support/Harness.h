@@ -1,0 +1,247 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <semaphore>
+#include <stdexcept>
+
+#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
+
+namespace koriva::test {
+
+namespace json = boost::json;
+using namespace std::chrono_literals;
+using koriva::printLine;
+
+inline std::counting_semaphore<> wakeUps(0);
+
+/// Gives the network a thread of its own when KORIVA_TEST_ATTACHED is set.
+inline bool attached() {
+  static const bool done = std::getenv("KORIVA_TEST_ATTACHED") != nullptr &&
+                           KRRunLoop::main().attach([] { wakeUps.release(); });
+  return done;
+}
+
+/// Drives the run loop for a moment. When attached, polls only after a wake-up.
+inline void drive() {
+  if (!attached()) return KRRunLoop::main().runFor(2ms);
+  if (wakeUps.try_acquire_for(2ms)) KRRunLoop::main().poll();
+}
+
+/// Drives the run loop until the condition holds; false when it never does.
+[[nodiscard]] bool runUntil(const auto& condition) {
+  const auto end = std::chrono::steady_clock::now() + 60s;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    drive();
+  }
+  return true;
+}
+
+/// The text of the runtime error that the run loop throws.
+inline std::string awaitThrown() {
+  try {
+    return runUntil([] { return false; }) ? "" : "nothing";
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+}
+
+/// Catches standard output, and shows it after all when the test fails.
+class Console {
+ public:
+  Console() { testing::internal::CaptureStdout(); }
+  ~Console() {
+    taken_ += text_ + testing::internal::GetCapturedStdout();
+    if (testing::Test::HasFailure()) std::puts(taken_.c_str());
+  }
+
+  /// What was printed since the last `take`.
+  const std::string& text() {
+    text_ += testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+    return text_;
+  }
+  std::string take() {
+    taken_ += text();
+    return std::exchange(text_, {});
+  }
+
+ private:
+  std::string text_;
+  std::string taken_;
+};
+
+/// The scriptable server of server.mjs, in a process of its own.
+class Server {
+ public:
+  explicit Server(const std::string& options = "{}") { start(options); }
+  ~Server() { kill(); }
+
+  std::string url() const { return "http://127.0.0.1:" + port_; }
+  json::value tell(const std::string& command) {
+    std::fputs((command + "\n").c_str(), stream_);
+    std::fflush(stream_);
+    return json::parse(readLine());
+  }
+  void answer(const std::string& event, const std::string& items) {
+    tell(R"({"do":"answer","event":")" + event + R"(","items":)" + items + "}");
+  }
+  void push(const std::string& event, const std::string& items) {
+    tell(R"({"do":"push","items":[")" + event + (items.empty() ? "\"" : "\",") + items + "]}");
+  }
+  json::array reports(const std::string& of) {
+    return tell(R"({"do":"reports","of":")" + of + "\"}").as_array();
+  }
+  void kill() {
+    if (process_ == 0) return;
+    ::kill(process_, SIGKILL);
+    waitpid(std::exchange(process_, 0), nullptr, 0);
+    std::fclose(stream_);
+  }
+  void returnToLife() { start("{\"port\":" + port_ + "}"); }
+
+ private:
+  void start(const std::string& options) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(ends[1], STDIN_FILENO);
+      dup2(ends[1], STDOUT_FILENO);
+      if (const char* other = std::getenv("KORIVA_OTHER_SERVER")) {
+        execlp(other, other, options.c_str(), nullptr);
+      }
+      execlp("node", "node", KORIVA_TEST_SERVER, options.c_str(), nullptr);
+      _exit(127);
+    }
+    close(ends[1]);
+    stream_ = fdopen(ends[0], "r+");
+    port_ = readLine();
+  }
+  std::string readLine() {
+    std::string line;
+    for (int c = std::fgetc(stream_); c != '\n'; c = std::fgetc(stream_)) {
+      if (c == EOF) throw std::logic_error("the test server has ended");
+      line += static_cast<char>(c);
+    }
+    return line;
+  }
+
+  pid_t process_ = 0;
+  std::FILE* stream_ = nullptr;
+  std::string port_;
+};
+
+inline std::string text(const std::string& value) { return value; }
+inline std::string text(bool value) { return value ? "true" : "false"; }
+std::string text(const auto& record) { return KRJSONEncoder{}.encode(record); }
+
+/// A completion of any type that prints its outcome; without a name, an empty one.
+struct Done {
+  std::string name = "done";
+
+  template <class T>
+  operator KRCompletion<T>() const {
+    if (name.empty()) return {};
+    return [name = name](const KRResult<T>& result) {
+      const auto failure = "failure " + std::to_string(result.error().code());
+      printLine(name + ": " + (result ? text(result.value()) : failure));
+    };
+  }
+};
+
+/// Prints every call, and may do something after the next.
+struct Recorder : KorivaDelegate {
+  explicit Recorder(std::string text) : name(std::move(text)) {}
+
+  void didReceive(const KRMessage& message) override { tell("didReceive", text(message)); }
+  void didConnect() override { tell("didConnect"); }
+  void didDisconnect() override { tell("didDisconnect"); }
+  void didReceiveGroupEvent(const KRGroupEvent& event) override {
+    const auto* updated = event.kind.as<KRGroupEventKind::UpdateMessage>();
+    const auto* deleted = event.kind.as<KRGroupEventKind::DeleteMessage>();
+    tell("didReceiveGroupEvent", text(event) +
+                                     (updated ? " updated " + text(updated->message) : "") +
+                                     (deleted ? " deleted " + text(deleted->message) : ""));
+  }
+  void didUpdateUserStatus(const KRUserStatus& s) override { tell("didUpdateUserStatus", text(s)); }
+  void didReceiveNewGroup(const KRConversation& c) override { tell("didReceiveNewGroup", text(c)); }
+  void didUpdateGroup(const KRConversation& group) override {
+    tell("didUpdateGroup", text(group) + text(group.addedUins) + text(group.unblockedUins));
+  }
+  void didDeleteGroup(const std::string& groupID) override { tell("didDeleteGroup", groupID); }
+  void didReceiveError(KRError e) override { tell("didReceiveError", std::to_string(e.code())); }
+  void didReceiveCall(const KRCallEvent& event) override { tell("didReceiveCall", text(event)); }
+  void didDeleteConversation(const std::string& id) override { tell("didDeleteConversation", id); }
+  void didStartSecretChat(const KRStartSecretChat& i) override { tell("didStart", text(i)); }
+  void didAcceptSecretChat(const KRAcceptSecretChat& i) override { tell("didAccept", text(i)); }
+  void didDeleteSecretChat(const KRDeleteSecretChat& i) override { tell("didDelete", text(i)); }
+  void didBlockContact(const KRBlock& block) override { tell("didBlockContact", text(block)); }
+  void didUnblockContact(const KRBlock& block) override { tell("didUnblockContact", text(block)); }
+
+  void tell(const std::string& call, const std::string& record = {}) {
+    printLine(name + " " + call + (record.empty() ? "" : " ") + record);
+    if (act) std::exchange(act, {})();
+  }
+
+  std::string name;
+  std::function<void()> act;
+};
+
+/// A fresh client before its login, and a server for it.
+class ServerTest : public testing::Test {
+ protected:
+  ServerTest() { renewClient(); }
+  ~ServerTest() override {
+    KorivaSDK::setShared(nullptr);
+    timing() = {};
+  }
+
+  void renewClient() {
+    attached();
+    KorivaSDK::setShared(nullptr);
+    sdk = KorivaSDK::shared();
+    EXPECT_TRUE(sdk->setBaseUrl(server.url()));
+  }
+  std::shared_ptr<Recorder> addRecorder(const std::string& name) {
+    const auto recorder = std::make_shared<Recorder>(name);
+    sdk->addDelegate(recorder);
+    return recorder;
+  }
+  void login(bool isNew = false) { sdk->login("token", 1001, "device", isNew); }
+  void connect() {
+    login();
+    EXPECT_TRUE(awaitConnection());
+    console.take();
+  }
+  bool awaitConnection() {
+    return runUntil([this] { return sdk->isConnected(); });
+  }
+  bool awaitText(const std::string& part) {
+    return runUntil([&] { return console.text().find(part) != std::string::npos; });
+  }
+  bool awaitReports(const std::string& of, std::size_t count) {
+    return runUntil([&] { return server.reports(of).size() >= count; });
+  }
+  /// Waits for everything that the server sends because of what came before.
+  void settle() {
+    sdk->deleteGroup("sentinel", Done{"settled"});
+    EXPECT_TRUE(awaitText("settled: Success\n"));
+  }
+
+  Server server;
+  Console console;
+  std::shared_ptr<KorivaSDK> sdk;
+};
+
+}  // namespace koriva::test
