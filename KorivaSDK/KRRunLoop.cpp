@@ -3,9 +3,16 @@
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <cstdlib>
+#include <future>
 #include <utility>
 
 #include "KorivaSDK/RunLoopInternals.h"
+
+namespace {
+
+constexpr auto farewellLimit = std::chrono::seconds(1);
+
+}  // namespace
 
 KRRunLoop::KRRunLoop() : internals_(std::make_unique<Internals>()) {}
 KRRunLoop::~KRRunLoop() = default;
@@ -31,6 +38,7 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
     }
   }
   loop.running = false;
+  if (loop.stopRequested && !loop.attached) loop.finishFarewells();
   loop.rethrowKept();
   if (loop.context.stopped() || loop.stopRequested) loop.stopRequested = false;
 }
@@ -65,15 +73,7 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   loop.executors_.emplace(loop.network.get_executor(), loop.context.get_executor(),
                           [&loop] { loop.wake(); });
   loop.networkThread = std::thread([&loop] { loop.network.run(); });
-  std::atexit([] {
-    auto& ending = main().internals();
-    ending.network.stop();
-    if (ending.networkThread.get_id() == std::this_thread::get_id()) {
-      ending.networkThread.detach();
-    } else {
-      ending.networkThread.join();
-    }
-  });
+  std::atexit([] { main().internals().endNetwork(); });
   loop.wake();  // for what was posted before
   return true;
 }
@@ -82,6 +82,35 @@ const koriva::socketio::Executors& KRRunLoop::Internals::executors() {
   const std::lock_guard lock(setUpMutex);
   if (!executors_) executors_.emplace(context.get_executor(), context.get_executor());
   return *executors_;
+}
+
+bool KRRunLoop::Internals::isSayingFarewell() { return executors_ && executors_->farewells() != 0; }
+
+// A logout is often the last thing before the loop is stopped.
+void KRRunLoop::Internals::finishFarewells() {
+  const auto deadline = std::chrono::steady_clock::now() + farewellLimit;
+  while (isSayingFarewell() && std::chrono::steady_clock::now() < deadline) {
+    context.restart();
+    context.run_one_until(deadline);
+  }
+  context.stop();
+}
+
+// Or the last thing before the process ends.
+void KRRunLoop::Internals::endNetwork() {
+  if (networkThread.get_id() == std::this_thread::get_id()) {
+    networkThread.detach();
+    return network.stop();
+  }
+  const auto deadline = std::chrono::steady_clock::now() + farewellLimit;
+  auto reached = std::make_shared<std::promise<void>>();
+  boost::asio::post(network, [reached] { reached->set_value(); });
+  reached->get_future().wait_until(deadline);
+  while (isSayingFarewell() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  network.stop();
+  networkThread.join();
 }
 
 void KRRunLoop::Internals::wake() {

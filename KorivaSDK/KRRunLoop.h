@@ -35,8 +35,8 @@ class KR_EXPORT KRRunLoop {
   /// Runs what is ready, and returns.
   void poll();
 
-  /// Makes the current `run()` or `runFor()` return; with none under way, the next. From any
-  /// thread.
+  /// Makes the current `run()` or `runFor()` return; with none under way, the next. A connection
+  /// that is being left gets up to a second to send what was sent before. From any thread.
   void stop();
 
   /// Runs `task` on the main thread, after what was posted before, never before this call returns.

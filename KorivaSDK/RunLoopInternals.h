@@ -21,6 +21,10 @@ struct KRRunLoop::Internals {
   void keepException(std::exception_ptr exception);
   void rethrowKept();
   void wake();
+  /// Whether connections are being closed that still have something to send.
+  bool isSayingFarewell();
+  void finishFarewells();
+  void endNetwork();
 
   boost::asio::io_context context;  ///< the main thread's, and the network's unless attached
   WorkGuard work{context.get_executor()};

@@ -49,7 +49,7 @@ KR_EXPORT std::string typeName(KRMessageType type);
 struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
   /// Plain text.
   struct Text {
-    std::string text;  ///< the text, unescaped
+    std::string text;  ///< `KRMessage::message` with its escape sequences resolved once more
     bool operator==(const Text&) const = default;
   };
   /// Pictures.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <functional>
@@ -24,6 +25,9 @@ class Executors {
   /// True while the caller is run by the handle queue.
   [[nodiscard]] bool onHandleQueue() const { return handlers_.running_in_this_thread(); }
 
+  /// How many connections are being closed in the background, after what was sent before.
+  [[nodiscard]] std::atomic<int>& farewells() const { return farewells_; }
+
   /// Runs `task` on the handle queue: now when the caller is on it, else later, in order.
   template <class Task>
   void dispatchHandler(Task&& task) const {
@@ -45,6 +49,7 @@ class Executors {
   Executor io_;
   Executor handlers_;
   std::function<void()> handlerPosted_;
+  mutable std::atomic<int> farewells_ = 0;
 };
 
 }  // namespace koriva::socketio

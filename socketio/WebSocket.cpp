@@ -93,7 +93,10 @@ class Stream {
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
   explicit WebSocket(const Executors& executors)
-      : executor_(executors.io()), attemptTimer_(executor_), closeTimer_(executor_) {}
+      : executors_(executors),
+        executor_(executors.io()),
+        attemptTimer_(executor_),
+        closeTimer_(executor_) {}
 
   void open(const Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
@@ -126,6 +129,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void drop();
   void fail(const std::string& what, const error_code& error);
 
+  const Executors& executors_;
   Executor executor_;
   std::vector<tcp::endpoint> addresses_;  // still to be tried, the next one last
   std::vector<std::shared_ptr<TcpSocket>> attempts_;
@@ -362,6 +366,7 @@ void WebSocket::writeNext() {
 void WebSocket::close() {
   if (state_ != State::open) return drop();
   state_ = State::closing;
+  ++executors_.farewells();
   closeBy(closeLimit);
   if (outgoing_.empty()) closeGracefully();
 }
@@ -381,6 +386,7 @@ void WebSocket::closeBy(Clock::duration limit) {
 }
 
 void WebSocket::drop() {
+  if (state_ == State::closing) --executors_.farewells();
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();
