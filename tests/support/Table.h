@@ -1,0 +1,55 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "extensions/JSONCoding.h"
+
+namespace koriva::test {
+
+/// A line `  input => output` of a table below tests/data, under a heading `[name]`. One without an
+/// arrow gives its input back; other lines are comments.
+struct Row {
+  std::string name;
+  std::string input;
+  std::string output;
+};
+
+inline std::vector<Row> readTable(const std::string& file) {
+  std::ifstream lines(KORIVA_TEST_DATA "/" + file);
+  std::vector<Row> rows;
+  std::string name;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with('[')) name = line.substr(1, line.size() - 2);
+    if (!line.starts_with("  ")) continue;
+    const auto arrow = line.find(" => ");
+    const auto input = line.substr(2, arrow - (arrow == line.npos ? 0 : 2));
+    rows.push_back({name, input, arrow == line.npos ? input : line.substr(arrow + 4)});
+  }
+  EXPECT_FALSE(rows.empty()) << file;
+  return rows;
+}
+
+using Functions = std::map<std::string, std::string (*)(std::string_view)>;
+
+/// Checks that the functions that the rows name make the outputs of the inputs.
+inline void checkTable(const std::string& file, const Functions& functions) {
+  for (const auto& [name, input, output] : readTable(file)) {
+    ASSERT_TRUE(functions.contains(name)) << name;
+    EXPECT_EQ(functions.at(name)(input), output) << name << " of " << input;
+  }
+}
+
+/// The document read as a T and written again, or "error".
+template <class T, auto decode = &json::decode<T>>
+std::string reread(std::string_view document) {
+  const auto value = decode(document);
+  return value ? KRJSONEncoder{}.encode(*value) : "error";
+}
+
+}  // namespace koriva::test
