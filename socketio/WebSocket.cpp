@@ -342,7 +342,7 @@ void WebSocket::setIdleLimit(std::chrono::milliseconds limit) {
 }
 
 /// What a waiting frame costs: of short ones, the string is the larger part.
-std::size_t footprint(const std::string& frame) { return frame.size() + sizeof frame; }
+std::size_t footprint(const std::string& frame) { return frame.size() + sizeof(std::string); }
 
 void WebSocket::send(std::string frame) {
   if (state_ != State::open) return;
