@@ -82,5 +82,5 @@ void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
           [](const auto&) { return KRDictionary(); },
       },
       event.value);
-  emit(event.type(), payload);
+  emitEvent(event.type(), payload);
 }

@@ -50,5 +50,5 @@ void KorivaSDK::unregisterFCMToken(std::int64_t uin, const std::string& token,
 }
 
 void KorivaSDK::sendLogoutEvent(std::int64_t uin, std::int64_t version) {
-  emit("logout", {{"uin", std::to_string(uin)}, {"version", version}});
+  emitEvent("logout", {{"uin", std::to_string(uin)}, {"version", version}});
 }

@@ -53,8 +53,8 @@ void KorivaSDK::leaveGroup(const std::string& groupID, KRCompletion<std::string>
 }
 
 void KorivaSDK::sendGroupEvent(const std::string& senderID, const KRGroupEvent& event) {
-  emit("event",
-       {{"group_id", event.groupID}, {"sender_uin", senderID}, {"type", event.kind.type()}});
+  emitEvent("event",
+            {{"group_id", event.groupID}, {"sender_uin", senderID}, {"type", event.kind.type()}});
 }
 
 void KorivaSDK::createJoinGroupLink(const std::string& groupID,

@@ -288,7 +288,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
           std::function<void(KorivaSDK& sdk, const koriva::socketio::Items& items)> handler);
   void forEachDelegate(const std::function<void(KorivaDelegate&)>& call);
 
-  void emit(std::string_view event, const KRDictionary& payload);
+  void emitEvent(std::string_view event, const KRDictionary& payload);
   void emitWithAck(std::string_view event, const KRDictionary& payload, AckHandler onAck);
   static std::optional<std::string_view> getDataFromAck(const koriva::socketio::Items& items);
   template <class T>

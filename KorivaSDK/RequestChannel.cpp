@@ -40,7 +40,7 @@ std::string payloadText(const KRDictionary& payload) {
 
 }  // namespace
 
-void KorivaSDK::emit(std::string_view event, const KRDictionary& payload) {
+void KorivaSDK::emitEvent(std::string_view event, const KRDictionary& payload) {
   const auto socket = state_->socket.load();
   if (socket) socket->emit(std::string(event), payloadText(payload));
 }

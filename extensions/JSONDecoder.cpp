@@ -157,9 +157,10 @@ bool isSameKey(std::string_view a, std::string_view b) {
 
 const Field* findField(const Record& record, std::string_view key) {
   if (record.fieldCount == 0) return nullptr;
-  const auto slot = record.slots[(detail::hashOf(key) * record.multiplier) >> record.slotShift];
-  if (slot == 0) return nullptr;
-  const Field& field = record.fields[slot - 1];
+  const auto bucket =
+      record.buckets[(detail::hashOf(key) * record.multiplier) >> record.bucketShift];
+  if (bucket == 0) return nullptr;
+  const Field& field = record.fields[bucket - 1];
   return isSameKey(field.key, key) ? &field : nullptr;
 }
 

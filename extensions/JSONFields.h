@@ -170,23 +170,23 @@ constexpr std::uint64_t hashOf(std::string_view key) {
 template <std::size_t N>
 struct Table {
   static_assert(N <= 64, "presence of the fields is tracked in 64 bits");
-  static constexpr unsigned slotBits =
+  static constexpr unsigned bucketBits =
       static_cast<unsigned>(std::bit_width(std::bit_ceil(4 * N + 1)) - 1);
 
   std::array<Field, N> fields{};
-  std::array<std::uint8_t, std::size_t{1} << slotBits> slots{};  ///< index + 1; 0 is no field
+  std::array<std::uint8_t, std::size_t{1} << bucketBits> buckets{};  ///< index + 1; 0 is no field
   std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
   std::uint64_t required = 0;   ///< one bit a field
   std::uint64_t defaulted = 0;  ///< one bit a field
 };
 
 template <std::size_t N>
-constexpr bool fillSlots(Table<N>& table, const std::array<std::uint64_t, N>& hashes) {
-  table.slots = {};
+constexpr bool fillBuckets(Table<N>& table, const std::array<std::uint64_t, N>& hashes) {
+  table.buckets = {};
   for (std::size_t i = 0; i < N; ++i) {
-    auto& slot = table.slots[(hashes[i] * table.multiplier) >> (64 - Table<N>::slotBits)];
-    if (slot != 0) return false;
-    slot = static_cast<std::uint8_t>(i + 1);
+    auto& bucket = table.buckets[(hashes[i] * table.multiplier) >> (64 - Table<N>::bucketBits)];
+    if (bucket != 0) return false;
+    bucket = static_cast<std::uint8_t>(i + 1);
   }
   return true;
 }
@@ -211,8 +211,8 @@ struct Elements {
 struct Record {
   const Field* fields = nullptr;
   std::size_t fieldCount = 0;
-  const std::uint8_t* slots = nullptr;
-  unsigned slotShift = 0;
+  const std::uint8_t* buckets = nullptr;
+  unsigned bucketShift = 0;
   std::uint64_t multiplier = 1;
   std::uint64_t required = 0;
   std::uint64_t defaulted = 0;
@@ -240,8 +240,8 @@ constexpr Record makeRecord() {
     const auto& table = Access::fields<R>();
     record.fields = table.fields.data();
     record.fieldCount = table.fields.size();
-    record.slots = table.slots.data();
-    record.slotShift = 64 - std::remove_cvref_t<decltype(table)>::slotBits;
+    record.buckets = table.buckets.data();
+    record.bucketShift = 64 - std::remove_cvref_t<decltype(table)>::bucketBits;
     record.multiplier = table.multiplier;
     record.required = table.required;
     record.defaulted = table.defaulted;
@@ -407,7 +407,7 @@ constexpr auto fields(const Fields&... list) {
       table.defaulted |= std::uint64_t{1} << i;
     }
   }
-  for (int attempts = 0; !detail::fillSlots(table, hashes); ++attempts) {
+  for (int attempts = 0; !detail::fillBuckets(table, hashes); ++attempts) {
     if (attempts == 10'000) throw "two keys are equal, or alike in length, first and last bytes";
     table.multiplier = (table.multiplier * 6364136223846793005U + 1442695040888963407U) | 1;
   }
