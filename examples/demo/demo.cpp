@@ -1,183 +1,279 @@
-// One of the two sides of script/demo: koriva_demo URL UIN PEER begin|answer
-// "begin" sends a text, "answer" answers it with a picture. Ends with 0 only if everything that
-// this side waits for has happened in time.
+// The tour of script/demo: koriva_demo URL
+// Ends with 0 only if both users have seen all of it. The transcript goes to standard error,
+// because the SDK writes its own lines to standard output: "# CHAPTER", "UIN WHAT HAPPENS",
+// "@restart" where the server is to be restarted, and "! PROBLEM".
 
 #include <KorivaSDK/KorivaSDK.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdint>
+#include <exception>
 #include <iostream>
 #include <memory>
-#include <set>
+#include <stdexcept>
 #include <string>
-#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "User.h"
 
 namespace {
 
-const std::string kText =
-    "She said: \"Don't panic!\" 🎉👩‍👩‍👧\n"
-    "C:\\new\\table\\\"quoted\" keeps its backslashes,\n"
-    "\n"
-    "and this is the fourth line.";
-const std::string kPictureUrl = "https://example.com/pictures/1.jpg";
+using Person = std::shared_ptr<User>;
 
-/// The sandbox's conversation of two users needs no request to make it.
-std::string privateGroup(std::int64_t one, std::int64_t other) {
-  return std::to_string(std::min(one, other) * 10'000'000 + std::max(one, other));
+struct Letter {
+  KRMessageType type;
+  std::string text;
+  std::string attachments;
+  std::string contents;  ///< what its receiver is to find in it
+  bool isEncrypted = false;
+};
+
+Letter textLetter(const std::string& text) {
+  return {KRMessageType::text, text, "", "text: " + text};
 }
 
-class Side : public KorivaDelegate {
+template <class Attachments>
+Letter attachedLetter(KRMessageType type, const Attachments& attachments,
+                      const std::string& contents) {
+  return {type, "", KRJSONEncoder{}.encode(attachments), contents};
+}
+
+void expect(bool holds, const std::string& what) {
+  if (!holds) throw std::runtime_error("this does not hold: " + what);
+}
+
+/// What the two users do together. Each chapter returns when both have seen all of it, and throws
+/// when something does not come.
+class Tour {
  public:
-  Side(std::int64_t uin, std::int64_t peer, bool begins)
-      : uin_(uin), group_(privateGroup(uin, peer)), begins_(begins) {}
+  explicit Tour(std::string url) : url_(std::move(url)) {}
 
-  void didConnect() override {
-    std::cout << "online" << std::endl;
-    done("log in");
-    if (begins_) sendText();
+  void logIn() {
+    host_->logIn(url_);
+    openChat(host_, guest_);
+    host_->notices("sees 1002 offline");
+    guest_->logIn(url_);
+    host_->notices("sees 1002 online");
+    openChat(guest_, host_);
+    guest_->notices("sees 1001 online");
   }
 
-  void didReceive(const KRMessage& message) override {
-    if (begins_) {
-      const auto* images = message.kind.as<KRMessageKind::Images>();
-      if (!images || images->images.size() != 1) return fail("the picture came as something else");
-      const KRImage& image = images->images.front();
-      if (image.url != kPictureUrl || image.width != 640U) return fail("the picture has changed");
-      std::cout << "received a picture: " << image.url << std::endl;
-    } else {
-      if (!message.kind.as<KRMessageKind::Text>()) return fail("the text came as something else");
-      if (message.message != kText) return fail("the text has changed: " + message.message);
-      std::cout << "received a text:\n" << message.message << std::endl;
+  void type() {
+    showTyping(host_, guest_);
+    showTyping(guest_, host_);
+  }
+
+  void sendMessages() {
+    pass(host_, guest_, chat_, textLetter("It's in \"C:\\new\"."));
+    const KRMessage emoji = pass(guest_, host_, chat_, textLetter("🎉👩‍👩‍👧"));
+    pass(host_, guest_, chat_,
+         attachedLetter(KRMessageType::images, KRImageResponse{{{"photos/sea.jpg", 640, 480, 0}}},
+                        "image: photos/sea.jpg"));
+    pass(guest_, host_, chat_,
+         attachedLetter(KRMessageType::audio, KRAudioResponse{{"hello.ogg", 12}},
+                        "audio: hello.ogg, 12 s"));
+    pass(host_, guest_, chat_,
+         attachedLetter(KRMessageType::file, KRFileResponse{{"docs/map", "map.pdf", "pdf", 2048}},
+                        "file: map.pdf at docs/map"));
+    pass(guest_, host_, chat_,
+         attachedLetter(KRMessageType::sticker, KRSticker{"party-owl"}, "sticker: party-owl"));
+    pass(host_, guest_, chat_,
+         {KRMessageType::reply, "Me too", emoji.toString(),
+          "reply to 🎉👩‍👩‍👧: Me too"});
+  }
+
+  void compareHistories() {
+    const auto hosts = listChat(host_);
+    const auto guests = listChat(guest_);
+    expect(hosts == sent_, "1001 finds what was sent");
+    expect(guests == sent_, "1002 finds what was sent");
+  }
+
+  void meetInGroup() {
+    KRConversation wish;
+    wish.type = koriva::rawValue(KRDefines::GroupType::group);
+    wish.ownerUin = host_->name;
+    wish.name = "The tour";
+    const auto group = host_->asks<KRConversation>(
+        "creates a group: The tour",
+        [&](const auto& done) { host_->client->createGroup(wish, "User 1001", "", done); });
+    const auto token = host_->asks<std::string>("makes an invitation link", [&](const auto& done) {
+      host_->client->createJoinGroupLink(group.groupID, done);
+    });
+    pass(host_, guest_, chat_, textLetter(token));
+    const auto joined = guest_->asks<KRConversation>("joins with the link", [&](const auto& done) {
+      guest_->client->joinGroupWithLink(token, done);
+    });
+    expect(joined.groupID == group.groupID && joined.name == wish.name, "the link leads there");
+    host_->notices("receives note: 1002 joins");
+    guest_->notices("knows the group_update was seen");
+    pass(guest_, host_, group.groupID, textLetter("Hello, group!"));
+  }
+
+  void call() {
+    const KRCall wish("", KRCall::MEDIA_TYPE_AUDIO, chat_, host_->name, {guest_->name});
+    const auto created = host_->asks<KRCallEvent>("calls 1002", [&](const auto& done) {
+      host_->client->createCall(KRCallEvent::CreateCall{wish}, done);
+    });
+    const std::string id = created.as<KRCallEvent::CreateCall>()->call.id;
+    guest_->notices("hears 1001 calling");
+
+    const auto signal = [&](const Person& from, const Person& to, const KRCallEvent& event) {
+      from->client->send(event, id, chat_, from->name, to->name);
+    };
+    guest_->does("accepts the call");
+    signal(guest_, host_,
+           KRCallEvent::AnswerCall{{id, guest_->name, KRAnswerCall::ANSWER_CALL_ACCEPT}});
+    host_->notices("hears 1002 accept");
+    host_->does("offers a session");
+    signal(host_, guest_, KRCallEvent::IceSdp{{"v=0 offer", KRIceSdp::SDP_TYPE_OFFER}});
+    guest_->notices("gets the session v=0 offer");
+    guest_->does("answers it");
+    signal(guest_, host_, KRCallEvent::IceSdp{{"v=0 answer", KRIceSdp::SDP_TYPE_ANSWER}});
+    host_->notices("gets the session v=0 answer");
+    host_->does("hangs up");
+    signal(host_, guest_, KRCallEvent::StopCall{{id, host_->name}});
+    guest_->notices("hears 1001 hang up");
+    guest_->notices("receives note: there was a call");
+    host_->notices("knows the call was seen");
+  }
+
+  void chatInSecret() {
+    const auto secret = host_->asks<KRConversation>("starts a secret chat", [&](const auto& done) {
+      host_->client->startSecretChat(host_->uin, guest_->uin, "laptop", "id-key-1", "base-key-1",
+                                     "one-time-key-1", done);
+    });
+    guest_->notices("gets 1001's key: id-key-1");
+    const auto isAccepted = guest_->asks<bool>("accepts", [&](const auto& done) {
+      guest_->client->acceptSecretChat(guest_->uin, secret.groupID, "phone", "id-key-2",
+                                       "base-key-2", "one-time-key-2", done);
+    });
+    expect(isAccepted, "the server lets 1002 accept");
+    host_->notices("gets 1002's key: id-key-2");
+    pass(host_, guest_, secret.groupID,
+         {KRMessageType::text, "vH3kQ0xwZ1c9", "", "secret: vH3kQ0xwZ1c9", true});
+  }
+
+  void surviveRestart() {
+    constexpr std::chrono::seconds patience{25};
+    std::clog << "@restart" << std::endl;
+    for (const Person& user : {host_, guest_}) user->notices("is disconnected", patience);
+    for (const Person& user : {host_, guest_}) user->notices("connects", patience);
+    openChat(host_, guest_);
+    host_->notices("sees 1002 online");
+    openChat(guest_, host_);
+    guest_->notices("sees 1001 online");
+    pass(host_, guest_, chat_, textLetter("Still there?"));
+    pass(guest_, host_, chat_, textLetter("Yes!"));
+  }
+
+  void sayGoodbye() {
+    host_->does("tells that it leaves");
+    host_->client->sendLogoutEvent(host_->uin, 1);
+    guest_->notices("sees 1001 offline");
+    guest_->does("tells that it leaves");
+    guest_->client->sendLogoutEvent(guest_->uin, 1);
+    host_->notices("sees 1002 offline");
+    for (const Person& user : {host_, guest_}) {
+      user->does("logs out");
+      user->client->logout();
+      user->notices("is disconnected");
     }
-    done("receive the other's message");
-    markSeen(message);
-    if (!begins_) sendPicture();
-  }
-
-  void didReceiveGroupEvent(const KRGroupEvent& event) override {
-    const auto* update = event.kind.as<KRGroupEventKind::UpdateMessage>();
-    if (!update || update->message.senderUin != std::to_string(uin_) || !isSeen(update->message)) {
-      return;
-    }
-    std::cout << "my message has been seen" << std::endl;
-    done("hear that the own message was seen");
-  }
-
-  bool succeeded() const {
-    for (std::string_view step : missing_) std::cout << "did not " << step << std::endl;
-    return missing_.empty();
   }
 
  private:
-  static bool isSeen(const KRMessage& message) {
-    return message.status == koriva::rawValue(KRDefines::MessageStatus::seen);
-  }
-
-  /// What a reader gets to see of a message.
-  static std::string contents(const KRMessage& message) {
-    const auto* images = message.kind.as<KRMessageKind::Images>();
-    return images && !images->images.empty() ? images->images.front().url : message.message;
-  }
-
-  KRMessage newMessage(const std::string& text) const {
-    const std::string uin = std::to_string(uin_);
-    return KRMessage("nonce-" + uin, group_, text, "User " + uin, "", uin, false);
-  }
-
-  void sendText() {
-    std::cout << "sending a text:\n" << kText << std::endl;
-    send(newMessage(kText));
-  }
-
-  void sendPicture() {
-    KRMessage message = newMessage("");
-    message.type = koriva::rawValue(KRMessageType::images);
-    message.version = 1;
-    message.attachments = KRJSONEncoder{}.encode(KRImageResponse{{{kPictureUrl, 640, 480, 0}}});
-    std::cout << "sending a picture: " << kPictureUrl << std::endl;
-    send(message);
-  }
-
-  void send(const KRMessage& message) {
-    KorivaSDK::shared()->sendMessage(message, [this](const KRResult<KRMessage>& result) {
-      if (!result) return fail("sending failed: " + result.error().localizedDescription());
-      done("send a message");
+  /// From then on the server tells the user when the peer comes and goes.
+  void openChat(const Person& user, const Person& peer) {
+    const auto type = std::to_string(koriva::rawValue(KRDefines::GroupType::privateGroup));
+    const auto chat = user->asks<KRConversation>("opens the chat", [&](const auto& done) {
+      user->client->checkGroup(type, {user->name, peer->name}, done);
     });
-  }
-
-  void markSeen(const KRMessage& message) {
-    KorivaSDK::shared()->updateMessageStatus(message,
-                                             koriva::rawValue(KRDefines::MessageStatus::seen),
-                                             [this](const KRResult<KRMessage>& result) {
-                                               if (!result || !isSeen(result.value()))
-                                                 return fail("marking as seen failed");
-                                               done("mark the other's message as seen");
-                                             });
-  }
-
-  void listHistory() {
-    KorivaSDK::shared()->getListMessage(
-        group_, "", 0, 20, [this](const KRResult<KRMessageList>& result) {
-          if (!result) return fail("listing failed: " + result.error().localizedDescription());
-          auto messages = result.value().messages;
-          if (messages.size() != 2) return fail("the history does not hold two messages");
-          std::reverse(messages.begin(), messages.end());  // the newest comes first
-          bool intact = false;
-          for (const KRMessage& message : messages) {
-            if (!isSeen(message)) return fail("a message of the history has not been seen");
-            intact = intact || message.message == kText;
-            std::cout << "in the history, from " << message.senderUin << ", "
-                      << typeName(message.messageType()) << ", seen:\n"
-                      << contents(message) << std::endl;
-          }
-          if (!intact) return fail("the text has changed in the history");
-          done("list the history");
-        });
-  }
-
-  void done(std::string_view step) {
-    missing_.erase(step);
-    if (missing_.empty()) {
-      KRRunLoop::main().stop();
-    } else if (missing_ == Steps{"list the history"}) {
-      listHistory();
+    chat_ = chat.groupID;
+    for (const KRUserStatus& status : chat.statusList) {
+      if (status.uin == peer->name) user->didUpdateUserStatus(status);
     }
   }
 
-  void fail(const std::string& why) {
-    std::cout << "error: " << why << std::endl;
-    KRRunLoop::main().stop();
+  void showTyping(const Person& writer, const Person& watcher) {
+    writer->does("types");
+    writer->client->sendGroupEvent(writer->name, {chat_, KRGroupEventKind::StartTyping{}});
+    watcher->notices("sees typing ...");
+    writer->does("stops typing");
+    writer->client->sendGroupEvent(writer->name, {chat_, KRGroupEventKind::StopTyping{}});
+    watcher->notices("sees no more typing");
   }
 
-  using Steps = std::set<std::string_view>;
+  /// Sends a message, and waits until it was received and its sender knows that it was seen.
+  KRMessage pass(const Person& sender, const Person& receiver, const std::string& groupID,
+                 const Letter& letter) {
+    KRMessage message(std::to_string(++messages_), groupID, letter.text, "User " + sender->name, "",
+                      sender->name, letter.isEncrypted);
+    message.type = koriva::rawValue(letter.type);
+    message.attachments = letter.attachments;
+    message.version = 1;
+    auto stored = sender->asks<KRMessage>("sends " + letter.contents, [&](const auto& done) {
+      sender->client->sendMessage(message, done);
+    });
+    receiver->notices("receives " + letter.contents);
+    sender->notices("knows the " + typeName(letter.type) + " was seen");
+    if (groupID == chat_) sent_.push_back(letter.contents);
+    return stored;
+  }
 
-  std::int64_t uin_;
-  std::string group_;
-  bool begins_;
-  Steps missing_{"log in",
-                 "send a message",
-                 "receive the other's message",
-                 "mark the other's message as seen",
-                 "hear that the own message was seen",
-                 "list the history"};
+  std::vector<std::string> listChat(const Person& user) const {
+    const auto page = user->asks<KRMessageList>("asks for the history", [&](const auto& done) {
+      user->client->getListMessage(chat_, "", 0, 20, done);
+    });
+    std::vector<std::string> found;
+    for (auto message = page.messages.rbegin(); message != page.messages.rend(); ++message) {
+      found.push_back(contentsOf(*message));
+      user->does("finds " + found.back());
+    }
+    return found;
+  }
+
+  const std::string url_;
+  const Person host_ = std::make_shared<User>(1001);
+  const Person guest_ = std::make_shared<User>(1002);
+  std::string chat_;               ///< their private conversation
+  std::vector<std::string> sent_;  ///< the contents of what was sent there, oldest first
+  int messages_ = 0;
+};
+
+struct Chapter {
+  const char* title;
+  void (Tour::*play)();
+};
+
+constexpr Chapter kChapters[] = {
+    {"Log in: two users, a connection each", &Tour::logIn},
+    {"Typing: shown at once, stored nowhere", &Tour::type},
+    {"Messages of many kinds: they arrive unchanged, and are seen", &Tour::sendMessages},
+    {"History: the server keeps the messages", &Tour::compareHistories},
+    {"A group: joined with an invitation link", &Tour::meetInGroup},
+    {"A call: offered, answered and stopped; sound is the application's", &Tour::call},
+    {"A secret chat: the SDK carries keys, the application encrypts", &Tour::chatInSecret},
+    {"The server is killed and started again: both are back within 10 s", &Tour::surviveRestart},
+    {"Goodbye: each sees the other leave", &Tour::sayGoodbye},
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 5 || !KorivaSDK::shared()->setBaseUrl(argv[1])) {
-    std::cerr << "Usage: koriva_demo URL UIN PEER begin|answer" << std::endl;
+  if (argc != 2) {
+    std::cerr << "Usage: koriva_demo URL" << std::endl;
     return 2;
   }
-  const std::int64_t uin = std::stoll(argv[2]);
-  const auto side =
-      std::make_shared<Side>(uin, std::stoll(argv[3]), argv[4] == std::string("begin"));
-
-  const auto client = KorivaSDK::shared();
-  client->addDelegate(side);
-  client->login("token-" + std::to_string(uin), uin, "demo-device", true);
-  KRRunLoop::main().runFor(std::chrono::seconds(20));
-  client->logout();
-  return side->succeeded() ? 0 : 1;
+  Tour tour(argv[1]);
+  const char* title = "";
+  try {
+    for (const Chapter& chapter : kChapters) {
+      title = chapter.title;
+      std::clog << "# " << title << std::endl;
+      (tour.*chapter.play)();
+    }
+  } catch (const std::exception& problem) {
+    std::clog << "! " << title << ": " << problem.what() << std::endl;
+    return 1;
+  }
 }
