@@ -1,3 +1,4 @@
+#!/usr/bin/env node
 // A scriptable server. Commands come as JSON lines on standard input, each is answered by one JSON
 // line on standard output; the first line is the port. It ends with its standard input.
 //

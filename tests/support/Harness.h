@@ -1,15 +1,17 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/algorithm/string/replace.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/json.hpp>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <iostream>
 #include <semaphore>
 #include <stdexcept>
 
@@ -40,11 +42,8 @@ inline void drive() {
 /// Drives the run loop until the condition holds; false when it never does.
 [[nodiscard]] bool runUntil(const auto& condition) {
   const auto end = std::chrono::steady_clock::now() + 60s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    drive();
-  }
-  return true;
+  while (!condition() && std::chrono::steady_clock::now() < end) drive();
+  return condition();
 }
 
 /// The text of the runtime error that the run loop throws.
@@ -56,30 +55,26 @@ inline std::string awaitThrown() {
   }
 }
 
-/// Catches standard output, and shows it after all when the test fails.
-class Console {
- public:
+/// Catches standard output, and shows what nobody took.
+struct Console {
   Console() { testing::internal::CaptureStdout(); }
-  ~Console() {
-    taken_ += text_ + testing::internal::GetCapturedStdout();
-    if (testing::Test::HasFailure()) std::puts(taken_.c_str());
-  }
+  ~Console() { std::cout << unread << testing::internal::GetCapturedStdout(); }
 
   /// What was printed since the last `take`.
-  const std::string& text() {
-    text_ += testing::internal::GetCapturedStdout();
+  std::string& text() {
+    unread += testing::internal::GetCapturedStdout();
     testing::internal::CaptureStdout();
-    return text_;
+    return unread;
   }
-  std::string take() {
-    taken_ += text();
-    return std::exchange(text_, {});
-  }
+  std::string take() { return std::exchange(text(), {}); }
 
- private:
-  std::string text_;
-  std::string taken_;
+  std::string unread;
 };
+
+/// What a table says of the console.
+inline std::string lines(const std::string& told) {
+  return told == "nothing" ? "" : boost::replace_all_copy(told, "¶", "\n") + "\n";
+}
 
 /// The scriptable server of server.mjs, in a process of its own.
 class Server {
@@ -89,8 +84,7 @@ class Server {
 
   std::string url() const { return "http://127.0.0.1:" + port_; }
   json::value tell(const std::string& command) {
-    std::fputs((command + "\n").c_str(), stream_);
-    std::fflush(stream_);
+    stream_ << command << std::endl;
     return json::parse(readLine());
   }
   void answer(const std::string& event, const std::string& items) {
@@ -106,7 +100,7 @@ class Server {
     if (process_ == 0) return;
     ::kill(process_, SIGKILL);
     waitpid(std::exchange(process_, 0), nullptr, 0);
-    std::fclose(stream_);
+    stream_.close();
   }
   void returnToLife() { start("{\"port\":" + port_ + "}"); }
 
@@ -118,27 +112,22 @@ class Server {
     if (process_ == 0) {
       dup2(ends[1], STDIN_FILENO);
       dup2(ends[1], STDOUT_FILENO);
-      if (const char* other = std::getenv("KORIVA_OTHER_SERVER")) {
-        execlp(other, other, options.c_str(), nullptr);
-      }
-      execlp("node", "node", KORIVA_TEST_SERVER, options.c_str(), nullptr);
+      const char* other = std::getenv("KORIVA_OTHER_SERVER");
+      execl(other ? other : KORIVA_TEST_SERVER, "server", options.c_str(), nullptr);
       _exit(127);
     }
     close(ends[1]);
-    stream_ = fdopen(ends[0], "r+");
+    stream_.socket().assign(boost::asio::local::stream_protocol(), ends[0]);
     port_ = readLine();
   }
   std::string readLine() {
     std::string line;
-    for (int c = std::fgetc(stream_); c != '\n'; c = std::fgetc(stream_)) {
-      if (c == EOF) throw std::logic_error("the test server has ended");
-      line += static_cast<char>(c);
-    }
+    if (!std::getline(stream_, line)) throw std::logic_error("the test server has ended");
     return line;
   }
 
   pid_t process_ = 0;
-  std::FILE* stream_ = nullptr;
+  boost::asio::local::stream_protocol::iostream stream_;
   std::string port_;
 };
 
@@ -224,9 +213,7 @@ class ServerTest : public testing::Test {
     EXPECT_TRUE(awaitConnection());
     console.take();
   }
-  bool awaitConnection() {
-    return runUntil([this] { return sdk->isConnected(); });
-  }
+  bool awaitConnection() { return runUntil(std::bind_front(&KorivaSDK::isConnected, sdk)); }
   bool awaitText(const std::string& part) {
     return runUntil([&] { return console.text().find(part) != std::string::npos; });
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <fstream>
 #include <map>
 #include <string>
@@ -20,13 +21,19 @@ struct Row {
   std::string output;
 };
 
-inline std::vector<Row> readTable(const std::string& file) {
+/// In the rows `<name>` stands for the input and `<name {}>` for the output of one of the samples,
+/// which are the rows above unless there are others.
+inline std::vector<Row> readTable(const std::string& file, const std::vector<Row>& samples = {}) {
   std::ifstream lines(KORIVA_TEST_DATA "/" + file);
   std::vector<Row> rows;
   std::string name;
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with('[')) name = line.substr(1, line.size() - 2);
     if (!line.starts_with("  ")) continue;
+    for (const auto& sample : samples.empty() ? rows : samples) {
+      boost::replace_all(line, "<" + sample.name + ">", sample.input);
+      boost::replace_all(line, "<" + sample.name + " {}>", sample.output);
+    }
     const auto arrow = line.find(" => ");
     const auto input = line.substr(2, arrow - (arrow == line.npos ? 0 : 2));
     rows.push_back({name, input, arrow == line.npos ? input : line.substr(arrow + 4)});
@@ -46,7 +53,7 @@ inline void checkTable(const std::string& file, const Functions& functions) {
 }
 
 /// The document read as a T and written again, or "error".
-template <class T, auto decode = &json::decode<T>>
+template <class T, auto decode = &koriva::json::decode<T>>
 std::string reread(std::string_view document) {
   const auto value = decode(document);
   return value ? KRJSONEncoder{}.encode(*value) : "error";
