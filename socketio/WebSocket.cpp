@@ -10,7 +10,6 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
-#include <boost/beast/core/basic_stream.hpp>
 #include <boost/beast/websocket/stream.hpp>
 #include <deque>
 #include <optional>
@@ -35,7 +34,6 @@ constexpr auto handshakeLimit = std::chrono::seconds(10);
 constexpr auto closeLimit = std::chrono::seconds(3);
 
 using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
-using TcpStream = beast::basic_stream<tcp, Executor>;
 
 ssl::context& tlsContext() {
   static ssl::context& context = *[] {
@@ -59,8 +57,13 @@ class Stream {
   }
 
   executor_type get_executor() { return tcp_.get_executor(); }
-  TcpStream& tcpStream() { return tcp_; }
-  std::optional<ssl::stream<TcpStream&>>& tlsStream() { return tls_; }
+  TcpSocket& tcpSocket() { return tcp_; }
+  std::optional<ssl::stream<TcpSocket&>>& tlsStream() { return tls_; }
+
+  void close() {
+    error_code ignored;
+    tcp_.close(ignored);
+  }
 
   template <class Buffers, class Handler>
   auto async_read_some(const Buffers& buffers, Handler&& handler) {
@@ -78,16 +81,16 @@ class Stream {
   template <class Handler>
   friend void async_teardown(beast::role_type, Stream& stream, Handler&& handler) {
     error_code ignored;
-    stream.tcp_.socket().shutdown(tcp::socket::shutdown_both, ignored);
+    stream.tcp_.shutdown(tcp::socket::shutdown_both, ignored);
     asio::post(stream.get_executor(),
                [handler = std::forward<Handler>(handler)]() mutable { handler(error_code{}); });
   }
 
-  friend void beast_close_socket(Stream& stream) { stream.tcp_.close(); }
+  friend void beast_close_socket(Stream& stream) { stream.close(); }
 
  private:
-  TcpStream tcp_;
-  std::optional<ssl::stream<TcpStream&>> tls_;
+  TcpSocket tcp_;
+  std::optional<ssl::stream<TcpSocket&>> tls_;
 };
 
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
@@ -111,7 +114,6 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
  private:
   enum class State { idle, connecting, open, closing, closed };
 
-  TcpStream& tcpStream() { return ws_->next_layer().tcpStream(); }
   void lookUp();
   void connectToAny(std::vector<tcp::endpoint> addresses);
   void startAttempt();
@@ -230,7 +232,7 @@ void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code e
   abandonAttempts();
   error_code ignored;
   socket->set_option(tcp::no_delay(true), ignored);
-  tcpStream().socket() = std::move(*socket);
+  ws_->next_layer().tcpSocket() = std::move(*socket);
   endpoint_.tls ? shakeHandsOverTls() : shakeHands();
 }
 
@@ -390,7 +392,7 @@ void WebSocket::drop() {
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();
-  if (ws_) tcpStream().close();
+  if (ws_) ws_->next_layer().close();
 }
 
 void WebSocket::fail(const std::string& what, const error_code& error) {
