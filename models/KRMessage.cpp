@@ -123,7 +123,7 @@ bool appendKind(std::string& out, std::string_view type, const Members&... membe
 
 }  // namespace
 
-std::string typeName(KRMessageType type) {
+std::string koriva::typeName(KRMessageType type) {
   switch (type) {
     case KRMessageType::text:
       break;

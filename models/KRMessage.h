@@ -42,8 +42,11 @@ inline constexpr auto koriva::cases<KRMessageType> =
                KRMessageType::forward,     KRMessageType::sticker,    KRMessageType::file,
                KRMessageType::screenshot};
 
+namespace koriva {
 /// The type's name, such as "group_update".
 KR_EXPORT std::string typeName(KRMessageType type);
+}  // namespace koriva
+using koriva::typeName;
 
 /// The contents of a message, read from its type, text and attachments.
 struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
