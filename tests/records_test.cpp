@@ -59,9 +59,9 @@ void check(const Row& row) {
 /// Checks records in the order of the rows.
 template <class... T>
 void checkAll(const std::vector<Row>& rows) {
-  ASSERT_EQ(rows.size(), sizeof...(T));
-  auto row = rows.begin();
-  (check<T>(*row++), ...);
+  std::size_t index = 0;
+  (check<T>(rows.at(index++)), ...);
+  EXPECT_EQ(index, rows.size());
 }
 
 TEST(Records, AreReadStrictlyOrLenientlyAndWrittenBack) {
@@ -85,6 +85,9 @@ TEST(Records, AreReadStrictlyOrLenientlyAndWrittenBack) {
   const auto read = *decode<KRMessage>(R"({"send_uin":1.5,"recv_uin":2,"updated_at":3})");
   EXPECT_TRUE(read.send_uin == 1.5 && read.recv_uin == 2 && read.updatedAt == 3);
   EXPECT_EQ(read.toString(), encoder.encode(KRMessage()));
+  const KRMessage sent("m", "g", "t", "sn", "sa", "1", true);
+  EXPECT_EQ(sent.messageID + sent.groupID + sent.message + sent.senderUin, "mgt1");
+  EXPECT_EQ(sent.senderName + sent.senderAvatar + (sent.isEncrypted ? "+" : ""), "snsa+");
   EXPECT_TRUE(KRMessageResponse({13, {}}).duplicateCode());
   EXPECT_EQ(KRUserStatus({"1", 5, ""}).status(), D::OnlineStatus::away);
   EXPECT_EQ(KRUserStatus({"1", 7, ""}).status(), D::OnlineStatus::offline);
