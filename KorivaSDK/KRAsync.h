@@ -17,8 +17,8 @@
 ///
 /// ```cpp
 /// koriva::Detached greet(std::shared_ptr<KorivaSDK> sdk, KRMessage message) {
-///   const KRResult<KRMessage> sent = co_await koriva::async(&KorivaSDK::sendMessage, sdk,
-///   message); std::cout << (sent ? "sent" : sent.error().localizedDescription()) << std::endl;
+///   const auto sent = co_await koriva::async(&KorivaSDK::sendMessage, sdk, message);
+///   std::cout << (sent ? "sent" : sent.error().localizedDescription()) << std::endl;
 /// }
 /// ```
 ///
@@ -86,6 +86,7 @@ void start(Method method, KorivaSDK& sdk, std::function<void(RequestResult<Metho
 template <class Result>
 class [[nodiscard]] Pending {
  public:
+  /// It can only be moved.
   Pending(Pending&&) noexcept = default;
   Pending& operator=(Pending&&) = delete;
   /// A coroutine that is destroyed while it waits is not resumed.

@@ -8,6 +8,9 @@
 
 #include "extensions/KRExport.h"
 
+/// \file
+/// Why requests fail.
+
 /// Why a request failed: a small value, equal by case.
 class KR_EXPORT KRError {
  public:
@@ -62,6 +65,7 @@ inline constexpr KRError KRError::duplicate{13};
 /// Hashes by case.
 template <>
 struct std::hash<KRError> {
+  /// The hash of the code.
   std::size_t operator()(const KRError& error) const noexcept {
     return std::hash<std::int64_t>()(error.code());
   }

@@ -6,6 +6,9 @@
 
 #include "KorivaSDK/KRError.h"
 
+/// \file
+/// What requests end with.
+
 /// The outcome of a request: a value, or the reason why there is none.
 template <class T>
 class KRResult {

@@ -6,6 +6,9 @@
 
 #include "extensions/KRExport.h"
 
+/// \file
+/// The loop on which the library calls the application.
+
 /// The loop on which the library calls the application: every completion, delegate call, queued
 /// task and timer tick runs on the thread that drives it, one at a time and in order. That thread
 /// is the *main thread* of the documentation.
@@ -56,6 +59,7 @@ class KR_EXPORT KRRunLoop {
   KRRunLoop& operator=(const KRRunLoop&) = delete;
 
   struct Internals;
+  /// Not for applications: what the client runs on.
   Internals& internals() { return *internals_; }
 
  private:

@@ -2,6 +2,9 @@
 
 #include "extensions/KRExport.h"
 
+/// \file
+/// The version of the headers and of the library that is running.
+
 /// The version of these headers (semantic versioning), which the build takes from here.
 #define KORIVA_SDK_VERSION_MAJOR 1
 #define KORIVA_SDK_VERSION_MINOR 0  ///< grows with what is added

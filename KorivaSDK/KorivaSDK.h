@@ -30,6 +30,9 @@
 #include "models/KRMessage.h"
 #include "models/KRSecretChat.h"
 
+/// \file
+/// The chat client. All that an application includes.
+
 namespace koriva {
 struct FailureLine;
 namespace socketio {

@@ -10,9 +10,13 @@
 #include "extensions/JSONFields.h"
 #include "extensions/KRExport.h"
 
+/// \file
+/// Records from and to JSON, and JSON of any content.
+
 /// A JSON object of any content. `#include <boost/json/object.hpp>` to build or to read one.
 using KRDictionary = boost::json::object;
 
+/// Records from and to JSON.
 namespace koriva::json {
 
 namespace detail {
@@ -73,7 +77,10 @@ bool append(std::string& out, const T& value) {
 }
 
 /// What to do with texts that are not UTF-8.
-enum class InvalidText { refuse, replace };
+enum class InvalidText {
+  refuse,   ///< write nothing
+  replace,  ///< write U+FFFD for what is wrong
+};
 
 /// Appends a dynamic value as compact JSON. False, with nothing appended, when it holds NaN or
 /// infinity, is nested deeper than 64 levels, or holds text that is refused.

@@ -7,6 +7,10 @@
 #include <type_traits>
 #include <utility>
 
+/// \file
+/// Enumerations from and to their values on the wire.
+
+/// What carries no prefix: calling styles, text and JSON helpers.
 namespace koriva {
 
 /// The cases of the enumeration `E`, listed once, next to the enumeration:

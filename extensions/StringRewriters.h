@@ -7,6 +7,9 @@
 
 #include "extensions/KRExport.h"
 
+/// \file
+/// The escapes of message texts.
+
 namespace koriva {
 
 /// Escapes the attachments text of an outgoing message. Seven literal replacements, each over the

@@ -8,6 +8,9 @@
 #include "extensions/JSONFields.h"
 #include "extensions/KRExport.h"
 
+/// \file
+/// What messages have attached.
+
 /// One picture. A decoded image always has its sizes (0 when the server sent none); one built from
 /// a bare URL lacks them.
 struct KRImage {

@@ -6,6 +6,9 @@
 
 #include "extensions/JSONFields.h"
 
+/// \file
+/// Blocked contacts.
+
 /// A contact was blocked or unblocked. All keys are required.
 struct KRBlock {
   std::string group_id;     ///< the conversation

@@ -14,6 +14,9 @@
 #include "models/KRCall.h"
 #include "models/TaggedVariant.h"
 
+/// \file
+/// The signalling of calls.
+
 /// An event inside a call. Every key is read leniently.
 struct KRStartCall {
   static constexpr std::int64_t EVENT_CALL_TYPE = 2;  ///< `event`: the kind this record is for
@@ -179,18 +182,20 @@ struct KR_EXPORT KRCallEvent : koriva::TaggedVariant<KRCallEvent> {
   /// The names of the cases. Raw values are texts: `koriva::rawValue(Key::startCall)` is
   /// "start_call", and `koriva::fromRawValue<KRCallEvent::Key>("start_call")` the way back.
   enum class Key {
-    startCall,
-    createCall,
-    answerCall,
-    stopCall,
-    iceSdp,
-    iceCandindate,
-    customEvent,
-    sendEventCall
+    startCall,      ///< StartCall
+    createCall,     ///< CreateCall
+    answerCall,     ///< AnswerCall
+    stopCall,       ///< StopCall
+    iceSdp,         ///< IceSdp
+    iceCandindate,  ///< IceCandidate
+    customEvent,    ///< CustomEvent
+    sendEventCall,  ///< SendEventCall
   };
 
   /// Why a case could not be coded. Never raised: call events are not decoded.
-  enum class CodingError { unknownValue };
+  enum class CodingError {
+    unknownValue,  ///< the case is not known
+  };
 
   Cases value;  ///< the case held
 

@@ -7,69 +7,72 @@
 #include "extensions/JSONFields.h"
 #include "extensions/RawValue.h"
 
+/// \file
+/// The small enumerations of the chat protocol, and presence.
+
 /// The scope of the small enumerations of the chat protocol. Records and payloads carry their
 /// integers; `koriva::fromRawValue<E>(n)` and `koriva::rawValue(e)` convert.
 struct KRDefines {
   /// A user's presence.
   enum class OnlineStatus : std::int64_t {
-    unknown = 0,
-    online = 1,
-    offline = 2,
-    idle = 3,
-    invisible = 4,
-    away = 5,
-    busy = 6,
+    unknown = 0,    ///< not known
+    online = 1,     ///< there
+    offline = 2,    ///< not connected
+    idle = 3,       ///< connected, but not active
+    invisible = 4,  ///< connected, and not shown
+    away = 5,       ///< not at the device
+    busy = 6,       ///< not to be disturbed
   };
 
   /// The kind of a conversation.
   enum class GroupType : std::int64_t {
-    unknown = 0,
-    privateGroup = 1,
-    group = 2,
-    publicGroup = 3,
+    unknown = 0,       ///< not known
+    privateGroup = 1,  ///< two users
+    group = 2,         ///< several users, by invitation
+    publicGroup = 3,   ///< open to everybody
   };
 
   /// A yes-or-no answer with failure states.
   enum class Answer : std::int64_t {
-    unknown = 0,
-    yes = 1,
-    no = 2,
-    failed = 3,
-    unrecognized = -1,
+    unknown = 0,        ///< not known
+    yes = 1,            ///< yes
+    no = 2,             ///< no
+    failed = 3,         ///< there was no answer
+    unrecognized = -1,  ///< a value that has no case
   };
 
   /// An ignore action.
   enum class IgnoreType : std::int64_t {
-    unknown = 0,
-    ignore = 1,
-    unignore = 2,
-    get = 3,
-    unrecognized = -1,
+    unknown = 0,        ///< not known
+    ignore = 1,         ///< ignore from now on
+    unignore = 2,       ///< ignore no longer
+    get = 3,            ///< ask whether it is ignored
+    unrecognized = -1,  ///< a value that has no case
   };
 
   /// How far a message has been delivered.
   enum class MessageStatus : std::int64_t {
-    unknown = 0,
-    sent = 1,
-    received = 2,
-    seen = 3,
-    deleted = 4,
-    unrecognized = -1,
+    unknown = 0,        ///< not known
+    sent = 1,           ///< the server has it
+    received = 2,       ///< it has arrived at a recipient
+    seen = 3,           ///< a recipient has seen it
+    deleted = 4,        ///< it was deleted
+    unrecognized = -1,  ///< a value that has no case
   };
 
   /// The kind of a push-notification token; 3 is unused.
   enum class TokenType : std::int64_t {
-    unknown = 0,
-    fcm = 1,
-    apns = 2,
-    pushkit = 4,
+    unknown = 0,  ///< not known
+    fcm = 1,      ///< a token for messages of the FCM service
+    apns = 2,     ///< a token for notifications of the APNs service
+    pushkit = 4,  ///< a token for call notifications of the APNs service
   };
 
   /// The order in which a conversation list is asked for.
   enum class GroupSortType : std::int64_t {
-    random = 0,
-    byLastMessage = 1,
-    byCreatedAt = 2,
+    random = 0,         ///< in no order
+    byLastMessage = 1,  ///< the one with the newest message first
+    byCreatedAt = 2,    ///< by age
   };
 };
 

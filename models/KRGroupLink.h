@@ -6,6 +6,9 @@
 
 #include "extensions/JSONFields.h"
 
+/// \file
+/// Invitation links of groups.
+
 /// The acknowledgement of "create_link". All keys are required.
 struct KRGroupLinkResponse {
   std::int64_t result = 0;  ///< the server's result code

@@ -10,6 +10,9 @@
 #include "extensions/KRExport.h"
 #include "models/TaggedVariant.h"
 
+/// \file
+/// Changes of a group.
+
 /// The changed settings of a group, pushed as "update_group". All keys are required.
 struct KRGroupUpdate {
   std::string name;                       ///< the group's name

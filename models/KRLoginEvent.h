@@ -5,6 +5,9 @@
 
 #include "extensions/JSONFields.h"
 
+/// \file
+/// What the server says of a login.
+
 /// What the server pushes as "login". All keys are required.
 struct KRLoginEvent {
   std::int64_t result = 0;  ///< the server's result code

@@ -15,23 +15,26 @@
 #include "models/KRGroupUpdate.h"
 #include "models/TaggedVariant.h"
 
+/// \file
+/// Messages and their contents.
+
 struct KRMessage;
 
 /// What a message carries, as the server numbers it; 11 is unused.
 enum class KRMessageType : std::int64_t {
-  text = 0,
-  call = 1,
-  images = 2,
-  audio = 3,
-  video = 4,
-  firstMessage = 5,
-  groupUpdate = 6,
-  leaveGroup = 7,
-  reply = 8,
-  forward = 9,
-  sticker = 10,
-  file = 12,
-  screenshot = 13,
+  text = 0,          ///< plain text
+  call = 1,          ///< a note about a call
+  images = 2,        ///< pictures
+  audio = 3,         ///< an audio clip
+  video = 4,         ///< a video
+  firstMessage = 5,  ///< the first message of a conversation
+  groupUpdate = 6,   ///< a change of the group
+  leaveGroup = 7,    ///< a member has left
+  reply = 8,         ///< an answer to a message
+  forward = 9,       ///< a message passed on
+  sticker = 10,      ///< a sticker
+  file = 12,         ///< a file
+  screenshot = 13,   ///< somebody has taken a screenshot
 };
 
 template <>

@@ -5,6 +5,9 @@
 #include <utility>
 #include <variant>
 
+/// \file
+/// What the records that hold one of several cases have in common.
+
 namespace koriva {
 
 /// The access that all tagged variants share. `Self` holds its cases in a `std::variant` named
@@ -41,6 +44,7 @@ template <class... Lambdas>
 struct Overloaded : Lambdas... {
   using Lambdas::operator()...;
 };
+/// Of what it is made.
 template <class... Lambdas>
 Overloaded(Lambdas...) -> Overloaded<Lambdas...>;
 
@@ -50,13 +54,18 @@ template <class T>
 class Box {
  public:
   Box() = default;
+  /// Holds this value.
   Box(T value) : value_(std::make_unique<T>(std::move(value))) {}
+  /// Copies the value.
   Box(const Box& other) : value_(other.value_ ? std::make_unique<T>(*other.value_) : nullptr) {}
+  /// Takes the value and leaves the other empty.
   Box(Box&&) noexcept = default;
+  /// Copies the value.
   Box& operator=(const Box& other) {
     value_ = Box(other).value_;
     return *this;
   }
+  /// Takes the value and leaves the other empty.
   Box& operator=(Box&&) noexcept = default;
   ~Box() = default;
 
@@ -72,8 +81,8 @@ class Box {
     return *value_;
   }
 
-  const T* operator->() const { return &**this; }
-  T* operator->() { return &**this; }
+  const T* operator->() const { return &**this; }  ///< The value's members.
+  T* operator->() { return &**this; }              ///< The same for writing.
 
   friend bool operator==(const Box& left, const Box& right) { return *left == *right; }
 
