@@ -17,8 +17,10 @@ void watch(int epoll, int descriptor) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  //! [attach]
   const int wakeUps = eventfd(0, EFD_CLOEXEC);
   KRRunLoop::main().attach([wakeUps] { eventfd_write(wakeUps, 1); });
+  //! [attach]
 
   const int epoll = epoll_create1(EPOLL_CLOEXEC);
   watch(epoll, wakeUps);
@@ -28,10 +30,12 @@ int main(int argc, char** argv) {
   for (;;) {
     epoll_event event{};
     if (epoll_wait(epoll, &event, 1, -1) < 1) continue;
+    //! [poll]
     if (event.data.fd == wakeUps) {
       eventfd_t count = 0;
       eventfd_read(wakeUps, &count);
       KRRunLoop::main().poll();
+      //! [poll]
     } else if (!talk->readInput()) {
       return 0;
     }

@@ -6,16 +6,20 @@
 
 namespace {
 
+//! [poll]
 gboolean pollSdk(gpointer) {
   KRRunLoop::main().poll();
   return G_SOURCE_REMOVE;
 }
+//! [poll]
 
 }  // namespace
 
 int main(int argc, char** argv) {
   GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+  //! [attach]
   KRRunLoop::main().attach([] { g_idle_add_full(G_PRIORITY_DEFAULT, pollSdk, nullptr, nullptr); });
+  //! [attach]
 
   const auto talk = Talk::begin(argc, argv);
   struct Context {

@@ -8,10 +8,12 @@
 
 int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
+  //! [attach]
   KRRunLoop::main().attach([&application] {
     QMetaObject::invokeMethod(
         &application, [] { KRRunLoop::main().poll(); }, Qt::QueuedConnection);
   });
+  //! [attach]
 
   const auto talk = Talk::begin(argc, argv);
   QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
