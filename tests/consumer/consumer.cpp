@@ -1,0 +1,36 @@
+#include <KorivaSDK/KRAsync.h>
+#include <KorivaSDK/KorivaSDK.h>
+
+#include <boost/json/object.hpp>
+#include <iostream>
+#include <memory>
+
+struct Application : KorivaDelegate {
+  void didReceive(const KRMessage& message) override { std::cout << message.message << '\n'; }
+};
+
+/// Uses something of every kind that the library exports, and prints what came of it.
+int main() {
+  const auto message = KRJSONDecoder{}.decode<KRMessage>(
+      R"({"message": "Hello", "type": 2, "version": 1,
+          "attachments": "{\"images\": [{\"url\": \"picture\"}]}"})");
+  const auto* images = message ? message->kind.as<KRMessageKind::Images>() : nullptr;
+  if (images == nullptr) return 1;
+
+  Application application;
+  static_cast<KorivaDelegate&>(application).didReceive(*message);
+  std::cout << typeName(message->messageType()) << ": " << images->images.at(0).url << '\n'
+            << KRJSONEncoder{}.encode(images->images) << '\n'
+            << koriva::toJsonString(KRDictionary{{"answer", 42}}).value_or("") << '\n';
+
+  const auto client = KorivaSDK::shared();
+  client->addDelegate(std::make_shared<Application>());
+  KRRunLoop::main().post([&] {
+    std::cout << (client->isConnected() ? "connected" : "not connected") << '\n';
+    KRRunLoop::main().stop();
+  });
+  KRRunLoop::main().run();
+
+  std::cout << KORIVA_SDK_VERSION_MAJOR << '.' << KORIVA_SDK_VERSION_MINOR << '.'
+            << KORIVA_SDK_VERSION_PATCH << " is " << KorivaSDKVersionString << '\n';
+}
