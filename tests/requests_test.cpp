@@ -1,7 +1,5 @@
 #include <malloc.h>
 
-#include <functional>
-
 #include "tests/support/Harness.h"
 #include "tests/support/Table.h"
 
@@ -112,6 +110,7 @@ TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
     for (const auto& [items, printed] : request.rows) {
       if (std::isalpha(items.front())) continue;
       SCOPED_TRACE(request.call + " answered " + items);
+      console.take();
       server.answer(request.sent.at(0).as_string().c_str(), items);
       server.tell(R"({"do":"forget"})");
       request.send();
@@ -158,7 +157,7 @@ TEST_F(RequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
 TEST_F(RequestsTest, CompleteOnceEachWithTenThousandInFlight) {
   constexpr std::size_t half = 5000;
   constexpr std::size_t slack = 1'000'000;
-  koriva::timing().limits.acknowledgement = 120s;
+  koriva::timing().limits.acknowledgement = 1h;
   connect();
   server.answer("create_link", R"([{"result":0,"link":{"$payload":"group_id"}}])");
   server.tell(R"({"do":"hold"})");

@@ -55,20 +55,27 @@ inline std::string awaitThrown() {
   }
 }
 
-/// Catches standard output, and shows what nobody took.
+/// Catches standard output, failures included, and shows it after all when the test fails.
 struct Console {
   Console() { testing::internal::CaptureStdout(); }
-  ~Console() { std::cout << unread << testing::internal::GetCapturedStdout(); }
+  ~Console() {
+    taken += unread + testing::internal::GetCapturedStdout();
+    if (testing::Test::HasFailure()) std::cout << taken;
+  }
 
   /// What was printed since the last `take`.
-  std::string& text() {
+  const std::string& text() {
     unread += testing::internal::GetCapturedStdout();
     testing::internal::CaptureStdout();
     return unread;
   }
-  std::string take() { return std::exchange(text(), {}); }
+  std::string take() {
+    taken += text();
+    return std::exchange(unread, {});
+  }
 
   std::string unread;
+  std::string taken;
 };
 
 /// What a table says of the console.
