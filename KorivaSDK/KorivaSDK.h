@@ -68,7 +68,7 @@ class Socket;
 /// answer that cannot be read calls nothing. An empty completion is tolerated.
 ///
 /// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
-/// socket. **`disconnect()` does not end that: only `logout()` does.**
+/// socket. **Only `logout()` ends that; `disconnect()` does not.**
 ///
 /// **Console.** Diagnostics are lines on standard output, some with push tokens or the key material
 /// of secret chats; the session token is never among them.

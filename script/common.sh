@@ -53,3 +53,8 @@ build() {
   cmake --preset "$preset" --log-level=NOTICE
   cmake --build --preset "$preset" ${@:+--target "$@"}
 }
+
+sdk_version() {
+  sed -nE 's/^#define KORIVA_SDK_VERSION_(MAJOR|MINOR|PATCH) ([0-9]+).*/\2/p' KorivaSDK/KRVersion.h |
+    paste -sd .
+}
