@@ -119,18 +119,12 @@ TEST_F(ClientTest, CompletesOnceWhateverBecomesOfTheSocket) {
   connect();
   sdk->muteGroup("g1", true, Done{"replaced"});
   EXPECT_TRUE(awaitReports("event", 1));
-  sdk->disconnect();
-  login();
-  EXPECT_TRUE(awaitConnection());
   login();
   sdk->runNowOrWhenSDKReady(task("still ready"));
-  EXPECT_TRUE(awaitReports("disconnect", 2) && awaitConnection());
-  EXPECT_TRUE(awaitText("replaced:"));
+  EXPECT_TRUE(awaitReports("disconnect", 1) && awaitConnection() && awaitText("replaced:"));
   auto lines = console.take();
-  for (auto at = lines.find(up); at != std::string::npos; at = lines.find(up)) {
-    lines.erase(at, up.size());
-  }
-  EXPECT_EQ(lines, down + "still ready\n" + unanswered + "replaced: failure 6\n");
+  lines.erase(lines.find(up), up.size());
+  EXPECT_EQ(lines, "still ready\n" + unanswered + "replaced: failure 6\n");
 
   sdk->muteGroup("g1", true, Done{"closed"});
   sdk->disconnect();
@@ -173,42 +167,6 @@ TEST_F(ClientTest, LogsOutAfterWhatWasSent) {
   EXPECT_EQ(console.take(), up + "kept\n");
 }
 
-TEST_F(ClientTest, IsSafeToChangeFromInsideACallback) {
-  const std::vector<std::pair<std::string, std::function<void()>>> actions{
-      {"disconnect", [&] { sdk->disconnect(); }},
-      {"logout", [&] { sdk->logout(); }},
-      {"login", [&] { login(); }},
-      {"log out and in", [&] { sdk->logout(), login(); }},
-      {"release", [&] { KorivaSDK::setShared(nullptr), sdk.reset(); }},
-  };
-  for (const auto& [name, action] : actions) {
-    for (const std::string place : {"task", "completion", "didConnect", "didReceive", "kick"}) {
-      SCOPED_TRACE(name + " in " + place);
-      renewClient();
-      bool acted = false;
-      const auto act = [&, &change = action] {
-        acted = true;
-        change();
-      };
-      const auto delegate = addRecorder("d");
-      if (place == "didConnect") delegate->act = act;
-      sdk->runNowOrWhenSDKReady([&](bool) { return place == "task" ? act() : void(); });
-      login();
-      EXPECT_TRUE(runUntil([&] { return acted || sdk->isConnected(); }));
-      if (place == "completion") sdk->deleteGroup("sentinel", [&](const auto&) { act(); });
-      if (place == "didReceive" || place == "kick") delegate->act = act;
-      if (place == "didReceive") server.push("message", "{}");
-      if (place == "kick") server.tell(R"({"do":"kick"})");
-      EXPECT_TRUE(runUntil([&] { return acted; }));
-      if (!sdk) renewClient();
-      login();
-      EXPECT_TRUE(awaitConnection());
-      settle();
-      console.take();
-    }
-  }
-}
-
 TEST_F(ClientTest, EndsQuietlyWhenReleased) {
   koriva::timing().limits.acknowledgement = 100ms;
   addRecorder("d");
@@ -225,8 +183,9 @@ TEST_F(ClientTest, EndsQuietlyWhenReleased) {
   const auto kept = sdk;
   renewClient();
   EXPECT_NE(sdk, kept);
-  KorivaSDK::setShared(std::exchange(sdk, kept));
-  settle();
+  EXPECT_TRUE(kept->isConnected());
+  KorivaSDK::setShared(kept);
+  EXPECT_EQ(KorivaSDK::shared(), kept);
 }
 
 TEST_F(ClientTest, TakesRequestsFromAnyThread) {

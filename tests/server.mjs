@@ -9,11 +9,16 @@
 //   {"do":"refuse","on":true}                 refuses the namespace
 //   {"do":"reports","of":"x"}                 what has happened, of the kind x, in order
 //   {"do":"forget"}                           what has happened
+//   {"do":"certify","name":"x","options":{…}} shows x.pem from now on, which x.key is for
+//   {"do":"play","scripts":["…",…]}           the port of a villain; its last script is for the rest
 //
 // In items, {"$binary":"text"} stands for bytes and {"$payload":"key"} for what the request holds.
+import { readFileSync } from "node:fs";
 import { createServer } from "node:http";
+import { createServer as createTlsServer } from "node:https";
 import { createRequire } from "node:module";
 import { createInterface } from "node:readline";
+import { villain } from "./villain.mjs";
 
 const require = createRequire(new URL("../sandbox/package.json", import.meta.url));
 const { Server } = require("socket.io");
@@ -27,15 +32,14 @@ const answers = new Map();
 let held;
 let refusing = false;
 
-function filledIn(value, payload) {
-  if (value === null || typeof value !== "object") return value;
-  if ("$binary" in value) return Buffer.from(value.$binary);
-  if ("$payload" in value) return payload[value.$payload];
-  if (Array.isArray(value)) return value.map((item) => filledIn(item, payload));
-  return Object.fromEntries(Object.entries(value).map(([k, v]) => [k, filledIn(v, payload)]));
-}
+const filledIn = (items, payload) =>
+  JSON.parse(JSON.stringify(items), (key, value) => {
+    if (value?.$binary !== undefined) return Buffer.from(value.$binary);
+    return value?.$payload === undefined ? value : payload[value.$payload];
+  });
 
-const http = createServer();
+const http = options.tls ? createTlsServer() : createServer();
+http.on("secureConnection", ({ servername }) => report("name", servername));
 http.on("upgrade", (request) => report("url", request.url));
 const io = new Server(http, { transports: ["websocket"], ...options.server });
 io.engine.on("connection", (connection) =>
@@ -72,11 +76,16 @@ const commands = {
   refuse: ({ on }) => void (refusing = on),
   reports: ({ of }) => reports.filter((each) => each.of === of).map(({ what }) => what),
   forget: () => void reports.splice(0),
+  certify({ name, options }) {
+    const [key, cert] = [readFileSync(`${name}.key`), readFileSync(`${name}.pem`)];
+    http.setSecureContext({ key, cert, ...options });
+  },
+  play: ({ scripts }) => villain(scripts, report),
 };
 createInterface({ input: process.stdin })
-  .on("line", (line) => {
+  .on("line", async (line) => {
     const command = JSON.parse(line);
-    say(commands[command.do](command));
+    say(await commands[command.do](command));
   })
   .on("close", () => process.exit());
 

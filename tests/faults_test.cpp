@@ -1,0 +1,236 @@
+#include <dlfcn.h>
+#include <netdb.h>
+
+#include <boost/algorithm/string.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <cstring>
+#include <list>
+#include <random>
+
+#include "tests/support/Attempt.h"
+#include "tests/support/Table.h"
+
+using namespace koriva::test;
+using koriva::socketio::Executors;
+using koriva::socketio::Limits;
+using testing::AllOf;
+using testing::Each;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+
+// Two names of this program's own: one is never found, and one has a first address of no use.
+extern "C" int getaddrinfo(const char* name, const char* port, const addrinfo* hints,
+                           addrinfo** result) {
+  static const auto real =
+      reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  if (std::strcmp(name, "hanging.test") == 0) pause();
+  if (std::strcmp(name, "swallowing.test") != 0) return real(name, port, hints, result);
+  const int error = real("127.0.0.2", port, hints, result);
+  return error == 0 ? real("127.0.0.1", port, hints, &(*result)->ai_next) : error;
+}
+
+namespace {
+
+struct Fault {
+  explicit Fault(const Row& row) : outcome(row.output), script(row.name) {
+    script.replace(script.find("<>"), 2, row.input);
+    if (isOver("timed out")) limits.connect = 500ms;
+    if (isSlow) limits.outgoingBytes = 1 << 20;
+  }
+  bool isOver(const char* reason) const { return outcome.find(reason) != outcome.npos; }
+
+  std::string outcome, script;
+  bool lives = std::isdigit(outcome.front()) != 0;
+  bool isSlow = isOver("heartbeat") || isOver("does not read");
+  Limits limits;
+};
+
+std::vector<Fault> faults() {
+  const auto rows = readTable("faults.txt");
+  return {rows.begin(), rows.end()};
+}
+
+const std::string honest = "welcome + serve";
+
+TEST(Faults, EndTheConnectionOrNothing) {
+  Server server;
+  std::list<Attempt> attempts;
+  for (const auto& fault : faults()) {
+    const bool tls = fault.script.starts_with("hello");
+    const auto url =
+        playUrl(server, {fault.script}, tls ? "https://127.0.0.1" : "http://127.0.0.1");
+    attempts.emplace_back(url, fault.limits);
+  }
+  EXPECT_TRUE(runUntil([&] { return std::ranges::all_of(attempts, &Attempt::isOver); }));
+  for (const auto& fault : faults()) {
+    SCOPED_TRACE(fault.script.substr(0, 200));
+    const auto heard = *attempts.front().heard;
+    EXPECT_EQ(heard.errors.empty(), fault.lives);
+    EXPECT_EQ(heard.disconnects, fault.lives ? 0 : 1);
+    EXPECT_EQ(heard.answers, fault.lives ? R"({"result":0})" : "");
+    EXPECT_EQ(heard.messages, fault.lives ? std::stoi(fault.outcome) : 0);
+    EXPECT_THAT(heard.errors,
+                AllOf(HasSubstr(fault.lives ? "" : fault.outcome), Not(HasSubstr("secret"))));
+    attempts.pop_front();
+  }
+  EXPECT_TRUE(runUntil([&] { return server.reports("left").size() == faults().size(); }));
+}
+
+TEST(Faults, LeaveNoConnectionDestroyedAtAnyMoment) {
+  Server server;
+  const auto url = playUrl(server, {honest});
+  Limits brief;
+  brief.acknowledgement = 20ms;
+  for (int steps = 0; steps < 30; ++steps) {
+    asio::io_context io;
+    const Executors executors(io.get_executor(), io.get_executor());
+    Attempt attempt(url, brief, executors);
+    for (int i = 0; i < steps && !attempt.isOver(); ++i) io.run_one();
+    attempt.manager.reset();
+    io.run();
+    EXPECT_EQ(attempt.heard->errors, "");
+  }
+  EXPECT_TRUE(
+      runUntil([&] { return server.reports("left").size() == server.reports("came").size(); }));
+}
+
+TEST(Names, OfAnAddressThatSwallowsAndOfNone) {
+  Server server;
+  const auto url = playUrl(server, {honest}, "http://swallowing.test");
+  const auto port = static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)));
+  const tcp::endpoint useless(asio::ip::make_address("127.0.0.2"), port);
+  asio::io_context io;
+  tcp::acceptor full(io, tcp::v4());
+  full.bind(useless);
+  full.listen(0);
+  tcp::socket waiting(io);
+  waiting.connect(useless);  // room for one, and it is taken
+
+  Limits impatient;
+  impatient.connect = 500ms;
+  const Attempt swallowed(url);
+  const Attempt hanging("http://hanging.test", impatient);
+  EXPECT_TRUE(runUntil([&] { return swallowed.isOver() && hanging.isOver(); }));
+  EXPECT_THAT(hanging.heard->errors, HasSubstr("timed out"));
+  EXPECT_EQ(swallowed.heard->errors, "");
+}
+
+/// A client with constants for the impatient.
+struct ImpatientClient : ServerTest {
+  ImpatientClient() {
+    koriva::timing().reconnectInterval = 20ms;
+    koriva::timing().limits.acknowledgement = 60ms;
+    koriva::timing().limits.connect = 200ms;
+  }
+  void play(const std::vector<std::string>& scripts) {
+    EXPECT_TRUE(sdk->setBaseUrl(playUrl(server, scripts)));
+    login();
+  }
+};
+
+TEST_F(ImpatientClient, IsServedAgainAfterEveryFault) {
+  std::vector<std::string> scripts;
+  for (const auto& fault : faults()) {
+    if (!fault.lives && !fault.isSlow) scripts.push_back(fault.script);
+  }
+  scripts.push_back(honest);
+  play(scripts);
+  const auto came = [&] { return server.reports("came").size(); };
+  EXPECT_TRUE(runUntil([&] { return came() >= scripts.size() && sdk->isConnected(); }));
+  settle();
+  std::vector<std::string> lines;
+  boost::split(lines, console.take(), boost::is_any_of("\n"));
+  EXPECT_EQ(std::ranges::count(lines, "KorivaSDK - socket disconnected"), came() - 1);
+  EXPECT_THAT(lines, Each(Not(HasSubstr("token"))));
+}
+
+TEST_F(ImpatientClient, CompletesEveryRequestOnce) {
+  play({"welcome + chaos"});
+  std::mt19937 random(20'822);
+  std::vector<int> completions(5000);
+  std::vector<int> expected;
+  int successes = 0;
+  bool isIn = true;
+  for (auto& count : completions) {
+    sdk->deleteGroup("g", [&](const auto& result) { ++count, successes += result.isSuccess(); });
+    expected.push_back(isIn ? 1 : 0);
+    const auto choice = random() % 256;
+    if (choice < 2) sdk->disconnect();
+    if (choice == 2) sdk->logout(), isIn = false;
+    if (choice == 3 || (choice > 200 && !isIn)) login(), isIn = true;
+    if (choice > 200) drive();
+    if (choice > 250) {
+      EXPECT_TRUE(awaitConnection());
+    }
+  }
+  EXPECT_TRUE(runUntil([&] { return completions == expected; }));
+  EXPECT_THAT(successes, AllOf(testing::Gt(200), testing::Lt(4500)));
+  sdk->disconnect();
+  sdk->deleteGroup("g", Done{"last"});  // times out after all others
+  EXPECT_TRUE(awaitText("last: failure"));
+  EXPECT_EQ(completions, expected);
+  console.take();
+}
+
+struct Acting : KorivaDelegate {
+  void didConnect() override { act(); }
+  void didDisconnect() override { act(); }
+  void didReceive(const KRMessage&) override { act(); }
+
+  std::function<void()> act;
+};
+
+TEST_F(ImpatientClient, CanBeChangedFromInsideAnyCallback) {
+  const auto url =
+      playUrl(server, {R"(welcome + 81:42/data,["message",{}] + answer + 81:41/data, + hold)"});
+  const std::vector<std::function<void()>> changes{
+      [&] { sdk->disconnect(); }, [&] { sdk->logout(); }, [&] { login(); },
+      [&] { sdk->logout(), login(); }, [&] { renewClient(); }};
+  for (std::size_t i = 0; i < 5 * changes.size(); ++i) {
+    renewClient();
+    std::size_t heard = 0;
+    const auto delegate = std::make_shared<Acting>();
+    const auto act = delegate->act = [&] {
+      if (heard++ == i / changes.size()) changes[i % changes.size()]();
+    };
+    sdk->setBaseUrl(url);
+    sdk->addDelegate(delegate);
+    sdk->runNowOrWhenSDKReady([&](bool) {
+      act();
+      sdk->deleteGroup("g", [act](const auto&) { act(); });
+    });
+    login();
+    EXPECT_TRUE(runUntil([&] { return heard > i / changes.size(); }));
+  }
+  console.take();
+}
+
+TEST(Exit, IsCleanAtAnyMoment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  Server server;
+  const auto leave = [](const std::string& url, bool welcome = false) {
+    alarm(20);  // ends a process that hangs
+    attached();
+    static const auto kept = KorivaSDK::shared();
+    EXPECT_TRUE(kept->setBaseUrl(url));
+    const auto delegate = std::make_shared<Acting>();
+    delegate->act = [] { std::exit((kept->deleteGroup("g"), 0)); };
+    kept->addDelegate(delegate);
+    kept->login("secret", 1001, "device", true);
+    kept->deleteGroup("g");
+    EXPECT_FALSE(welcome && runUntil([] { return false; }));
+    drive();
+    std::exit(0);
+  };
+  const testing::ExitedWithCode cleanly(0);
+  EXPECT_EXIT((alarm(20), std::exit(0)), cleanly, "");
+  EXPECT_EXIT((alarm(20), static_cast<void>(KorivaSDK::shared()), std::exit(0)), cleanly, "");
+  EXPECT_EXIT(leave("http://hanging.test"), cleanly, "");
+  EXPECT_EXIT(leave(playUrl(server, {"hold"})), cleanly, "");
+  EXPECT_EXIT(leave(playUrl(server, {honest}), true), cleanly, "");
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "KorivaSDK/RunLoopInternals.h"
+#include "socketio/Manager.h"
+#include "tests/support/Harness.h"
+
+namespace koriva::test {
+
+inline const socketio::Executors& mainExecutors() {
+  attached();
+  return KRRunLoop::main().internals().executors();
+}
+
+/// A connection, and what is heard of it. Once made it asks for an answer.
+struct Attempt {
+  struct Heard {
+    std::string errors;
+    std::string answers;
+    int disconnects = 0;
+    int messages = 0;
+  };
+
+  explicit Attempt(const std::string& url, const socketio::Limits& limits = {},
+                   const socketio::Executors& executors = mainExecutors())
+      : manager(std::make_unique<socketio::Manager>(
+            executors, *socketio::Endpoint::parse(url),
+            socketio::Manager::Options{"/data", {{"session", "secret"}}, limits, {}})) {
+    auto& socket = *manager->socket();
+    socket.on(socketio::errorEvent,
+              [to = heard](const auto& items) { to->errors += items.text(); });
+    socket.on(socketio::disconnectEvent, [to = heard](const auto&) { ++to->disconnects; });
+    socket.on("message", [to = heard](const auto&) { ++to->messages; });
+    socket.on(socketio::connectEvent, [to = heard, &socket](const auto&) {
+      socket.emitWithAck("ask", "{}", [to](const auto& items) {
+        if (items.text() != socketio::noAck) to->answers += items.text();
+      });
+    });
+    manager->connect();
+  }
+  bool isOver() const { return !heard->answers.empty() || heard->disconnects > 0; }
+
+  std::unique_ptr<socketio::Manager> manager;
+  std::shared_ptr<Heard> heard = std::make_shared<Heard>();
+};
+
+/// The URL of a server that follows the scripts, as villain.mjs describes them.
+inline std::string playUrl(Server& server, const std::vector<std::string>& scripts,
+                           const std::string& host = "http://127.0.0.1") {
+  const json::value command{{"do", "play"}, {"scripts", json::value_from(scripts)}};
+  return host + ":" + std::to_string(server.tell(json::serialize(command)).as_int64());
+}
+
+}  // namespace koriva::test
