@@ -7,38 +7,60 @@ namespace {
 
 constexpr auto kSeen = koriva::rawValue(KRDefines::MessageStatus::seen);
 
-/// shared() makes one client per process, which is what applications need; here each user has one.
-std::shared_ptr<KorivaSDK> makeClient() {
-  KorivaSDK::setShared(nullptr);
-  return KorivaSDK::shared();
-}
-
 }  // namespace
 
-User::User(std::int64_t number) : uin(number), name(std::to_string(number)), client(makeClient()) {}
+User::User(std::int64_t number, bool isInThisProcess)
+    : uin(number),
+      name(std::to_string(number)),
+      client(isInThisProcess ? KorivaSDK::shared() : nullptr) {}
 
 void User::logIn(const std::string& url) {
+  if (!isHere()) return;
   if (!client->setBaseUrl(url)) throw std::runtime_error("no URL of a chat server: " + url);
   client->addDelegate(shared_from_this());
   client->login("token-" + name, uin, "device-of-" + name, true);
   notices("connects");
 }
 
-void User::does(const std::string& line) const {
-  std::clog << name + ' ' + line + '\n' << std::flush;
+void User::does(const std::string& line, const std::function<void()>& action) const {
+  if (!isHere()) return;
+  writeDown(name, line);
+  if (action) action();
 }
 
 void User::notes(const std::string& line) {
-  does(line);
-  noticed_.push(line);
+  writeDown(name, line);
+  noticed_.insert(line);
   KRRunLoop::main().stop();
 }
 
 void User::notices(const std::string& line, std::chrono::seconds limit) {
-  waitUntil([this] { return !noticed_.empty(); }, line, limit);
-  const std::string next = noticed_.front();
-  noticed_.pop();
-  if (next != line) throw std::runtime_error(name + ' ' + next + ", instead of: " + line);
+  if (!isHere()) return;
+  waitUntil([&] { return noticed_.contains(line); }, line, limit);
+  noticed_.erase(noticed_.find(line));
+}
+
+KRMessage User::receives(const std::string& contents) {
+  if (!isHere()) return {};
+  waitUntil([this] { return !received_.empty(); }, "receives " + contents, kLimit);
+  const KRMessage message = std::move(received_.front());
+  received_.pop();
+  const std::string found = contentsOf(message);
+  if (!contents.empty() && found != contents) {
+    throw std::runtime_error(name + " receives " + found + ", instead of: " + contents);
+  }
+  return answerTo<KRMessage>("marks it as seen", [&](const auto& done) {
+    client->updateMessageStatus(message, kSeen, done);
+  });
+}
+
+void User::noticesNoMore() const {
+  if (!noticed_.empty())
+    throw std::runtime_error("not expected: " + name + ' ' + *noticed_.begin());
+  if (!received_.empty()) {
+    throw std::runtime_error("not expected: " + name + " receives " +
+                             contentsOf(received_.front()));
+  }
 }
 
 void User::waitUntil(const std::function<bool()>& isDone, const std::string& what,
@@ -67,8 +89,9 @@ void User::didDisconnect() {
 
 void User::didReceive(const KRMessage& message) {
   if (message.senderUin == name) return;  // the server's note about what this user did
-  notes("receives " + contentsOf(message));
-  client->updateMessageStatus(message, kSeen, {});
+  writeDown(name, "receives " + contentsOf(message));
+  received_.push(message);
+  KRRunLoop::main().stop();
 }
 
 void User::didReceiveGroupEvent(const KRGroupEvent& event) {
@@ -81,6 +104,7 @@ void User::didReceiveGroupEvent(const KRGroupEvent& event) {
 
 void User::didReceiveCall(const KRCallEvent& event) {
   if (const auto* start = event.as<KRCallEvent::StartCall>()) {
+    callID = start->call.id;
     notes("hears " + start->call.callerUin + " calling");
   } else if (const auto* answer = event.as<KRCallEvent::AnswerCall>()) {
     const bool isAccepted = answer->answerCall.type == KRAnswerCall::ANSWER_CALL_ACCEPT;
@@ -98,11 +122,21 @@ void User::didUpdateUserStatus(const KRUserStatus& status) {
 }
 
 void User::didStartSecretChat(const KRStartSecretChat& info) {
+  secretChatID = info.group_id;
   notes("gets " + info.uin + "'s key: " + info.identity_key);
 }
 
 void User::didAcceptSecretChat(const KRAcceptSecretChat& info) {
   notes("gets " + info.uin + "'s key: " + info.identity_key);
+}
+
+void writeDown(const std::string& name, const std::string& text) {
+  std::string lines = name + ' ';
+  for (const char c : text) {
+    lines += c;
+    if (c == '\n') lines += name + "   ";
+  }
+  std::clog << lines + '\n' << std::flush;
 }
 
 std::string contentsOf(const KRMessage& message) {
