@@ -244,7 +244,7 @@ koriva::Detached printHistory(std::shared_ptr<KorivaSDK> sdk, std::string groupI
 //! [coroutine]
 
 //! [future]
-/// On any thread but the one that drives the run loop.
+// On any thread but the one that drives the run loop.
 std::size_t countBlocked(const std::shared_ptr<KorivaSDK>& sdk, const std::string& uin) {
   auto answer = koriva::future(&KorivaSDK::getBlockContactList, sdk, uin);
   const KRResult<KRBlockContactList> blocked = answer.get();
