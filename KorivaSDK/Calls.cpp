@@ -8,8 +8,8 @@ namespace {
 struct CallStatus {
   std::int64_t status = 0;
 
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&CallStatus::status>("status"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::status>("status"));
 };
 
 constexpr auto decodeOngoing =

@@ -16,15 +16,16 @@ struct Push {
 struct DeletedGroup {
   std::string groupID;
 
+  template <class R>
   static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&DeletedGroup::groupID>("group_id"));
+      koriva::json::fields(koriva::json::required<&R::groupID>("group_id"));
 };
 
 struct ServerError {
   std::int64_t error = 0;
 
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&ServerError::error>("error"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::error>("error"));
 };
 
 template <class Record>

@@ -57,7 +57,8 @@ bool isPresent(const std::optional<T>& value) {
 struct ResultCode {
   std::int64_t result = 0;
 
-  static constexpr auto fields = json::fields(json::required<&ResultCode::result>("result"));
+  template <class R>
+  static constexpr auto fields = json::fields(json::required<&R::result>("result"));
 };
 
 }  // namespace detail

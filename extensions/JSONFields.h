@@ -20,11 +20,14 @@
 ///   std::string callId;
 ///   std::string uin;
 ///
+///   template <class R>
 ///   static constexpr auto fields = koriva::json::fields(
-///       koriva::json::lenient<&KRStopCall::callId>("call_id"),
-///       koriva::json::lenient<&KRStopCall::uin>("uin"));
+///       koriva::json::lenient<&R::callId>("call_id"), koriva::json::lenient<&R::uin>("uin"));
 /// };
 /// ```
+/// `R` is the record itself. The table is a template so that only those pay for it, in compile
+/// time, who read or write the record.
+///
 /// Members may be texts, std::int64_t, std::uint64_t, double, bool, lists of texts or of records,
 /// maps from text to text, records, and std::optional of any of these. Table order is writing
 /// order; an absent optional is not written.
@@ -43,7 +46,7 @@ namespace koriva::json {
 struct Access {
   template <class T>
   static constexpr bool hasFields = requires {
-    T::fields;
+    T::template fields<T>;
   };
   template <class T>
   static constexpr bool hasAfterDecoding = requires {
@@ -60,7 +63,7 @@ struct Access {
 
   template <class T>
   static constexpr const auto& fields() {
-    return T::fields;
+    return T::template fields<T>;
   }
   template <class T>
   static void afterDecoding(T& value) {

@@ -22,11 +22,11 @@ struct KRImage {
   bool operator==(const KRImage&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRImage::url>("url"),
-                           koriva::json::lenient<&KRImage::width>("width", 0),
-                           koriva::json::lenient<&KRImage::height>("height", 0),
-                           koriva::json::lenient<&KRImage::subIndex>("sub_index", 0));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::url>("url"), koriva::json::lenient<&R::width>("width", 0),
+      koriva::json::lenient<&R::height>("height", 0),
+      koriva::json::lenient<&R::subIndex>("sub_index", 0));
 };
 
 /// One video. All keys are required.
@@ -40,12 +40,12 @@ struct KRVideo {
   bool operator==(const KRVideo&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRVideo::url>("url"),
-                           koriva::json::required<&KRVideo::thumbnailUrl>("thumbnail_url"),
-                           koriva::json::required<&KRVideo::duration>("duration"),
-                           koriva::json::required<&KRVideo::width>("width"),
-                           koriva::json::required<&KRVideo::height>("height"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&R::url>("url"),
+      koriva::json::required<&R::thumbnailUrl>("thumbnail_url"),
+      koriva::json::required<&R::duration>("duration"), koriva::json::required<&R::width>("width"),
+      koriva::json::required<&R::height>("height"));
 };
 
 /// One audio clip. All keys are required.
@@ -56,9 +56,9 @@ struct KRAudio {
   bool operator==(const KRAudio&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRAudio::url>("url"),
-                           koriva::json::required<&KRAudio::duration>("duration"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&R::url>("url"), koriva::json::required<&R::duration>("duration"));
 };
 
 /// One file of any kind. All keys are required.
@@ -74,10 +74,11 @@ struct KRFile {
   bool operator==(const KRFile&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&KRFile::url>("url"), koriva::json::required<&KRFile::size>("size"),
-      koriva::json::required<&KRFile::fileName>("file_name"),
-      koriva::json::required<&KRFile::fileExtension>("file_extension"));
+      koriva::json::required<&R::url>("url"), koriva::json::required<&R::size>("size"),
+      koriva::json::required<&R::fileName>("file_name"),
+      koriva::json::required<&R::fileExtension>("file_extension"));
 };
 
 /// One sticker. The key is required.
@@ -87,8 +88,9 @@ struct KRSticker {
   bool operator==(const KRSticker&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRSticker::sticker>("sticker"));
+      koriva::json::fields(koriva::json::required<&R::sticker>("sticker"));
 };
 
 /// The attachments document of an image message.
@@ -98,8 +100,8 @@ struct KRImageResponse {
   bool operator==(const KRImageResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRImageResponse::images>("images"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::images>("images"));
 };
 
 /// The attachments document of an image message of version 0: bare URLs under the same key.
@@ -109,8 +111,8 @@ struct KRImageURLsResponse {
   bool operator==(const KRImageURLsResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRImageURLsResponse::urls>("images"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::urls>("images"));
 };
 
 /// The attachments document of a video message.
@@ -120,8 +122,8 @@ struct KRVideoResponse {
   bool operator==(const KRVideoResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRVideoResponse::video>("video"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::video>("video"));
 };
 
 /// The attachments document of an audio message.
@@ -131,8 +133,8 @@ struct KRAudioResponse {
   bool operator==(const KRAudioResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRAudioResponse::audio>("audio"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::audio>("audio"));
 };
 
 /// The attachments document of a file message.
@@ -142,8 +144,8 @@ struct KRFileResponse {
   bool operator==(const KRFileResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRFileResponse::file>("file"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::file>("file"));
 };
 
 /// A document that wraps a sticker. Sticker messages carry the bare `KRSticker` instead.
@@ -153,6 +155,7 @@ struct KRStickerResponse {
   bool operator==(const KRStickerResponse&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRStickerResponse::sticker>("sticker"));
+      koriva::json::fields(koriva::json::required<&R::sticker>("sticker"));
 };

@@ -17,9 +17,10 @@ struct KRBlock {
   bool operator==(const KRBlock&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRBlock::group_id>("group_id"),
-                           koriva::json::required<&KRBlock::blocked_uin>("blocked_uin"));
+      koriva::json::fields(koriva::json::required<&R::group_id>("group_id"),
+                           koriva::json::required<&R::blocked_uin>("blocked_uin"));
 };
 
 /// A blocked contact. All keys are required.
@@ -30,9 +31,9 @@ struct KRBlockContact {
   bool operator==(const KRBlockContact&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRBlockContact::uin>("uin"),
-                           koriva::json::required<&KRBlockContact::group_id>("group_id"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&R::uin>("uin"), koriva::json::required<&R::group_id>("group_id"));
 };
 
 /// The acknowledgement of "blocked_list". All keys are required.
@@ -46,7 +47,7 @@ struct KRBlockContactList {
   bool operator==(const KRBlockContactList&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRBlockContactList::result>("result"),
-                           koriva::json::required<&KRBlockContactList::list>("list"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
+                                                      koriva::json::required<&R::list>("list"));
 };

@@ -13,19 +13,19 @@ struct PushedCall {
   std::string callerUin;
   std::vector<std::string> calleeUins;
 
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&PushedCall::callId>("callId"),
-                           koriva::json::required<&PushedCall::groupId>("groupId"),
-                           koriva::json::required<&PushedCall::mediaType>("mediaType"),
-                           koriva::json::required<&PushedCall::callerUin>("callerUin"),
-                           koriva::json::required<&PushedCall::calleeUins>("calleeUins"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&R::callId>("callId"), koriva::json::required<&R::groupId>("groupId"),
+      koriva::json::required<&R::mediaType>("mediaType"),
+      koriva::json::required<&R::callerUin>("callerUin"),
+      koriva::json::required<&R::calleeUins>("calleeUins"));
 };
 
 struct PushPayload {
   PushedCall call;
 
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&PushPayload::call>("call"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::call>("call"));
 };
 
 std::int64_t mediaTypeNamed(std::string_view name) {

@@ -53,19 +53,19 @@ struct KR_EXPORT KRCall {
   bool operator==(const KRCall&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRCall::id>("call_id"),
-                           koriva::json::lenient<&KRCall::groupID>("group_id"),
-                           koriva::json::lenient<&KRCall::type>("call_type"),
-                           koriva::json::lenient<&KRCall::mediaType>("media_type"),
-                           koriva::json::lenient<&KRCall::callStatus>("call_status"),
-                           koriva::json::lenient<&KRCall::callerUin>("caller_uin"),
-                           koriva::json::lenient<&KRCall::calleeUins>("callee_uins"),
-                           koriva::json::lenient<&KRCall::acceptedUins>("accepted_uins"),
-                           koriva::json::lenient<&KRCall::startedAt>("started_at"),
-                           koriva::json::lenient<&KRCall::stoppedAt>("stopped_at"),
-                           koriva::json::lenient<&KRCall::answeredAt>("accepted_at"),
-                           koriva::json::lenient<&KRCall::connectedAt>("connected_at"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::id>("call_id"), koriva::json::lenient<&R::groupID>("group_id"),
+      koriva::json::lenient<&R::type>("call_type"),
+      koriva::json::lenient<&R::mediaType>("media_type"),
+      koriva::json::lenient<&R::callStatus>("call_status"),
+      koriva::json::lenient<&R::callerUin>("caller_uin"),
+      koriva::json::lenient<&R::calleeUins>("callee_uins"),
+      koriva::json::lenient<&R::acceptedUins>("accepted_uins"),
+      koriva::json::lenient<&R::startedAt>("started_at"),
+      koriva::json::lenient<&R::stoppedAt>("stopped_at"),
+      koriva::json::lenient<&R::answeredAt>("accepted_at"),
+      koriva::json::lenient<&R::connectedAt>("connected_at"));
 };
 
 /// The acknowledgement of "create_call". The key is required.
@@ -75,6 +75,6 @@ struct KRCallResponse {
   bool operator==(const KRCallResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRCallResponse::call>("call"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::call>("call"));
 };

@@ -28,10 +28,10 @@ struct KRStartCall {
   bool operator==(const KRStartCall&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRStartCall::groupID>("group_id"),
-                           koriva::json::lenient<&KRStartCall::callID>("call_id"),
-                           koriva::json::lenient<&KRStartCall::event>("event"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::groupID>("group_id"), koriva::json::lenient<&R::callID>("call_id"),
+      koriva::json::lenient<&R::event>("event"));
 };
 
 /// A callee's answer. Every key is read leniently.
@@ -49,10 +49,10 @@ struct KRAnswerCall {
   bool operator==(const KRAnswerCall&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRAnswerCall::id>("call_id"),
-                           koriva::json::lenient<&KRAnswerCall::calleeUin>("callee_uin"),
-                           koriva::json::lenient<&KRAnswerCall::type>("answer"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::id>("call_id"), koriva::json::lenient<&R::calleeUin>("callee_uin"),
+      koriva::json::lenient<&R::type>("answer"));
 };
 
 /// A party leaves or ends the call. Every key is read leniently.
@@ -63,9 +63,9 @@ struct KRStopCall {
   bool operator==(const KRStopCall&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRStopCall::callId>("call_id"),
-                           koriva::json::lenient<&KRStopCall::uin>("uin"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::callId>("call_id"),
+                                                      koriva::json::lenient<&R::uin>("uin"));
 };
 
 /// A session description. Every key is read leniently.
@@ -80,8 +80,9 @@ struct KRIceSdp {
   bool operator==(const KRIceSdp&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&KRIceSdp::sdp>("sdp"), koriva::json::lenient<&KRIceSdp::type>("type"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::sdp>("sdp"),
+                                                      koriva::json::lenient<&R::type>("type"));
 };
 
 /// One connectivity candidate. Every key is read leniently.
@@ -93,10 +94,11 @@ struct KRIceCandidate {
   bool operator==(const KRIceCandidate&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&KRIceCandidate::candidate>("candidate"),
-      koriva::json::lenient<&KRIceCandidate::sdpMid>("sdp_mid"),
-      koriva::json::lenient<&KRIceCandidate::sdpMlineIndex>("sdp_mline_index"));
+  template <class R>
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::lenient<&R::candidate>("candidate"),
+                           koriva::json::lenient<&R::sdpMid>("sdp_mid"),
+                           koriva::json::lenient<&R::sdpMlineIndex>("sdp_mline_index"));
 };
 
 /// A free-form call or typing event between two users. Every key is read leniently.
@@ -124,12 +126,12 @@ struct KREvent {
   bool operator==(const KREvent&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&KREvent::senderUin>("sender_uin"),
-      koriva::json::lenient<&KREvent::receiverUin>("receiver_uin"),
-      koriva::json::lenient<&KREvent::type>("type"), koriva::json::lenient<&KREvent::data>("data"),
-      koriva::json::lenient<&KREvent::groupId>("group_id"),
-      koriva::json::lenient<&KREvent::callId>("call_id"));
+      koriva::json::lenient<&R::senderUin>("sender_uin"),
+      koriva::json::lenient<&R::receiverUin>("receiver_uin"),
+      koriva::json::lenient<&R::type>("type"), koriva::json::lenient<&R::data>("data"),
+      koriva::json::lenient<&R::groupId>("group_id"), koriva::json::lenient<&R::callId>("call_id"));
 };
 
 /// One step of call signalling. Only ever written: as an object whose one member, named `type()`,

@@ -24,9 +24,9 @@ struct KRLastActiveMessage {
   bool operator==(const KRLastActiveMessage&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRLastActiveMessage::uin>("uin"),
-                           koriva::json::lenient<&KRLastActiveMessage::messageId>("message_id"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::uin>("uin"), koriva::json::lenient<&R::messageId>("message_id"));
 };
 
 /// How far a member has come in a group's messages. Every key is read leniently.
@@ -37,9 +37,9 @@ struct KRGroupMessageStatus {
   bool operator==(const KRGroupMessageStatus&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRGroupMessageStatus::uin>("uin"),
-                           koriva::json::lenient<&KRGroupMessageStatus::messageID>("message_id"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::uin>("uin"), koriva::json::lenient<&R::messageID>("message_id"));
 };
 
 /// One conversation. Every key is read leniently.
@@ -75,27 +75,26 @@ struct KR_EXPORT KRConversation {
   bool operator==(const KRConversation&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&KRConversation::occupantsUins>("occupants_uins"),
-      koriva::json::lenient<&KRConversation::blockedUins>("blocked_uins"),
-      koriva::json::lenient<&KRConversation::mutedUins>("muted_uins"),
-      koriva::json::lenient<&KRConversation::receivedList>("received_list"),
-      koriva::json::lenient<&KRConversation::seenList>("seen_list"),
-      koriva::json::lenient<&KRConversation::groupID>("group_id"),
-      koriva::json::lenient<&KRConversation::createdAt>("created_at"),
-      koriva::json::lenient<&KRConversation::lastMessageID>("last_message_id"),
-      koriva::json::lenient<&KRConversation::avatarUrl>("avatar_url"),
-      koriva::json::lenient<&KRConversation::type>("type"),
-      koriva::json::lenient<&KRConversation::updatedAt>("updated_at"),
-      koriva::json::lenient<&KRConversation::name>("name"),
-      koriva::json::lenient<&KRConversation::ownerUin>("owner_uin"),
-      koriva::json::lenient<&KRConversation::creatorUin>("creator_uin"),
-      koriva::json::lenient<&KRConversation::removedUins>("removed_uins"),
-      koriva::json::lenient<&KRConversation::lastMessage>("last_message"),
-      koriva::json::lenient<&KRConversation::statusList>("status_list"),
-      koriva::json::lenient<&KRConversation::pinnedUins>("pinned_uins"),
-      koriva::json::lenient<&KRConversation::secrets>("secrets"),
-      koriva::json::lenient<&KRConversation::lastActiveMessages>("last_active_messages"));
+      koriva::json::lenient<&R::occupantsUins>("occupants_uins"),
+      koriva::json::lenient<&R::blockedUins>("blocked_uins"),
+      koriva::json::lenient<&R::mutedUins>("muted_uins"),
+      koriva::json::lenient<&R::receivedList>("received_list"),
+      koriva::json::lenient<&R::seenList>("seen_list"),
+      koriva::json::lenient<&R::groupID>("group_id"),
+      koriva::json::lenient<&R::createdAt>("created_at"),
+      koriva::json::lenient<&R::lastMessageID>("last_message_id"),
+      koriva::json::lenient<&R::avatarUrl>("avatar_url"), koriva::json::lenient<&R::type>("type"),
+      koriva::json::lenient<&R::updatedAt>("updated_at"), koriva::json::lenient<&R::name>("name"),
+      koriva::json::lenient<&R::ownerUin>("owner_uin"),
+      koriva::json::lenient<&R::creatorUin>("creator_uin"),
+      koriva::json::lenient<&R::removedUins>("removed_uins"),
+      koriva::json::lenient<&R::lastMessage>("last_message"),
+      koriva::json::lenient<&R::statusList>("status_list"),
+      koriva::json::lenient<&R::pinnedUins>("pinned_uins"),
+      koriva::json::lenient<&R::secrets>("secrets"),
+      koriva::json::lenient<&R::lastActiveMessages>("last_active_messages"));
 };
 
 /// The acknowledgement of "list_group". Every key is read leniently.
@@ -111,11 +110,11 @@ struct KRConversationList {
   bool operator==(const KRConversationList&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRConversationList::result>("result"),
-                           koriva::json::lenient<&KRConversationList::pageSize>("psize"),
-                           koriva::json::lenient<&KRConversationList::page>("pindex"),
-                           koriva::json::lenient<&KRConversationList::conversations>("groups"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::result>("result"), koriva::json::lenient<&R::pageSize>("psize"),
+      koriva::json::lenient<&R::page>("pindex"),
+      koriva::json::lenient<&R::conversations>("groups"));
 };
 
 /// The acknowledgement of the requests that yield a conversation. Every key is read leniently.
@@ -129,9 +128,10 @@ struct KRConversationResponse {
   bool operator==(const KRConversationResponse&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRConversationResponse::result>("result"),
-                           koriva::json::lenient<&KRConversationResponse::conversation>("group"));
+      koriva::json::fields(koriva::json::lenient<&R::result>("result"),
+                           koriva::json::lenient<&R::conversation>("group"));
 };
 
 /// The acknowledgement of "start_secret_chat". All keys are required.
@@ -145,9 +145,9 @@ struct KRSecretChatResponse {
   bool operator==(const KRSecretChatResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRSecretChatResponse::result>("result"),
-                           koriva::json::required<&KRSecretChatResponse::group>("group"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
+                                                      koriva::json::required<&R::group>("group"));
 };
 
 /// The acknowledgement of "list_message": one page of history. Every key is read leniently.
@@ -165,13 +165,12 @@ struct KRMessageList {
   bool operator==(const KRMessageList&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRMessageList::groupID>("group_id"),
-                           koriva::json::lenient<&KRMessageList::result>("result"),
-                           koriva::json::lenient<&KRMessageList::pageSize>("psize"),
-                           koriva::json::lenient<&KRMessageList::page>("pindex"),
-                           koriva::json::lenient<&KRMessageList::lastMessageID>("last_message_id"),
-                           koriva::json::lenient<&KRMessageList::messages>("messages"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::groupID>("group_id"), koriva::json::lenient<&R::result>("result"),
+      koriva::json::lenient<&R::pageSize>("psize"), koriva::json::lenient<&R::page>("pindex"),
+      koriva::json::lenient<&R::lastMessageID>("last_message_id"),
+      koriva::json::lenient<&R::messages>("messages"));
 };
 
 /// The acknowledgement of a message sent or updated. Every key is read leniently.
@@ -188,7 +187,7 @@ struct KRMessageResponse {
   bool operator==(const KRMessageResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRMessageResponse::result>("result"),
-                           koriva::json::lenient<&KRMessageResponse::message>("message"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::result>("result"), koriva::json::lenient<&R::message>("message"));
 };

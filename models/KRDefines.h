@@ -123,10 +123,11 @@ struct KRUserStatus {
   bool operator==(const KRUserStatus&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRUserStatus::uin>("uin"),
-                           koriva::json::required<&KRUserStatus::onlineStatus>("online_status"),
-                           koriva::json::required<&KRUserStatus::messageStatus>("message_status"));
+      koriva::json::fields(koriva::json::required<&R::uin>("uin"),
+                           koriva::json::required<&R::onlineStatus>("online_status"),
+                           koriva::json::required<&R::messageStatus>("message_status"));
 };
 
 /// What the server pushes as "user_status".
@@ -136,6 +137,7 @@ struct KRUserStatusResponse {
   bool operator==(const KRUserStatusResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&KRUserStatusResponse::userStatus>("user_status"));
+  template <class R>
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&R::userStatus>("user_status"));
 };

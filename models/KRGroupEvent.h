@@ -62,7 +62,7 @@ struct KRGroupEvent {
   bool operator==(const KRGroupEvent&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRGroupEvent::groupID>("groupID"),
-                           koriva::json::lenient<&KRGroupEvent::kind>("kind"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::groupID>("groupID"),
+                                                      koriva::json::lenient<&R::kind>("kind"));
 };

@@ -20,9 +20,9 @@ struct KRGroupLinkResponse {
   bool operator==(const KRGroupLinkResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRGroupLinkResponse::result>("result"),
-                           koriva::json::required<&KRGroupLinkResponse::link>("link"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
+                                                      koriva::json::required<&R::link>("link"));
 };
 
 /// The acknowledgement of "list_link". All keys are required.
@@ -36,7 +36,7 @@ struct KRListGroupLinkResponse {
   bool operator==(const KRListGroupLinkResponse&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRListGroupLinkResponse::result>("result"),
-                           koriva::json::required<&KRListGroupLinkResponse::links>("links"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
+                                                      koriva::json::required<&R::links>("links"));
 };

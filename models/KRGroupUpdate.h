@@ -27,15 +27,15 @@ struct KRGroupUpdate {
   bool operator==(const KRGroupUpdate&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRGroupUpdate::name>("name"),
-                           koriva::json::required<&KRGroupUpdate::avatarUrl>("avatar_url"),
-                           koriva::json::required<&KRGroupUpdate::ownerUin>("owner_uin"),
-                           koriva::json::required<&KRGroupUpdate::groupID>("group_id"),
-                           koriva::json::required<&KRGroupUpdate::removedUins>("pull_all"),
-                           koriva::json::required<&KRGroupUpdate::addedUins>("push_all"),
-                           koriva::json::required<&KRGroupUpdate::blockedAll>("blocked_all"),
-                           koriva::json::required<&KRGroupUpdate::unblockedAll>("unblocked_all"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::required<&R::name>("name"), koriva::json::required<&R::avatarUrl>("avatar_url"),
+      koriva::json::required<&R::ownerUin>("owner_uin"),
+      koriva::json::required<&R::groupID>("group_id"),
+      koriva::json::required<&R::removedUins>("pull_all"),
+      koriva::json::required<&R::addedUins>("push_all"),
+      koriva::json::required<&R::blockedAll>("blocked_all"),
+      koriva::json::required<&R::unblockedAll>("unblocked_all"));
 };
 
 /// What a message of type `groupUpdate` tells: the attachments document of such a message.
@@ -85,13 +85,13 @@ struct KR_EXPORT KRGroupUpdateType : koriva::TaggedVariant<KRGroupUpdateType> {
     std::optional<std::string> name;
     std::optional<std::string> avatar;
 
-    static constexpr auto fields =
-        koriva::json::fields(koriva::json::lenient<&Document::type>("type"),
-                             koriva::json::lenient<&Document::addedUins>("added_uins"),
-                             koriva::json::lenient<&Document::removedUin>("removed_uin"),
-                             koriva::json::lenient<&Document::ownerUin>("owner_uin"),
-                             koriva::json::lenient<&Document::name>("updated_group_name"),
-                             koriva::json::lenient<&Document::avatar>("updated_group_avatar"));
+    template <class R>
+    static constexpr auto fields = koriva::json::fields(
+        koriva::json::lenient<&R::type>("type"), koriva::json::lenient<&R::addedUins>("added_uins"),
+        koriva::json::lenient<&R::removedUin>("removed_uin"),
+        koriva::json::lenient<&R::ownerUin>("owner_uin"),
+        koriva::json::lenient<&R::name>("updated_group_name"),
+        koriva::json::lenient<&R::avatar>("updated_group_avatar"));
   };
 
   static std::optional<KRGroupUpdateType> fromDocument(const Document& document);

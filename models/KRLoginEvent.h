@@ -16,7 +16,7 @@ struct KRLoginEvent {
   bool operator==(const KRLoginEvent&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&KRLoginEvent::result>("result"),
-                           koriva::json::required<&KRLoginEvent::uin>("uin"));
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
+                                                      koriva::json::required<&R::uin>("uin"));
 };

@@ -185,28 +185,27 @@ struct KR_EXPORT KRMessage {
   bool operator==(const KRMessage&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&KRMessage::groupAvatar>("group_avatar"),
-                           koriva::json::lenient<&KRMessage::senderName>("sender_name"),
-                           koriva::json::lenient<&KRMessage::senderAvatar>("sender_avatar"),
-                           koriva::json::lenient<&KRMessage::groupID>("group_id"),
-                           koriva::json::lenient<&KRMessage::status>("status"),
-                           koriva::json::lenient<&KRMessage::seenUins>("seen_uins"),
-                           koriva::json::lenient<&KRMessage::receivedUins>("received_uins"),
-                           koriva::json::lenient<&KRMessage::messageID>("message_id"),
-                           koriva::json::lenient<&KRMessage::createdAt>("created_at"),
-                           koriva::json::lenient<&KRMessage::senderUin>("sender_uin"),
-                           koriva::json::lenient<&KRMessage::message>("message"),
-                           koriva::json::lenient<&KRMessage::recipientUins>("recipient_uins"),
-                           koriva::json::lenient<&KRMessage::deletedUins>("deleted_uins"),
-                           koriva::json::lenient<&KRMessage::groupName>("group_name"),
-                           koriva::json::lenient<&KRMessage::type>("type"),
-                           koriva::json::lenient<&KRMessage::attachments>("attachments"),
-                           koriva::json::lenient<&KRMessage::version>("version"),
-                           koriva::json::lenient<&KRMessage::isEncrypted>("is_encrypted"),
-                           koriva::json::lenient<&KRMessage::send_uin>("send_uin").readOnly(),
-                           koriva::json::lenient<&KRMessage::recv_uin>("recv_uin").readOnly(),
-                           koriva::json::lenient<&KRMessage::updatedAt>("updated_at").readOnly());
+  template <class R>
+  static constexpr auto fields = koriva::json::fields(
+      koriva::json::lenient<&R::groupAvatar>("group_avatar"),
+      koriva::json::lenient<&R::senderName>("sender_name"),
+      koriva::json::lenient<&R::senderAvatar>("sender_avatar"),
+      koriva::json::lenient<&R::groupID>("group_id"), koriva::json::lenient<&R::status>("status"),
+      koriva::json::lenient<&R::seenUins>("seen_uins"),
+      koriva::json::lenient<&R::receivedUins>("received_uins"),
+      koriva::json::lenient<&R::messageID>("message_id"),
+      koriva::json::lenient<&R::createdAt>("created_at"),
+      koriva::json::lenient<&R::senderUin>("sender_uin"),
+      koriva::json::lenient<&R::message>("message"),
+      koriva::json::lenient<&R::recipientUins>("recipient_uins"),
+      koriva::json::lenient<&R::deletedUins>("deleted_uins"),
+      koriva::json::lenient<&R::groupName>("group_name"), koriva::json::lenient<&R::type>("type"),
+      koriva::json::lenient<&R::attachments>("attachments"),
+      koriva::json::lenient<&R::version>("version"),
+      koriva::json::lenient<&R::isEncrypted>("is_encrypted"),
+      koriva::json::lenient<&R::send_uin>("send_uin").readOnly(),
+      koriva::json::lenient<&R::recv_uin>("recv_uin").readOnly(),
+      koriva::json::lenient<&R::updatedAt>("updated_at").readOnly());
 
  private:
   friend struct koriva::json::Access;

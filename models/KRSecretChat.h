@@ -19,12 +19,12 @@ struct KRSecretChat {
   bool operator==(const KRSecretChat&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&KRSecretChat::uin>("uin"),
-      koriva::json::required<&KRSecretChat::device_id>("device_id"),
-      koriva::json::required<&KRSecretChat::identity_key>("identity_key"),
-      koriva::json::required<&KRSecretChat::base_key>("base_key"),
-      koriva::json::required<&KRSecretChat::one_time_pre_key>("one_time_pre_key"));
+      koriva::json::required<&R::uin>("uin"), koriva::json::required<&R::device_id>("device_id"),
+      koriva::json::required<&R::identity_key>("identity_key"),
+      koriva::json::required<&R::base_key>("base_key"),
+      koriva::json::required<&R::one_time_pre_key>("one_time_pre_key"));
 };
 
 /// A secret chat was started. All keys are required.
@@ -39,13 +39,13 @@ struct KRStartSecretChat {
   bool operator==(const KRStartSecretChat&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&KRStartSecretChat::group_id>("group_id"),
-      koriva::json::required<&KRStartSecretChat::uin>("uin"),
-      koriva::json::required<&KRStartSecretChat::device_id>("device_id"),
-      koriva::json::required<&KRStartSecretChat::identity_key>("identity_key"),
-      koriva::json::required<&KRStartSecretChat::base_key>("base_key"),
-      koriva::json::required<&KRStartSecretChat::one_time_pre_key>("one_time_pre_key"));
+      koriva::json::required<&R::group_id>("group_id"), koriva::json::required<&R::uin>("uin"),
+      koriva::json::required<&R::device_id>("device_id"),
+      koriva::json::required<&R::identity_key>("identity_key"),
+      koriva::json::required<&R::base_key>("base_key"),
+      koriva::json::required<&R::one_time_pre_key>("one_time_pre_key"));
 };
 
 /// A secret chat was accepted. All keys are required.
@@ -60,13 +60,13 @@ struct KRAcceptSecretChat {
   bool operator==(const KRAcceptSecretChat&) const = default;
 
   /// The JSON keys.
+  template <class R>
   static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&KRAcceptSecretChat::group_id>("group_id"),
-      koriva::json::required<&KRAcceptSecretChat::uin>("uin"),
-      koriva::json::required<&KRAcceptSecretChat::device_id>("device_id"),
-      koriva::json::required<&KRAcceptSecretChat::identity_key>("identity_key"),
-      koriva::json::required<&KRAcceptSecretChat::base_key>("base_key"),
-      koriva::json::required<&KRAcceptSecretChat::one_time_pre_key>("one_time_pre_key"));
+      koriva::json::required<&R::group_id>("group_id"), koriva::json::required<&R::uin>("uin"),
+      koriva::json::required<&R::device_id>("device_id"),
+      koriva::json::required<&R::identity_key>("identity_key"),
+      koriva::json::required<&R::base_key>("base_key"),
+      koriva::json::required<&R::one_time_pre_key>("one_time_pre_key"));
 };
 
 /// A secret chat was deleted. All keys are required.
@@ -78,8 +78,9 @@ struct KRDeleteSecretChat {
   bool operator==(const KRDeleteSecretChat&) const = default;
 
   /// The JSON keys.
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&KRDeleteSecretChat::group_id>("group_id"),
-      koriva::json::required<&KRDeleteSecretChat::group_name>("group_name"),
-      koriva::json::required<&KRDeleteSecretChat::group_avatar>("group_avatar"));
+  template <class R>
+  static constexpr auto fields =
+      koriva::json::fields(koriva::json::required<&R::group_id>("group_id"),
+                           koriva::json::required<&R::group_name>("group_name"),
+                           koriva::json::required<&R::group_avatar>("group_avatar"));
 };

@@ -24,8 +24,9 @@ T initial() {
 template <class T, bool isRequired = false>
 struct One {
   T v = initial<T>();
-  static constexpr auto fields =
-      json::fields(isRequired ? required<&One::v>("v") : lenient<&One::v>("v"));
+  template <class R>
+  static constexpr auto fields = json::fields(isRequired ? required<&R::v>("v")
+                                                         : lenient<&R::v>("v"));
 };
 template <class T>
 using Strict = One<T, true>;
@@ -33,7 +34,8 @@ using Strict = One<T, true>;
 struct Pair {
   std::string a;
   I64 b = 7;
-  static constexpr auto fields = json::fields(required<&Pair::a>("a"), lenient<&Pair::b>("b"));
+  template <class R>
+  static constexpr auto fields = json::fields(required<&R::a>("a"), lenient<&R::b>("b"));
 };
 
 struct Fallbacks {
@@ -42,10 +44,12 @@ struct Fallbacks {
   I64 low = 0;
   bool flag = false;
   double real = 0;
-  static constexpr auto fields =
-      json::fields(lenient<&Fallbacks::time>("time", "0"), lenient<&Fallbacks::width>("width", 0),
-                   lenient<&Fallbacks::low>("low", -3), lenient<&Fallbacks::flag>("flag", true),
-                   lenient<&Fallbacks::real>("real", 0.5));
+  template <class R>
+  static constexpr auto fields = json::fields(lenient<&R::time>("time", "0"),
+                                              lenient<&R::width>("width", 0),
+                                              lenient<&R::low>("low", -3),
+                                              lenient<&R::flag>("flag", true),
+                                              lenient<&R::real>("real", 0.5));
 };
 
 /// The only member of an object, as a T.

@@ -50,7 +50,7 @@ void check(const Row& row) {
   }
   // With the keys in the order of the declaration, two members cannot have taken each other's.
   const void* last = nullptr;
-  for (const auto& field : T::fields.fields) {
+  for (const auto& field : koriva::json::Access::fields<T>().fields) {
     if (std::is_same_v<T, KRCall> || std::is_same_v<T, KRFile> || !field.isWritten) continue;
     EXPECT_LT(std::exchange(last, field.member(&record)), last) << field.key;
   }

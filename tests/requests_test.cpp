@@ -36,7 +36,7 @@ T argument(const json::value& value) {
     return {"g1", value == "start" ? Kind(Kind::StartTyping{}) : Kind(Kind::StopTyping{})};
   } else if constexpr (std::is_enum_v<T>) {
     return koriva::fromRawValue<T>(value.as_int64()).value();
-  } else if constexpr (requires { T::fields; }) {
+  } else if constexpr (koriva::json::Access::hasFields<T>) {
     return koriva::json::decode<T>(json::serialize(value)).value();
   } else {
     return json::value_to<T>(value);
