@@ -1,9 +1,13 @@
 #include "User.h"
 
+#include <chrono>
 #include <iostream>
 #include <variant>
 
 namespace {
+
+// How long a step may take: enough for two attempts to connect.
+constexpr std::chrono::seconds kLimit{25};
 
 constexpr auto kSeen = koriva::rawValue(KRDefines::MessageStatus::seen);
 
@@ -34,15 +38,15 @@ void User::notes(const std::string& line) {
   KRRunLoop::main().stop();
 }
 
-void User::notices(const std::string& line, std::chrono::seconds limit) {
+void User::notices(const std::string& line) {
   if (!isHere()) return;
-  waitUntil([&] { return noticed_.contains(line); }, line, limit);
+  waitUntil([&] { return noticed_.contains(line); }, line);
   noticed_.erase(noticed_.find(line));
 }
 
 KRMessage User::receives(const std::string& contents) {
   if (!isHere()) return {};
-  waitUntil([this] { return !received_.empty(); }, "receives " + contents, kLimit);
+  waitUntil([this] { return !received_.empty(); }, "receives " + contents);
   const KRMessage message = std::move(received_.front());
   received_.pop();
   const std::string found = contentsOf(message);
@@ -63,13 +67,12 @@ void User::noticesNoMore() const {
   }
 }
 
-void User::waitUntil(const std::function<bool()>& isDone, const std::string& what,
-                     std::chrono::seconds limit) const {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+void User::waitUntil(const std::function<bool()>& isDone, const std::string& what) const {
+  const auto deadline = std::chrono::steady_clock::now() + kLimit;
   while (!isDone()) {
     const auto left = deadline - std::chrono::steady_clock::now();
     if (left <= left.zero()) {
-      throw std::runtime_error("not seen within " + std::to_string(limit.count()) + " s: " + name +
+      throw std::runtime_error("not seen within " + std::to_string(kLimit.count()) + " s: " + name +
                                ' ' + what);
     }
     KRRunLoop::main().runFor(left);

@@ -2,7 +2,6 @@
 
 #include <KorivaSDK/KorivaSDK.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -17,8 +16,6 @@
 /// has no client here, and its steps are skipped: what comes of them shows at the user of this one.
 class User : public KorivaDelegate, public std::enable_shared_from_this<User> {
  public:
-  static constexpr std::chrono::seconds kLimit{10};
-
   User(std::int64_t number, bool isInThisProcess);
 
   bool isHere() const { return client != nullptr; }
@@ -28,8 +25,8 @@ class User : public KorivaDelegate, public std::enable_shared_from_this<User> {
   /// Writes down what this user does, and does it.
   void does(const std::string& line, const std::function<void()>& action = {}) const;
 
-  /// Waits until this user has noticed this; throws when that takes longer than the limit.
-  void notices(const std::string& line, std::chrono::seconds limit = kLimit);
+  /// Waits until this user has noticed this; throws when that takes too long.
+  void notices(const std::string& line);
 
   /// Waits for the next message and marks it as seen; throws when it holds something else.
   /// Contents that only their sender knows are empty here.
@@ -71,7 +68,7 @@ class User : public KorivaDelegate, public std::enable_shared_from_this<User> {
       *answer = result;
       KRRunLoop::main().stop();
     });
-    waitUntil([&] { return answer->has_value(); }, "an answer: " + line, kLimit);
+    waitUntil([&] { return answer->has_value(); }, "an answer: " + line);
     if (!**answer) throw std::runtime_error(name + ' ' + line + ": " + reasonOf(**answer));
     return (*answer)->value();
   }
@@ -82,8 +79,7 @@ class User : public KorivaDelegate, public std::enable_shared_from_this<User> {
   }
 
   void notes(const std::string& line);
-  void waitUntil(const std::function<bool()>& isDone, const std::string& what,
-                 std::chrono::seconds limit) const;
+  void waitUntil(const std::function<bool()>& isDone, const std::string& what) const;
 
   std::multiset<std::string> noticed_;
   std::queue<KRMessage> received_;

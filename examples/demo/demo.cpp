@@ -5,7 +5,6 @@
 
 #include <KorivaSDK/KorivaSDK.h>
 
-#include <chrono>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -57,7 +56,7 @@ class Tour {
 
   void logIn() {
     for (const Person& user : {host_, guest_}) user->logIn(url_);
-    meet(User::kLimit);
+    meet();
   }
 
   void type() {
@@ -157,11 +156,10 @@ class Tour {
   }
 
   void surviveRestart() {
-    constexpr std::chrono::seconds patience{25};
     host_->does("@restart");
-    for (const Person& user : {host_, guest_}) user->notices("is disconnected", patience);
-    for (const Person& user : {host_, guest_}) user->notices("connects", patience);
-    meet(patience);
+    for (const Person& user : {host_, guest_}) user->notices("is disconnected");
+    for (const Person& user : {host_, guest_}) user->notices("connects");
+    meet();
     pass(host_, guest_, chat_, textLetter("Still there?"));
     pass(guest_, host_, chat_, textLetter("Yes!"));
   }
@@ -182,11 +180,11 @@ class Tour {
   }
 
  private:
-  void meet(std::chrono::seconds limit) {
+  void meet() {
     openChat(host_, guest_);
     openChat(guest_, host_);
-    host_->notices("sees 1002 online", limit);
-    guest_->notices("sees 1001 online", limit);
+    host_->notices("sees 1002 online");
+    guest_->notices("sees 1001 online");
   }
 
   /// From then on the server tells the user when the peer comes and goes.
