@@ -9,8 +9,9 @@ namespace {
 struct Owned {
   struct promise_type : Detached::promise_type {
     Owned get_return_object() {
-      return Owned{{std::coroutine_handle<promise_type>::from_promise(*this).address(),
-                    [](void* frame) { std::coroutine_handle<>::from_address(frame).destroy(); }}};
+      return Owned{
+          {std::coroutine_handle<promise_type>::from_promise(*this).address(),
+           [](void* address) { std::coroutine_handle<>::from_address(address).destroy(); }}};
     }
     std::suspend_always final_suspend() const noexcept { return {}; }
   };
