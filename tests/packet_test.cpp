@@ -43,14 +43,5 @@ TEST(Packet, IsReadFromText) {
   EXPECT_EQ(firstItemHoldsBinary(std::string(10'000, '['), 1), std::nullopt);
 }
 
-TEST(Packet, IsWritten) {
-  EXPECT_EQ(encodeConnect("/data"), "40/data,");
-  EXPECT_EQ(encodeDisconnect("/data"), "41/data,");
-  EXPECT_EQ(encodeEvent("/data", 17, "ev", R"({"a":1})"), R"(42/data,17["ev",{"a":1}])");
-  EXPECT_EQ(encodeEvent("/", {}, "e\"v", ""), R"(42["e\"v"])");
-  EXPECT_EQ(requestTarget({{"session", "a+b/c=&\xC3\xA9 "}, {"new", "true"}}),
-            "/socket.io/?transport=websocket&EIO=4&session=a%2Bb%2Fc%3D%26%C3%A9%20&new=true");
-}
-
 }  // namespace
 }  // namespace koriva::socketio
