@@ -1,7 +1,8 @@
-"""Terminal clients talk through the sandbox, one of them at a pseudo-terminal: CLIENT SANDBOX"""
+"""The guide's program, and terminal clients that talk through the sandbox, one of them at a
+pseudo-terminal: CLIENT SANDBOX GUIDE"""
 import codecs, fcntl, os, pty, re, socket, struct, subprocess, sys, termios, threading
 
-CLIENT, SANDBOX = sys.argv[1:]
+CLIENT, SANDBOX, GUIDE = sys.argv[1:]
 PATIENCE = 30
 
 
@@ -54,6 +55,7 @@ def both(pattern):
 sandbox = Program('node', SANDBOX, '--port', '0')
 try:
     url = sandbox.expect(r'http://[\d.:]+(?=\n)')
+    subprocess.run([GUIDE, url], check=True, stdout=subprocess.DEVNULL, timeout=PATIENCE)
     one, two = Program(*client(1001)), Program(*client(1002), at_terminal=True)
     both('connected to')
 
