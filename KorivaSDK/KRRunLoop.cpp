@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "KorivaSDK/RunLoopInternals.h"
+#include "socketio/WebSocket.h"
 
 namespace {
 
@@ -72,6 +73,7 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   loop.attached = true;
   loop.executors_.emplace(loop.network.get_executor(), loop.context.get_executor(),
                           [&loop] { loop.wake(); });
+  koriva::socketio::prepareTls();
   loop.networkThread = std::thread([&loop] { loop.network.run(); });
   std::atexit([] { main().internals().endNetwork(); });
   loop.wake();  // for what was posted before

@@ -408,4 +408,6 @@ std::shared_ptr<Transport> makeWebSocket(const Executors& executors) {
   return std::make_shared<WebSocket>(executors);
 }
 
+void prepareTls() { OPENSSL_init_ssl(0, nullptr); }
+
 }  // namespace koriva::socketio

@@ -11,4 +11,8 @@ namespace koriva::socketio {
 /// against the system's trust store and the host name, TLS 1.2 at least.
 std::shared_ptr<Transport> makeWebSocket(const Executors& executors);
 
+/// Sets OpenSSL up. Its clean-up at process exit comes after that of exit handlers registered
+/// later, which may still use connections.
+void prepareTls();
+
 }  // namespace koriva::socketio
