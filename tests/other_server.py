@@ -71,18 +71,12 @@ async def push(event, *items):
     await io.emit(event, items, namespace="/data")
 
 
-async def kick():
-    for connection in list(io.eio.sockets):  # one that never opened never closes
-        asyncio.create_task(io.eio.disconnect(connection))
-
-
 commands = {
     "answer": lambda told: answers.update({told["event"]: told["items"]}),
     "hold": lambda told: released.clear(),
     "held": lambda told: len(held),
     "release": lambda told: released.set(),
     "push": lambda told: asyncio.create_task(push(*filled_in(told["items"], {}))),
-    "kick": lambda told: asyncio.create_task(kick()),
     "refuse": lambda told: options.update(refusing=told["on"]),
     "reports": lambda told: reports[told["of"]],
     "forget": lambda told: reports.clear(),

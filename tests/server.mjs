@@ -5,7 +5,6 @@
 //   {"do":"answer","event":"x","items":[…]}   answers to "x" from now on
 //   {"do":"hold"}, {"do":"held"}, {"do":"release"}   keeps answers back, counts them, sends them
 //   {"do":"push","items":["event",…]}         to every client
-//   {"do":"kick"}                             closes every connection
 //   {"do":"refuse","on":true}                 refuses the namespace
 //   {"do":"reports","of":"x"}                 what has happened, of the kind x, in order
 //   {"do":"forget"}                           what has happened
@@ -72,7 +71,6 @@ const commands = {
     held = undefined;
   },
   push: ({ items }) => void chat.emit(...filledIn(items)),
-  kick: () => chat.disconnectSockets(true),
   refuse: ({ on }) => void (refusing = on),
   reports: ({ of }) => reports.filter((each) => each.of === of).map(({ what }) => what),
   forget: () => void reports.splice(0),

@@ -11,8 +11,9 @@ const { WebSocketServer } = require("ws");
 
 const webSockets = new WebSocketServer({ noServer: true, perMessageDeflate: true });
 
-const unescaped = (text) =>
-  unescape(text.replace(/<(\d+)\*([^>]*)>/g, (_, times, part) => part.repeat(times)));
+const repeated = (text) =>
+  text.replace(/<(\d+)\*([^<>]*)>/g, (_, times, part) => part.repeat(times));
+const unescaped = (text) => unescape(repeated(repeated(text)));
 
 function frame(head, payload) {
   const start = Buffer.from([head, 127, 0, 0, 0, 0, 0, 0, 0, 0]);
