@@ -8,7 +8,7 @@
 //   {"do":"refuse","on":true}                 refuses the namespace
 //   {"do":"reports","of":"x"}                 what has happened, of the kind x, in order
 //   {"do":"forget"}                           what has happened
-//   {"do":"certify","name":"x","options":{…}} shows x.pem from now on, which x.key is for
+//   {"do":"certify","name":"x","newest":"v"}  shows x.pem over TLS, and speaks up to that version
 //   {"do":"play","scripts":["…",…]}           the port of a villain; its last script is for the rest
 //
 // In items, {"$binary":"text"} stands for bytes and {"$payload":"key"} for what the request holds.
@@ -74,9 +74,10 @@ const commands = {
   refuse: ({ on }) => void (refusing = on),
   reports: ({ of }) => reports.filter((each) => each.of === of).map(({ what }) => what),
   forget: () => void reports.splice(0),
-  certify({ name, options }) {
+  certify({ name, newest: maxVersion }) {
     const [key, cert] = [readFileSync(`${name}.key`), readFileSync(`${name}.pem`)];
-    http.setSecureContext({ key, cert, ...options });
+    const versions = { ciphers: "ALL:@SECLEVEL=0", minVersion: "TLSv1", maxVersion };
+    http.setSecureContext({ key, cert, ...versions });
   },
   play: ({ scripts }) => villain(scripts, report),
 };

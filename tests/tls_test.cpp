@@ -40,8 +40,7 @@ TEST(Tls, OnlyAVerifiedServerHearsAnything) {
     const auto arguments = input.find(' ');
     certify("shown", "subjectAltName=" + input.substr(0, arguments), input.substr(arguments));
     server.tell(R"({"do":"forget"})");
-    server.tell(R"({"do":"certify","name":"shown","options":{"minVersion":"TLSv1","maxVersion":")" +
-                newest + "\"}}");
+    server.tell(R"({"do":"certify","name":"shown","newest":")" + newest + "\"}");
     const Attempt attempt("https://" + host + server.url().substr(server.url().rfind(':')));
     EXPECT_TRUE(runUntil([&] { return attempt.isOver(); }));
     const auto& errors = attempt.heard->errors;

@@ -6,11 +6,6 @@
 
 namespace koriva::test {
 
-inline const socketio::Executors& mainExecutors() {
-  attached();
-  return KRRunLoop::main().internals().executors();
-}
-
 /// A connection, and what is heard of it. Once made it asks for an answer.
 struct Attempt {
   struct Heard {
@@ -20,10 +15,10 @@ struct Attempt {
     int messages = 0;
   };
 
-  explicit Attempt(const std::string& url, const socketio::Limits& limits = {},
-                   const socketio::Executors& executors = mainExecutors())
+  explicit Attempt(const std::string& url, const socketio::Limits& limits = {})
       : manager(std::make_unique<socketio::Manager>(
-            executors, *socketio::Endpoint::parse(url),
+            (attached(), KRRunLoop::main().internals().executors()),
+            *socketio::Endpoint::parse(url),
             socketio::Manager::Options{"/data", {{"session", "secret"}}, limits, {}})) {
     auto& socket = *manager->socket();
     socket.on(socketio::errorEvent,
