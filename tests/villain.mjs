@@ -16,12 +16,11 @@ const repeated = (text) =>
 const unescaped = (text) => unescape(repeated(repeated(text)));
 
 function frame(head, payload) {
-  const start = Buffer.from([head, 127, 0, 0, 0, 0, 0, 0, 0, 0]);
-  start.writeUInt32BE(payload.length, 6);
-  if (payload.length >= 65536) return Buffer.concat([start, payload]);
-  const long = payload.length >= 126;
-  start[1] = long ? 126 : payload.length;
-  return Buffer.concat([start.subarray(0, 2), start.subarray(long ? 8 : 10), payload]);
+  const size = payload.length;
+  let length = [size];
+  if (size >= 126) length = [126, size >> 8, size];
+  if (size >= 65536) length = [127, 0, 0, 0, 0, size >> 24, size >> 16, size >> 8, size];
+  return Buffer.concat([Buffer.from([head, ...length]), payload]);
 }
 
 let seed = 20822;
@@ -36,17 +35,15 @@ class Peer {
 
   async play(script) {
     for (const step of script.split(" + ")) {
-      const [, head, bytes] = /^(raw|..):([^]*)/.exec(step) ?? [];
+      const [, head, text] = /^(raw|..):([^]*)/.exec(step) ?? [];
       if (!head) await this[step]();
-      else this.write(Buffer.from(unescaped(bytes), "latin1"), parseInt(head, 16));
+      else this.write(head, unescaped(text));
     }
   }
-  write(bytes, head) {
-    this.last = head >= 0 ? frame(head, bytes) : bytes;
+  write(head, text) {
+    const bytes = Buffer.from(text, "latin1");
+    this.last = head === "raw" ? bytes : frame(parseInt(head, 16), bytes);
     this.socket.write(this.last);
-  }
-  say(text) {
-    this.write(Buffer.from(text), 0x81);
   }
   async hear(pattern) {
     for (;;) {
@@ -56,7 +53,7 @@ class Peer {
   }
   hearEvent = () => this.hear(/^42\/data,(\d+)/);
   reply(id) {
-    this.say(`43/data,${id}[{"result":0}]`);
+    this.write("81", `43/data,${id}[{"result":0}]`);
   }
 
   hello = () => once(this.socket, "data");
@@ -71,8 +68,8 @@ class Peer {
   }
   join = () => this.hear(/^40\/data,$/);
   welcome() {
-    const open = '81:0{"pingInterval":25000,"pingTimeout":25000}';
-    return this.play(`request + upgrade + ${open} + join + 81:40/data,{}`);
+    const open = '0{"pingInterval":25000,"pingTimeout":25000}';
+    return this.play(`request + upgrade + 81:${open} + join + 81:40/data,{}`);
   }
   async answer() {
     const id = await this.hearEvent();
@@ -88,7 +85,7 @@ class Peer {
       const dice = random(200);
       if (dice < 160) this.reply(id);
       if (dice < 40) this.reply(late);
-      if (dice === 160) this.say("41/data,");
+      if (dice === 160) this.write("81", "41/data,");
       if (dice === 161) this.reset();
       if (dice === 162) return;
       if (dice === 163) await sleep(random(90));
