@@ -508,10 +508,12 @@ std::optional<std::string> withoutLoneSurrogates(std::string_view text) {
   return repaired;
 }
 
+// Once the value is complete, what follows is no reason to read it again: documents within
+// documents would be read 2, 4, 8 ... times.
 template <class... Target>
 error_code parse(std::string_view json, Rest rest, Target&... target) {
   const error_code ec = parseOnce(json, rest, target...);
-  if (!ec || ec == error::not_object) return ec;
+  if (!ec || ec == error::not_object || ec == error::extra_data) return ec;
   const auto repaired = withoutLoneSurrogates(json);
   return repaired ? parseOnce(*repaired, rest, target...) : ec;
 }

@@ -155,6 +155,10 @@ std::string koriva::typeName(KRMessageType type) {
   return "text";
 }
 
+std::optional<KRMessageKind> KRMessageKind::fromDocument(const Document& message) {
+  return message.kind;
+}
+
 bool KRMessageKind::writeJson(const KRMessageKind& kind, std::string& out) {
   const auto append = [&out](KRMessageType type, const auto&... members) {
     return appendKind(out, typeName(type), members...);

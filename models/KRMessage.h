@@ -138,6 +138,8 @@ struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
 
  private:
   friend struct koriva::json::Access;
+  using Document = KRMessage;
+  static std::optional<KRMessageKind> fromDocument(const Document& message);
   static bool writeJson(const KRMessageKind& kind, std::string& out);
 };
 

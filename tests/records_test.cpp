@@ -108,7 +108,9 @@ KRDictionary withText(std::string_view key, std::string_view json) {
 }
 
 std::string message(std::string_view json) {
-  const auto message = *decode<KRMessage>(*toJsonString(withText("attachments", json)));
+  const auto document = *toJsonString(withText("attachments", json));
+  const auto message = *decode<KRMessage>(document);
+  EXPECT_EQ(*decode<KRMessageKind>(document), message.kind);
   return cased(message.kind) + (message.createdAt.empty() ? "" : " '" + message.createdAt + "'");
 }
 
@@ -157,14 +159,19 @@ TEST(Records, FollowTheirOwnLogic) {
   EXPECT_EQ(koriva::fromRawValue<KRCallEvent::Key>("Event"), std::nullopt);
 }
 
-TEST(Message, QuotesAreReadToABoundedDepth) {
+std::string chainOfQuotes(const std::string& rest = "") {
   std::string document = "{}";
   for (int i = 0; i < 70; ++i) {
     // Escapes that grow by a few characters with every level, where backslashes would double.
     document = koriva::replaceAll(koriva::replaceAll(document, "\\", "\\u005c"), "\"", "\\u0022");
-    document = "{\"type\":8,\"attachments\":\"" + document + "\"}";
+    document = "{\"type\":8,\"attachments\":\"" + document + "\"}" + rest;
   }
-  auto message = decode<KRMessage>(document).value();
+  return document;
+}
+
+TEST(Message, QuotesAreReadToABoundedDepth) {
+  EXPECT_FALSE(decode<KRMessage>(chainOfQuotes("\"\\ud800\"")));  // each of them once
+  auto message = decode<KRMessage>(chainOfQuotes()).value();
   int depth = 0;
   const KRMessage* at = &message;
   for (; at->kind.as<Reply>(); ++depth) at = &*at->kind.as<Reply>()->message;
