@@ -40,13 +40,14 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
   }
   loop.running = false;
   if (loop.stopRequested && !loop.attached) loop.finishFarewells();
+  loop.stopRequested = false;
   loop.rethrowKept();
-  if (loop.context.stopped() || loop.stopRequested) loop.stopRequested = false;
 }
 
 void KRRunLoop::poll() {
   auto& loop = *internals_;
   loop.woken = false;
+  if (loop.kept) loop.wake();  // what is ready is left to the next call
   loop.rethrowKept();
   loop.context.restart();
   loop.context.poll();

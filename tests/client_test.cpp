@@ -251,7 +251,12 @@ TEST(RunLoopTest, RunsInOrderUntilStopped) {
   for (const char* thrown : {"6", "7"}) loop.post([thrown] { throw std::runtime_error(thrown); });
   order += awaitThrown();
   order += awaitThrown();
-  EXPECT_EQ(order, "1234567");
+  loop.post([&] { loop.stop(), throw std::runtime_error("8"); });
+  order += awaitThrown();
+  koriva::guarded([] { throw std::runtime_error("9"); });
+  add('X');
+  order += awaitThrown();
+  EXPECT_TRUE(runUntil([&] { return order == "123456789X"; })) << order;
   EXPECT_FALSE(loop.attach({}));
 }
 
