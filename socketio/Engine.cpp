@@ -35,9 +35,13 @@ void Engine::open(const Endpoint& endpoint, const ConnectParameters& parameters,
 }
 
 void Engine::send(std::string frame) {
-  asio::dispatch(executors_.io(), [self = shared_from_this(), frame = std::move(frame)]() mutable {
-    if (self->state_ == State::joined) self->transport_->send(std::move(frame));
-  });
+  const auto size = frame.size();
+  bytesOnTheWay_ += size;
+  asio::dispatch(executors_.io(),
+                 [self = shared_from_this(), frame = std::move(frame), size]() mutable {
+                   if (self->state_ == State::joined) self->transport_->send(std::move(frame));
+                   self->bytesOnTheWay_ -= size;
+                 });
 }
 
 void Engine::close() {
@@ -50,7 +54,7 @@ void Engine::close() {
 const char* Engine::refusal(std::size_t frameSize) const {
   const auto limit = maxPayload_.load(std::memory_order_relaxed);
   if (limit != 0 && frameSize > limit) return "the message is larger than the server accepts";
-  if (transport_->queuedBytes() + frameSize > limits_.outgoingBytes) {
+  if (bytesOnTheWay_ + transport_->queuedBytes() + frameSize > limits_.outgoingBytes) {
     return "too much is waiting to be sent";
   }
   return nullptr;

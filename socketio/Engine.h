@@ -60,7 +60,6 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
     std::size_t bytes = 0;
   };
 
-  void onOpen() override {}
   void onText(std::string frame) override;
   void onBinary(std::string frame) override;
   void onClosed(std::string reason) override;
@@ -91,6 +90,7 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
   bool paused_ = false;
 
   std::atomic<std::size_t> undelivered_ = 0;
+  std::atomic<std::size_t> bytesOnTheWay_ = 0;  ///< from `send` to the transport
   std::atomic<std::uint64_t> maxPayload_ = 0;
 };
 

@@ -16,7 +16,6 @@ class Transport {
   class Listener {
    public:
     virtual ~Listener() = default;
-    virtual void onOpen() = 0;
     virtual void onText(std::string frame) = 0;
     virtual void onBinary(std::string frame) = 0;
     /// The connection failed or ended, other than by `close`. Nothing follows.

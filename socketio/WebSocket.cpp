@@ -304,7 +304,6 @@ void WebSocket::onShaken(error_code error) {
   response_ = {};
   state_ = State::open;
   read();
-  if (const auto listener = listener_.lock()) listener->onOpen();
 }
 
 void WebSocket::read() {
