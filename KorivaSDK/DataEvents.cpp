@@ -96,7 +96,8 @@ void KorivaSDK::addDataHandlers(Socket& socket) {
   });
   // No delegate is told of this one.
   on(socket, "delete_conversation", [](KorivaSDK&, const Items& items) {
-    if (getDataFromAck(items)) koriva::printLine("delete_conversation");
+    const auto data = getDataFromAck(items);
+    if (data && koriva::isReadable(*data)) koriva::printLine("delete_conversation");
   });
   push(Push<KRStartSecretChat>{"start_secret_chat",
                                [](auto& to, auto& info) { to.didStartSecretChat(info); }});

@@ -1,5 +1,6 @@
 #include "KorivaSDK/RequestChannel.h"
 
+#include <algorithm>
 #include <boost/json/object.hpp>
 #include <cstdio>
 
@@ -38,6 +39,18 @@ std::string payloadText(const KRDictionary& payload) {
   return text;
 }
 
+std::string_view withoutSpaceInFront(std::string_view text) {
+  return text.substr(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+}
+
+/// Whether the first item is the text that stands for an answer that did not come.
+bool isNoAck(std::string_view items) {
+  items = withoutSpaceInFront(items);
+  if (!items.starts_with(koriva::socketio::noAck)) return false;
+  items = withoutSpaceInFront(items.substr(koriva::socketio::noAck.size()));
+  return items.empty() || items.front() == ',';
+}
+
 }  // namespace
 
 void KorivaSDK::emitEvent(std::string_view event, const KRDictionary& payload) {
@@ -53,10 +66,7 @@ void KorivaSDK::emitWithAck(std::string_view event, const KRDictionary& payload,
 std::optional<std::string_view> KorivaSDK::getDataFromAck(const Items& items) {
   const auto text = items.text();
   if (text.empty()) return std::nullopt;
-  if (text == koriva::socketio::noAck ||
-      text.starts_with(std::string(koriva::socketio::noAck) + ",")) {
-    return std::nullopt;
-  }
+  if (isNoAck(text)) return std::nullopt;
   if (items.firstHoldsBinary) {
     koriva::printLine("KorivaSDK - getDataFromAck failed with error: binary data is not JSON");
     return std::nullopt;

@@ -11,7 +11,10 @@ void printPayload(const std::string& event, const KRDictionary& payload) {
   koriva::printLine(event + ":  " + koriva::json::printedForm(payload));
 }
 
-koriva::Decoded<bool> acceptAnyAnswer(std::string_view) { return KRResult<bool>::success(true); }
+koriva::Decoded<bool> acceptAnyAnswer(std::string_view items) {
+  if (!koriva::json::prettyPrinted(items)) return std::nullopt;
+  return KRResult<bool>::success(true);
+}
 
 }  // namespace
 
