@@ -59,13 +59,16 @@ class Socket;
 /// **Threads.** `shared`, `isConnected` and the request methods may be called from any thread;
 /// everything else belongs to the main thread, the one that drives `KRRunLoop::main()`. Every
 /// completion and delegate call runs there, never inside the request method. Calls from one thread
-/// take effect in call order: what was sent before `logout()` still arrives.
+/// take effect in call order: what was sent before `logout()` still arrives, as long as the run loop is
+/// driven on: for a moment, or until `KRRunLoop::stop()` was heeded.
 ///
 /// **Completions.** A request never waits for the connection. With no socket (before `login`, after
 /// `logout`) it does nothing, and its completion is never called. Otherwise the completion is
 /// called at most once: with what the server answered, or with `KRError::parsingFailed` when no
-/// usable answer came within 5 seconds, a dropped connection included. Where a method says so, an
-/// answer that cannot be read calls nothing. An empty completion is tolerated.
+/// usable answer came within 5 seconds, a dropped connection included. Where a method says no
+/// more, a refusal of the server and an answer of another kind are failures with `failed`; for
+/// requests whose success may be false, such an answer is `parsingFailed`. Where a method says so,
+/// an answer that cannot be read calls nothing. An empty completion is tolerated.
 ///
 /// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
 /// socket. **Only `logout()` ends that; `disconnect()` does not.**
@@ -123,7 +126,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   [[nodiscard]] bool isConnected() const;
 
   /// Runs `task` with true: at once if the client has been connected since the last `disconnect()`,
-  /// even if the connection was lost meanwhile; else when it is next connected, in order.
+  /// even if the connection was lost meanwhile; else when it is next connected, in order. What a
+  /// waiting task holds, the client among it, lives until then.
   void runNowOrWhenSDKReady(std::function<void(bool)> task);
 
   /// Adds a delegate, held until `removeDelegate` or `logout`. One that is added twice hears
@@ -170,7 +174,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// travel unless `messageType()` is text.
   void sendMessage(const KRMessage& message, KRCompletion<KRMessage> completion);
 
-  /// Sets a message's delivery status ("update_message"), a `KRDefines::MessageStatus` value.
+  /// Sets a message's delivery status ("update_message"), a `KRDefines::MessageStatus` value. Fails
+  /// with `failed` when the server refuses, with `parsingFailed` when the answer cannot be read.
   void updateMessageStatus(const KRMessage& message, std::int64_t status,
                            KRCompletion<KRMessage> completion);
 
@@ -250,7 +255,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// than a created call, and for an answer that cannot be read, nothing is called.
   void createCall(const KRCallEvent& event, KRCompletion<KRCallEvent> completion = {});
 
-  /// Whether a call is going on ("call_status").
+  /// Whether a call is going on ("call_status"); success with false for every other status.
   void checkCall(std::int64_t groupId, std::int64_t callId, KRCompletion<bool> completion = {});
 
   /// Sends a signalling step of the call `callId` to the other party, under the event's own name.
@@ -261,7 +266,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   // Secret chats. The keys appear on the console, and travel as they are.
 
-  /// Starts a secret chat ("start_secret_chat"): success carries its conversation.
+  /// Starts a secret chat ("start_secret_chat"): success carries its conversation. Fails
+  /// with `failed` when the server refuses, with `parsingFailed` when the answer cannot be read.
   void startSecretChat(std::int64_t senderId, std::int64_t receiverId, const std::string& deviceId,
                        const std::string& identityKey, const std::string& baseKey,
                        const std::string& oneTimePreKey,

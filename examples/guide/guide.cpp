@@ -254,7 +254,7 @@ std::size_t countBlocked(const std::shared_ptr<KorivaSDK>& sdk, const std::strin
 
 //! [logout]
 void logOut(KorivaSDK& sdk, std::int64_t uin) {
-  sdk.sendLogoutEvent(uin, 1);  // the server is told first
+  sdk.sendLogoutEvent(uin, 1);  // the server is told first, while the loop runs on
   sdk.logout();
 }
 //! [logout]
@@ -318,6 +318,8 @@ void play(const std::string& url) {
 
   logOut(*first, 1001);
   logOut(*second, 1002);
+  KRRunLoop::main().stop();  // heeded once the farewells have left
+  KRRunLoop::main().run();
 }
 
 }  // namespace
