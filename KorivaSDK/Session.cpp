@@ -107,13 +107,11 @@ void KorivaSDK::initReconnectTimer() {
   if (!state_->reconnectTimer) {
     state_->reconnectTimer = std::make_shared<socketio::Alarm>(executors());
   }
-  state_->reconnectTimer->set(socketio::Clock::now() + koriva::timing().reconnectInterval,
-                              [weak = weak_from_this()] {
-                                const auto sdk = weak.lock();
-                                if (!sdk) return;
-                                sdk->initReconnectTimer();
-                                sdk->reconnectFired();
-                              });
+  const auto fire = [weak = weak_from_this()] {
+    if (const auto sdk = weak.lock()) sdk->reconnectFired();
+  };
+  const auto interval = koriva::timing().reconnectInterval;
+  state_->reconnectTimer->set(socketio::Clock::now() + interval, fire, interval);
 }
 
 void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(); }
