@@ -1,0 +1,6 @@
+#pragma once
+
+#include <cstddef>
+
+/// How often the program has asked for memory.
+std::size_t allocationCount();
