@@ -1,5 +1,6 @@
 #include "models/KRMessage.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <optional>
@@ -96,8 +97,15 @@ std::string positionalText(double number) {
   return text;
 }
 
+/// Whether the text is a whole number of more than ten digits, as that of nearly every message.
+bool isLongInteger(std::string_view text) {
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  return text.size() > 10 && text.front() != '0' && std::all_of(text.begin(), text.end(), isDigit);
+}
+
 /// Servers send seconds or microseconds; what is below ten digits are seconds.
 void normaliseCreationTime(std::string& createdAt) {
+  if (isLongInteger(createdAt)) return;
   const auto time = parseDecimal(createdAt);
   if (!time || *time / 1e10 >= 1) return;
   const double microseconds = *time * 1e6;

@@ -1,4 +1,3 @@
-#include <boost/algorithm/string/erase.hpp>
 #include <list>
 #include <thread>
 
@@ -11,15 +10,87 @@ namespace {
 
 using ClientTest = ServerTest;
 
-const std::string up = "KorivaSDK - socket connected\n";
-const std::string down = "KorivaSDK - socket disconnected\n";
-const std::string unanswered = "KorivaSDK - mute_group failed with error: Parsing error\n";
+void print(const std::string& line) { koriva::printLine(line); }
 
-std::function<void(bool)> task(const std::string& name) {
-  return [name](bool ready) { koriva::printLine(name + (ready ? "" : " not ready")); };
+/// A client that a script's steps are done to, and what is printed. Each wait is for what comes
+/// after the one before.
+struct Play : ServerTest {
+  void TestBody() override {}
+  std::string follow(std::string_view script) {
+    perform(steps, script);
+    seen += console.take();
+    return seen.substr(0, seen.size() - 1);
+  }
+  void act(std::string_view script) { perform(steps, script, "; "); }
+  void await(const std::string& text) {
+    EXPECT_TRUE(awaitText(text)) << text;
+    seen += console.take();
+  }
+
+  std::string seen;
+  std::shared_ptr<KorivaSDK> other;
+  std::map<std::string, std::shared_ptr<Recorder>> recorders;
+  const Steps steps{
+      {"interval", [](auto& ms) { koriva::timing().reconnectInterval = milliseconds(ms); }},
+      {"limit", [](auto& ms) { koriva::timing().limits.acknowledgement = milliseconds(ms); }},
+      {"url", [this](auto& url) { print(sdk->setBaseUrl(url) ? "taken" : "refused"); }},
+      {"home", [this](auto&) { sdk->setBaseUrl(server.url()); }},
+      {"login", [this](auto& isNew) { login(isNew == "new"); }},
+      {"logout", [this](auto&) { sdk->logout(); }},
+      {"disconnect", [this](auto&) { sdk->disconnect(); }},
+      {"reconnect", [this](auto&) { sdk->reconnectIfNeed(); }},
+      {"fire", [this](auto&) { sdk->reconnectFired(); }},
+      {"chat", [this](auto& channel) { sdk->connectChat(channel); }},
+      {"status", [this](auto&) { print(sdk->isConnected() ? "connected" : "not connected"); }},
+      {"release", [this](auto&) { renewClient(); }},
+      {"leave", [this](auto&) { other = sdk, renewClient(); }},
+      {"return", [this](auto&) { sdk.swap(other); }},
+      {"print", print},
+      {"throw", [](auto& text) { throw std::runtime_error(text); }},
+      {"caught", [](auto&) { print("caught " + awaitThrown()); }},
+      {"task",
+       [this](auto& script) {
+         sdk->runNowOrWhenSDKReady([=, this](bool ready) { ready ? act(script) : print("no"); });
+       }},
+      {"ask",
+       [this](auto& script) {
+         sdk->deleteGroup("sentinel", [=, this](const auto&) { act(script); });
+       }},
+      {"mute", [this](auto& name) { sdk->muteGroup("g1", true, Done{name}); }},
+      {"events",
+       [this](auto& count) {
+         for (int i = std::stoi(count); i > 0; --i) sdk->sendGroupEvent("1001", {});
+       }},
+      {"logoutEvent", [this](auto&) { sdk->sendLogoutEvent(1001, 1); }},
+      {"delegate",
+       [this](auto& name) {
+         auto& recorder = recorders[name];
+         if (!recorder) recorder = std::make_shared<Recorder>(name);
+         sdk->addDelegate(recorder);
+       }},
+      {"within",
+       [this](auto& script) {
+         recorders[script.substr(0, 1)]->act = [=, this] { act(script.substr(2)); };
+       }},
+      {"remove", [this](auto& name) { sdk->removeDelegate(recorders[name]); }},
+      {"removeTwin", [this](auto& a) { sdk->removeDelegate(std::make_shared<Recorder>(a)); }},
+      {"uses", [this](auto& name) { print(std::to_string(recorders[name].use_count())); }},
+      {"kill", [this](auto&) { server.kill(); }},
+      {"revive", [this](auto&) { server.returnToLife(); }},
+      {"refuse", [this](auto& is) { server.tell(R"({"do":"refuse","on":)" + is + "}"); }},
+      {"error", [this](auto& code) { server.push("error", "{\"error\":" + code + "}"); }},
+      {"heard", [this](auto& of) { EXPECT_TRUE(awaitReports(of, 1)); }},
+      {"forget", [this](auto&) { server.tell(R"({"do":"forget"})"); }},
+      {"count", [this](auto& of) { print(std::to_string(server.reports(of).size())); }},
+      {"last", [this](auto& of) { print(json::serialize(server.reports(of).back())); }},
+      {"await", [this](auto& text) { await(text); }},
+      {"settle", [this](auto&) { settle(), await("settled"); }},
+  };
+};
+
+TEST(Client, FollowsTheScript) {
+  checkTable("clients.txt", {{"script", [](auto script) { return Play().follow(script); }}});
 }
-
-bool saysNew(const json::value& url) { return url.as_string().ends_with("&new=true"); }
 
 TEST_F(ClientTest, LogsInOnTheWire) {
   Server pinging(R"({"server":{"pingInterval":50}})");
@@ -34,123 +105,6 @@ TEST_F(ClientTest, LogsInOnTheWire) {
                                                  "&new=true"}));
   EXPECT_EQ(pinging.reports("query").at(0).at("session"), "a+b/c=&\u00e9?#");
   EXPECT_FALSE(KRRunLoop::main().attach([] {})) << "too late";
-}
-
-TEST_F(ClientTest, SaysNewUntilAConnectionSucceeds) {
-  koriva::timing().reconnectInterval = 50ms;
-  server.tell(R"({"do":"refuse","on":true})");
-  addRecorder("d");
-  login(true);
-  EXPECT_TRUE(awaitReports("url", 3));
-  server.tell(R"({"do":"refuse","on":false})");
-  EXPECT_TRUE(awaitConnection());
-  const auto attempts = server.reports("url");
-  EXPECT_TRUE(std::all_of(attempts.begin(), attempts.end(), saysNew));
-  std::string expected;
-  for (std::size_t i = 1; i < attempts.size(); ++i) expected += down + "d didDisconnect\n";
-  EXPECT_EQ(console.take(), expected + up + "d didConnect\n");
-  sdk->disconnect();
-  EXPECT_TRUE(awaitConnection());
-  EXPECT_FALSE(saysNew(server.reports("url").back()));
-
-  // It is no longer new when the queued tasks run.
-  sdk->disconnect();
-  sdk->runNowOrWhenSDKReady([&](bool) { sdk->disconnect(), sdk->reconnectIfNeed(); });
-  login(true);
-  EXPECT_TRUE(awaitConnection());
-  EXPECT_FALSE(saysNew(server.reports("url").back()));
-}
-
-TEST_F(ClientTest, ConnectsAndDisconnectsInOrder) {
-  koriva::timing().reconnectInterval = 50ms;
-  addRecorder("d");
-  sdk->runNowOrWhenSDKReady(
-      [&](bool) { koriva::printLine(sdk->isConnected() ? "first" : "too early"); });
-  sdk->runNowOrWhenSDKReady([&](bool) {
-    sdk->runNowOrWhenSDKReady(task("second"));
-    koriva::printLine("third");
-  });
-  sdk->disconnect();
-  sdk->reconnectFired();
-  EXPECT_FALSE(sdk->isConnected());
-  login();
-  EXPECT_EQ(console.take(), "");
-  EXPECT_TRUE(awaitConnection());
-  EXPECT_EQ(console.take(), up + "first\nsecond\nthird\nd didConnect\n");
-  sdk->runNowOrWhenSDKReady(task("at once"));
-  sdk->disconnect();
-  sdk->runNowOrWhenSDKReady(task("queued"));
-  sdk->disconnect();
-  EXPECT_EQ(console.take(), "at once\n" + down + "d didDisconnect\n");
-  koriva::timing().reconnectInterval = 1h;
-  EXPECT_TRUE(awaitConnection());
-  EXPECT_EQ(console.take(), up + "queued\nd didConnect\n");
-
-  server.kill();
-  EXPECT_TRUE(runUntil([&] { return !sdk->isConnected(); }));
-  sdk->runNowOrWhenSDKReady(task("still ready"));
-  EXPECT_EQ(console.take(), down + "d didDisconnect\nstill ready\n");
-  sdk->connectChat("any channel");
-  EXPECT_TRUE(awaitText(down + "d didDisconnect\n"));
-  server.returnToLife();
-  sdk->connectChat("any channel");
-  sdk->connectChat("any channel");
-  EXPECT_TRUE(awaitConnection());
-  settle();
-  EXPECT_EQ(server.reports("url").size(), 1U);
-}
-
-TEST_F(ClientTest, LogsOutAfterWhatWasSent) {
-  koriva::timing().reconnectInterval = 1ms;
-  addRecorder("d");
-  connect();
-  constexpr std::size_t typing = 200;
-  for (std::size_t i = 0; i < typing; ++i) sdk->sendGroupEvent("1001", {});
-  sdk->sendLogoutEvent(1001, 1);
-  sdk->logout();
-  EXPECT_EQ(console.take(), down + "d didDisconnect\n");
-  EXPECT_FALSE(sdk->isConnected());
-  EXPECT_TRUE(awaitReports("disconnect", 1));
-  EXPECT_EQ(server.reports("event").size(), typing + 1);
-  EXPECT_EQ(server.reports("event").back().at(0), "logout");
-  EXPECT_EQ(server.reports("disconnect").back(), "client namespace disconnect");
-
-  // The timer finds no socket, while another client's life takes many of its periods.
-  sdk->runNowOrWhenSDKReady(task("kept"));
-  const auto left = sdk;
-  renewClient();
-  connect();
-  left->reconnectIfNeed();
-  left->connectChat("g1");
-  settle();
-  EXPECT_EQ(server.reports("url").size(), 2U);
-  console.take();
-  sdk = left;
-  login();
-  EXPECT_TRUE(awaitConnection());
-  EXPECT_EQ(console.take(), up + "kept\n");
-}
-
-TEST_F(ClientTest, IsQuietWhenItsSocketIsReplacedOrReleased) {
-  koriva::timing().limits.acknowledgement = 300ms;
-  connect();
-  addRecorder("d");
-  sdk->muteGroup("g1", true, Done{"replaced"});
-  EXPECT_TRUE(awaitReports("event", 1));
-  login();
-  sdk->runNowOrWhenSDKReady(task("still ready"));
-  EXPECT_TRUE(awaitReports("disconnect", 1) && awaitConnection() && awaitText("replaced:"));
-  const auto lines = boost::erase_first_copy(console.take(), up + "d didConnect\n");
-  EXPECT_EQ(lines, "still ready\n" + unanswered + "replaced: failure 6\n");
-
-  sdk->muteGroup("g1", true, Done{"never"});
-  EXPECT_TRUE(awaitReports("event", 2));
-  renewClient();
-  EXPECT_TRUE(awaitReports("disconnect", 2));
-  connect();
-  sdk->muteGroup("g1", true, Done{"later"});
-  EXPECT_TRUE(awaitText("later:"));
-  EXPECT_EQ(console.take(), unanswered + "later: failure 6\n");
 }
 
 TEST_F(ClientTest, TakesRequestsFromAnyThread) {
@@ -190,37 +144,6 @@ TEST_F(ClientTest, TakesRequestsFromAnyThread) {
   EXPECT_TRUE(awaitText("last: failure"));
   for (const auto& own : links) EXPECT_TRUE(std::ranges::is_sorted(own, std::less_equal<>()));
   console.take();
-}
-
-TEST_F(ClientTest, RunsEverythingElseWhenACallbackThrows) {
-  const auto throwing = [](const std::string& name) {
-    return [name](const auto&) {
-      koriva::printLine(name);
-      throw std::runtime_error(name);
-    };
-  };
-  addRecorder("d");
-  sdk->runNowOrWhenSDKReady(throwing("one"));
-  sdk->runNowOrWhenSDKReady(throwing("two"));
-  login();
-  EXPECT_EQ(awaitThrown(), "one");
-  EXPECT_EQ(console.take(), up + "one\ntwo\nd didConnect\n");
-  sdk->deleteGroup("sentinel", throwing("three"));
-  EXPECT_EQ(awaitThrown(), "three");
-  sdk->runNowOrWhenSDKReady(throwing("four"));
-  EXPECT_EQ(awaitThrown(), "four");
-  settle();
-}
-
-TEST_F(ClientTest, TakesTheUrlsOfServers) {
-  for (const auto& [taken, url, unused] : readTable("urls.txt")) {
-    EXPECT_EQ(sdk->setBaseUrl(url), taken == "taken") << url;
-  }
-  EXPECT_FALSE(sdk->setBaseUrl(""));
-  EXPECT_TRUE(sdk->setBaseUrl(server.url()));
-  connect();
-  EXPECT_TRUE(sdk->setBaseUrl("http://127.0.0.1:1"));
-  settle();
 }
 
 TEST(DefaultUrlDeathTest, EndsTheProcessUnlessItIsAUrl) {

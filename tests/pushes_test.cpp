@@ -48,36 +48,4 @@ TEST_F(PushesTest, ReachEveryDelegate) {
   }
 }
 
-const std::string error = R"({"error":7})";
-const std::string didReceive = "didReceiveError 7";
-
-TEST_F(PushesTest, ReachTheOthersWhenADelegateThrows) {
-  const auto a = addRecorder("a");
-  const auto b = addRecorder("b");
-  addRecorder("c");
-  connect();
-  for (int round = 0; round < 2; ++round) {
-    a->act = [] { throw std::runtime_error("first"); };
-    b->act = [] { throw std::runtime_error("second"); };
-    server.push("error", error);
-    EXPECT_EQ(awaitThrown(), "first");
-    EXPECT_EQ(console.take(), heard({"a", "b", "c"}, didReceive));
-  }
-}
-
-TEST_F(PushesTest, GoToTheDelegatesOfTheMoment) {
-  const auto first = addRecorder("first");
-  const auto second = addRecorder("second");
-  sdk->addDelegate(second);
-  connect();
-  first->act = [&] {
-    sdk->removeDelegate(second);
-    sdk->removeDelegate(std::make_shared<Recorder>("first"));
-    addRecorder("third");
-  };
-  EXPECT_EQ(seen("error", error), heard({"first", "second", "second"}, didReceive));
-  EXPECT_EQ(second.use_count(), 1);
-  EXPECT_EQ(seen("error", error), heard({"first", "third"}, didReceive));
-}
-
 }  // namespace

@@ -36,14 +36,8 @@ struct FakeTransport final : Transport {
 class Play {
  public:
   std::string perform(std::string_view script) {
-    for (std::size_t at = 0, end = 0; at < script.size(); at = end + 3) {
-      end = std::min(script.find(" + ", at), script.size());
-      const std::string step(script.substr(at, end - at));
-      const auto space = std::min(step.find(' '), step.size());
-      steps_.at(step.substr(0, space))(step.substr(std::min(space + 1, step.size())));
-    }
-    run();
-    steps_.at("status")("");
+    test::perform(steps_, script);
+    test::perform(steps_, "run + status");
     return seen_;
   }
 
@@ -106,14 +100,9 @@ class Play {
   std::unique_ptr<Manager> manager_;
   std::shared_ptr<Socket> socket_;
 
-  using Step = std::function<void(const std::string&)>;
-  const std::map<std::string, Step> steps_{
-      {"connectLimit",
-       [this](const auto& ms) { limits_.connect = std::chrono::milliseconds(std::stoi(ms)); }},
-      {"answerLimit",
-       [this](const auto& ms) {
-         limits_.acknowledgement = std::chrono::milliseconds(std::stoi(ms));
-       }},
+  const test::Steps steps_{
+      {"connectLimit", [this](const auto& ms) { limits_.connect = test::milliseconds(ms); }},
+      {"answerLimit", [this](const auto& ms) { limits_.acknowledgement = test::milliseconds(ms); }},
       {"eventLimit", [this](const auto& count) { limits_.undelivered = std::stoul(count); }},
       {"byteLimit", [this](const auto& count) { limits_.outgoingBytes = std::stoul(count); }},
       {"queued", [this](const auto& count) { far_->queued = std::stoul(count); }},

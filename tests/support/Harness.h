@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <boost/algorithm/string/replace.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/json.hpp>
 #include <csignal>
@@ -59,29 +58,24 @@ inline std::string awaitThrown() {
 struct Console {
   Console() { testing::internal::CaptureStdout(); }
   ~Console() {
-    taken += unread + testing::internal::GetCapturedStdout();
-    if (testing::Test::HasFailure()) std::cout << taken;
+    all += testing::internal::GetCapturedStdout();
+    if (testing::Test::HasFailure()) std::cout << all;
   }
 
   /// What was printed since the last `take`.
-  const std::string& text() {
-    unread += testing::internal::GetCapturedStdout();
+  std::string text() {
+    all += testing::internal::GetCapturedStdout();
     testing::internal::CaptureStdout();
-    return unread;
+    return all.substr(taken);
   }
-  std::string take() {
-    taken += text();
-    return std::exchange(unread, {});
-  }
+  std::string take() { return all.substr(std::exchange(taken, taken + text().size())); }
 
-  std::string unread;
-  std::string taken;
+  std::string all;
+  std::size_t taken = 0;
 };
 
 /// What a table says of the console.
-inline std::string lines(const std::string& told) {
-  return told == "nothing" ? "" : boost::replace_all_copy(told, "¶", "\n") + "\n";
-}
+inline std::string lines(const std::string& told) { return told == "nothing" ? "" : told + "\n"; }
 
 /// The scriptable server of server.mjs, in a process of its own.
 class Server {

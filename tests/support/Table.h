@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <boost/algorithm/string/replace.hpp>
+#include <chrono>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,7 +16,7 @@
 namespace koriva::test {
 
 /// A line `  input => output` of a table below tests/data, under a heading `[name]`. One without an
-/// arrow gives its input back; other lines are comments.
+/// arrow gives its input back; ¶ stands for a line break; other lines are comments.
 struct Row {
   std::string name;
   std::string input;
@@ -34,6 +36,7 @@ inline std::vector<Row> readTable(const std::string& file, const std::vector<Row
       boost::replace_all(line, "<" + sample.name + ">", sample.input);
       boost::replace_all(line, "<" + sample.name + " {}>", sample.output);
     }
+    boost::replace_all(line, "¶", "\n");
     const auto arrow = line.find(" => ");
     const auto input = line.substr(2, arrow - (arrow == line.npos ? 0 : 2));
     rows.push_back({name, input, arrow == line.npos ? input : line.substr(arrow + 4)});
@@ -49,6 +52,22 @@ inline void checkTable(const std::string& file, const Functions& functions) {
   for (const auto& [name, input, output] : readTable(file)) {
     ASSERT_TRUE(functions.contains(name)) << name;
     EXPECT_EQ(functions.at(name)(input), output) << name << " of " << input;
+  }
+}
+
+inline auto milliseconds(const std::string& text) {
+  return std::chrono::milliseconds(std::stol(text));
+}
+
+using Steps = std::map<std::string, std::function<void(const std::string&)>>;
+
+/// Does the steps of a script: each is a name, and what follows it.
+inline void perform(const Steps& steps, std::string_view script, std::string_view between = " + ") {
+  for (std::size_t at = 0, end = 0; at < script.size(); at = end + between.size()) {
+    end = std::min(script.find(between, at), script.size());
+    const std::string step(script.substr(at, end - at));
+    const auto space = std::min(step.find(' '), step.size());
+    steps.at(step.substr(0, space))(step.substr(std::min(space + 1, step.size())));
   }
 }
 
