@@ -1,0 +1,247 @@
+// What is reported: topics, their tables and their targets. A row of a table is a case and a
+// candidate with its values; `metrics` maps the key of a value to the heading of its column. The
+// first metric is the one that is drawn, and that is set beside the bases.
+const run = 'KorivaSDK run()';
+const attached = 'KorivaSDK attached';
+const javascript = 'JavaScript client';
+const beast = 'Beast floor';
+export const clients = { run, attached, javascript, beast };
+
+const pages = (count) => `page of ${count} messages`;
+const decode = (candidate, page, metric = 'ns') => ['decode', page, candidate, metric];
+const alone = (candidate, metric = 'median_us') =>
+  ['one at a time', 'C++ server', candidate, metric];
+const many = (candidate, metric = 'rate') => ['64 in flight', 'C++ server', candidate, metric];
+const exchange = { p99_us: 'p99, µs', cpu_us: 'CPU per request, µs', rss_mib: 'resident, MiB' };
+
+// A target holds for `of`, or for `of` divided by `per`; a case `*` makes a target of each case.
+export const topics = {
+  decode: {
+    title: 'Decoding',
+    text:
+      'The acknowledgement of "list_message" with messages of about 700 bytes each, a list of ' +
+      'conversations with their last messages, and a single push: from bytes to the same ' +
+      'records. The floor is a parse by simdjson and a copy of every string.',
+    tables: [
+      {
+        id: 'decode',
+        title: 'Time per message or conversation',
+        metrics: { ns: 'ns each', mb_s: 'MB/s', allocations: 'allocations each' },
+        bases: ['nlohmann-json', 'floor'],
+        chart: 'bars',
+      },
+    ],
+    targets: [
+      {
+        what: 'nlohmann-json ÷ KorivaSDK, page of 1,000',
+        least: 9,
+        of: decode('nlohmann-json', pages('1,000')),
+        per: decode('KorivaSDK', pages('1,000')),
+      },
+      {
+        what: 'KorivaSDK ÷ floor, page of 1,000',
+        most: 1.3,
+        of: decode('KorivaSDK', pages('1,000')),
+        per: decode('floor', pages('1,000')),
+      },
+      {
+        what: 'KorivaSDK ÷ floor, page of 50',
+        most: 1.7,
+        of: decode('KorivaSDK', pages('50')),
+        per: decode('floor', pages('50')),
+      },
+      {
+        what: 'allocations per message, page of 1,000',
+        most: 12,
+        of: decode('KorivaSDK', pages('1,000'), 'allocations'),
+      },
+      {
+        what: 'linear growth: time per message, page of 20,000 ÷ page of 1,000',
+        most: 1.3,
+        of: decode('KorivaSDK', pages('20,000')),
+        per: decode('KorivaSDK', pages('1,000')),
+      },
+    ],
+  },
+  encode: {
+    title: 'Encoding',
+    text: 'From the record to the bytes of the frame that sends it.',
+    tables: [
+      {
+        id: 'encode',
+        title: 'Time per frame',
+        metrics: { ns: 'ns per frame', mb_s: 'MB/s', allocations: 'allocations per frame' },
+        bases: ['hand-written append'],
+        chart: 'bars',
+      },
+    ],
+    targets: [
+      {
+        what: 'KorivaSDK ÷ hand-written append',
+        most: 1.3,
+        of: ['encode', '*', 'KorivaSDK', 'ns'],
+        per: ['encode', '*', 'hand-written append', 'ns'],
+      },
+    ],
+  },
+  'round-trip': {
+    title: 'Round trip',
+    text:
+      'A request of about 300 bytes and its acknowledgement over loopback, through a minimal C++ ' +
+      'server and the official Node server. Each client is a process of its own on one core, the ' +
+      'server on another. `KorivaSDK run()` works on the calling thread, `KorivaSDK attached` has ' +
+      'a network thread; the floor is a bare Beast WebSocket that exchanges the same frames with ' +
+      'neither Socket.IO nor JSON.',
+    tables: [
+      {
+        id: 'one at a time',
+        title: 'One request at a time',
+        metrics: { median_us: 'median, µs', ...exchange },
+        bases: [beast],
+        chart: 'bars',
+      },
+      {
+        id: '64 in flight',
+        title: '64 requests in flight',
+        metrics: { rate: 'requests/s', ...exchange },
+        bases: [beast],
+        chart: 'bars',
+        better: 'more',
+      },
+    ],
+    targets: [
+      { what: 'one at a time, run() ÷ floor', most: 1.1, of: alone(run), per: alone(beast) },
+      { what: 'attached ÷ run(), on one core', most: 1.5, of: alone(attached), per: alone(run) },
+      { what: 'requests/s, run() ÷ floor', least: 0.75, of: many(run), per: many(beast) },
+      {
+        what: 'CPU per request one at a time, run() ÷ JavaScript',
+        most: 0.25,
+        of: alone(run, 'cpu_us'),
+        per: alone(javascript, 'cpu_us'),
+      },
+      {
+        what: 'CPU per request of 64 in flight, run() ÷ JavaScript',
+        most: 0.25,
+        of: many(run, 'cpu_us'),
+        per: many(javascript, 'cpu_us'),
+      },
+      {
+        what: 'resident memory, run() ÷ JavaScript',
+        most: 0.125,
+        of: alone(run, 'rss_mib'),
+        per: alone(javascript, 'rss_mib'),
+      },
+    ],
+  },
+  receive: {
+    title: 'Receive path',
+    text:
+      'From the text of a frame to the call of the delegate, beside decoding the record from the ' +
+      'same bytes.',
+    tables: [
+      {
+        id: 'receive',
+        title: 'Time per push',
+        metrics: { ns: 'ns per push', mb_s: 'MB/s', allocations: 'allocations per push' },
+        bases: ['bare decode'],
+        chart: 'bars',
+      },
+    ],
+    targets: [
+      {
+        what: 'delegate call ÷ bare decode',
+        most: 1.25,
+        of: ['receive', '*', 'delegate call', 'ns'],
+        per: ['receive', '*', 'bare decode', 'ns'],
+      },
+    ],
+  },
+  connect: {
+    title: 'Connecting and waiting',
+    text:
+      'Connecting to the C++ server over loopback, again and again in one process (`login` to ' +
+      '`didConnect`) and from the start of the process; then what a connection costs while ' +
+      'nothing happens, in memory also beyond what an empty C++ program takes, and many clients ' +
+      'in one process.',
+    tables: [
+      {
+        id: 'connect',
+        title: 'In a running process',
+        metrics: { median_us: 'median, µs', p99_us: 'p99, µs', cpu_us: 'CPU each, µs' },
+        bases: [beast, javascript],
+        chart: 'bars',
+      },
+      {
+        id: 'cold start',
+        title: 'From the start of the process to connected',
+        metrics: { ms: 'median, ms' },
+        bases: [beast, javascript],
+        chart: 'bars',
+      },
+      {
+        id: 'idle',
+        title: 'One connected client that waits',
+        metrics: {
+          beyond_mib: 'resident beyond empty, MiB',
+          rss_mib: 'resident, MiB',
+          cpu_ms: 'CPU per minute, ms',
+        },
+        bases: [javascript],
+        chart: 'bars',
+      },
+      {
+        id: 'many',
+        title: 'Many clients in one process',
+        metrics: {
+          rss_kib: 'resident per client, KiB',
+          connect_us: 'connecting, µs per client',
+          rate: 'requests/s of all',
+          cpu_us: 'CPU per request, µs',
+        },
+        bases: [],
+      },
+    ],
+    targets: [
+      {
+        what: 'connecting, run() ÷ JavaScript',
+        most: 0.2,
+        of: ['connect', 'C++ server', run, 'median_us'],
+        per: ['connect', 'C++ server', javascript, 'median_us'],
+      },
+      {
+        what: 'resident memory of an idle client beyond an empty program, MiB',
+        most: 6,
+        of: ['idle', 'C++ server', run, 'beyond_mib'],
+      },
+      {
+        what: 'CPU of an idle client, ms a minute',
+        most: 10,
+        of: ['idle', 'C++ server', run, 'cpu_ms'],
+      },
+    ],
+  },
+  growth: {
+    title: 'Growth',
+    text:
+      'What one more costs when there are many already, a level line being linear growth; and ' +
+      'pushes of about 700 bytes, as fast as the C++ server can send them.',
+    tables: [
+      {
+        id: 'growth',
+        title: 'Time for each, by their number',
+        metrics: { ns: 'ns each' },
+        bases: [],
+        chart: 'lines',
+      },
+      {
+        id: 'pushes',
+        title: 'Pushes taken in',
+        metrics: { rate: 'pushes/s', cpu_us: 'CPU per push, µs', rss_mib: 'resident, MiB' },
+        bases: [beast],
+        chart: 'bars',
+        better: 'more',
+      },
+    ],
+    targets: [],
+  },
+};
