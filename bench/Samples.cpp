@@ -87,4 +87,23 @@ std::string sampleConversations(int count) {
   return KRJSONEncoder{}.encode(list);
 }
 
-std::string samplePush() { return asSent(sampleMessage(1)); }
+std::string samplePush() { return asSent(sampleOfMix(1)); }
+std::string sampleImagePush() { return asSent(sampleOfMix(14)); }
+
+KRMessage outgoingText() {
+  return {"5f0c7e0a-41d2-4c8e-9d3b-000000100001",
+          "10010001002",
+          "Shall we meet at noon? 😀 I can bring the slides.\n\"See you\"",
+          "User 1001",
+          "https://files.example/avatars/1001.png",
+          "1001",
+          false};
+}
+
+KRMessage outgoingImage() {
+  KRMessage message = outgoingText();
+  message.version = 1;
+  message.type = koriva::rawValue(KRMessageType::images);
+  message.attachments = sampleOfMix(14).attachments;
+  return message;
+}

@@ -14,5 +14,10 @@ std::string samplePage(int count);
 /// The acknowledgement of "list_group".
 std::string sampleConversations(int count);
 
-/// The first item of a "message" push.
+/// The first item of a "message" push: a text, and images.
 std::string samplePush();
+std::string sampleImagePush();
+
+/// Messages as applications send them.
+KRMessage outgoingText();
+KRMessage outgoingImage();

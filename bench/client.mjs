@@ -1,11 +1,11 @@
 // The official JavaScript client, measured: node client.mjs URL roundtrip|connect|pushes|idle, with
 // the options and the output of client.cpp.
-import { readFileSync } from "node:fs";
-import { setTimeout as pause } from "node:timers/promises";
-import { parseArgs } from "node:util";
-import { Manager } from "socket.io-client";
+import { readFileSync } from 'node:fs';
+import { setTimeout as pause } from 'node:timers/promises';
+import { parseArgs } from 'node:util';
+import { Manager } from 'socket.io-client';
 
-const option = { type: "string" };
+const option = { type: 'string' };
 const { positionals, values } = parseArgs({
   allowPositionals: true,
   options: { requests: option, window: option, times: option, count: option, seconds: option },
@@ -17,7 +17,7 @@ function fail(what) {
   process.exit(1);
 }
 
-setTimeout(() => fail("not done within two minutes"), 120_000).unref();
+setTimeout(() => fail('not done within two minutes'), 120_000).unref();
 
 function number(name) {
   const value = Number(values[name]);
@@ -73,38 +73,38 @@ class Meter {
   }
 }
 
-function connect(deviceid = "bench") {
+function connect(deviceid = 'bench') {
   const manager = new Manager(url, {
-    transports: ["websocket"],
+    transports: ['websocket'],
     reconnection: false,
     forceNew: true,
-    query: { session: "token-1001", deviceid },
+    query: { session: 'token-1001', deviceid },
   });
-  manager.on("error", (error) => fail(`cannot connect: ${error.message}`));
-  const client = manager.socket("/data");
-  client.on("connect_error", (error) => fail(`cannot connect: ${error.message}`));
-  client.on("disconnect", (reason) => {
-    if (reason !== "io client disconnect") fail(`connection lost: ${reason}`);
+  manager.on('error', (error) => fail(`cannot connect: ${error.message}`));
+  const client = manager.socket('/data');
+  client.on('connect_error', (error) => fail(`cannot connect: ${error.message}`));
+  client.on('disconnect', (reason) => {
+    if (reason !== 'io client disconnect') fail(`connection lost: ${reason}`);
   });
   return client;
 }
 
-const sayConnected = () => console.log("connected");
+const sayConnected = () => console.log('connected');
 const once = (client, event) => new Promise((resolve) => client.once(event, resolve));
 
 const modes = {
   async roundtrip() {
-    const meter = new Meter(number("requests"));
-    const window = number("window");
-    const payload = JSON.parse(readFileSync(new URL("data/request.json", import.meta.url)));
+    const meter = new Meter(number('requests'));
+    const window = number('window');
+    const payload = JSON.parse(readFileSync(new URL('data/request.json', import.meta.url)));
     const client = connect();
-    await once(client, "connect");
+    await once(client, 'connect');
     sayConnected();
     await new Promise((resolve) => {
       const send = () => {
         const begin = performance.now();
-        client.emit("create_message", payload, (answer) => {
-          if (answer.result !== 0) fail("no answer");
+        client.emit('create_message', payload, (answer) => {
+          if (answer.result !== 0) fail('no answer');
           meter.add(begin) ? resolve() : send();
         });
       };
@@ -115,11 +115,11 @@ const modes = {
   },
 
   async connect() {
-    const meter = new Meter(number("times"));
+    const meter = new Meter(number('times'));
     for (let done = false, first = true; !done; first = false) {
       const begin = performance.now();
       const client = connect();
-      await once(client, "connect");
+      await once(client, 'connect');
       if (first) sayConnected();
       done = meter.add(begin);
       client.disconnect();
@@ -129,15 +129,15 @@ const modes = {
   },
 
   async pushes() {
-    const count = number("count");
+    const count = number('count');
     const client = connect(`flood-${count}`);
     let received = 0;
     const all = new Promise((resolve) =>
-      client.on("message", () => {
+      client.on('message', () => {
         if (++received === count) resolve();
       }),
     );
-    await once(client, "connect");
+    await once(client, 'connect');
     const watch = stopwatch();
     sayConnected();
     await all;
@@ -149,11 +149,11 @@ const modes = {
   },
 
   async idle() {
-    await once(connect(), "connect");
+    await once(connect(), 'connect');
     sayConnected();
     await pause(1000);
     const watch = stopwatch();
-    await pause(number("seconds") * 1000);
+    await pause(number('seconds') * 1000);
     return { cpu_us: watch.cpuMicroseconds(), rss_kib: residentKib() };
   },
 };
