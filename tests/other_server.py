@@ -55,11 +55,9 @@ io = Server(async_mode="aiohttp", ping_interval=milliseconds / 1000)
 
 @io.on("connect", namespace="/data")
 async def connect(sid, environ):
-    request = environ["aiohttp.request"]
-    reports["url"].append(request.path_qs)
+    reports["url"].append(environ["aiohttp.request"].path_qs)
     if options.get("refusing"):
         raise socketio.exceptions.ConnectionRefusedError("not authorized")
-    reports["query"].append(dict(request.query))
 
 
 @io.on("disconnect", namespace="/data")

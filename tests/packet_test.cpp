@@ -1,5 +1,7 @@
 #include "socketio/Packet.h"
 
+#include <sstream>
+
 #include "socketio/Endpoint.h"
 #include "support/Table.h"
 
@@ -9,11 +11,12 @@ namespace {
 std::string packet(std::string_view text) {
   const auto packet = parsePacket(text);
   if (!packet) return "none";
-  std::string printed(1, static_cast<char>(packet->type));
-  printed.append(" ").append(packet->nsp);
-  printed.append(" id=").append(packet->id ? std::to_string(*packet->id) : "none");
-  printed.append(" binary=").append(std::to_string(packet->attachments));
-  return printed.append(" event=" + packet->event + " payload=").append(packet->payload);
+  std::ostringstream printed;
+  printed << static_cast<char>(packet->type) << " " << packet->nsp
+          << " id=" << (packet->id ? std::to_string(*packet->id) : "none")
+          << " binary=" << packet->attachments << " event=" << packet->event
+          << " payload=" << packet->payload;
+  return printed.str();
 }
 
 std::string binary(std::string_view items) {

@@ -119,17 +119,6 @@ std::string userInfo(std::string_view json) {
   return call ? encoder.encode(*call) : "none";
 }
 
-std::string callEvent(std::string_view index) {
-  using Call = KRCallEvent;
-  const Call events[] = {Call::StartCall{},   Call::CreateCall{},   Call::AnswerCall{{"c", "2", 1}},
-                         Call::StopCall{},    Call::IceSdp{},       Call::IceCandidate{},
-                         Call::CustomEvent{}, Call::SendEventCall{}};
-  const Call& event = events[std::stoul(std::string(index))];
-  EXPECT_EQ(koriva::fromRawValue<Call::Key>(event.type()), event.key());
-  EXPECT_EQ(encoder.encode(event), *toJsonString({{event.type(), event.toDictionary()}}));
-  return encoder.encode(event);
-}
-
 std::string error(std::string_view code) {
   const KRError error(std::stoll(std::string(code)));
   const std::error_code same = error;
@@ -152,7 +141,6 @@ TEST(Records, FollowTheirOwnLogic) {
       {{"message", message},
        {"group update", [](auto json) { return cased(*decode<KRGroupUpdateType>(json)); }},
        {"user info", userInfo},
-       {"call event", callEvent},
        {"KRError", error},
        {"cases", cases<KRMessageType, D::OnlineStatus, D::GroupType, D::Answer, D::IgnoreType,
                        D::MessageStatus, D::TokenType, D::GroupSortType>}});

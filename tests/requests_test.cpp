@@ -19,7 +19,10 @@ KRCallEvent callEvent(std::string_view type) {
                    E::IceCandidate{{"can", "mid", 3}},
                    E::CustomEvent{{"x", "y", 3, "data", "g0", "c0"}},
                    E::SendEventCall{{"x", "y", 2}}};
-  return events[static_cast<int>(koriva::fromRawValue<E::Key>(type).value())];
+  const auto& event = events[static_cast<int>(koriva::fromRawValue<E::Key>(type).value())];
+  EXPECT_EQ(event.type(), type);
+  EXPECT_EQ(text(event), *koriva::toJsonString({{type, event.toDictionary()}}));
+  return event;
 }
 
 /// An argument of a request, made of what a heading tells; of a completion that is its name.

@@ -48,7 +48,6 @@ io.engine.on("connection", (connection) =>
 const chat = io.of("/data");
 chat.use((client, next) => next(refusing ? new Error("not authorized") : undefined));
 chat.on("connection", (client) => {
-  report("query", client.handshake.query);
   client.on("disconnect", (reason) => report("disconnect", reason));
   client.onAny((event, ...items) => {
     const answer = typeof items.at(-1) === "function" ? items.pop() : undefined;

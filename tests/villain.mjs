@@ -68,7 +68,7 @@ class Peer {
   }
   join = () => this.hear(/^40\/data,$/);
   welcome() {
-    const open = '0{"pingInterval":25000,"pingTimeout":25000}';
+    const open = '0{"pingInterval":300000,"pingTimeout":25000}';
     return this.play(`request + upgrade + 81:${open} + join + 81:40/data,{}`);
   }
   async answer() {
