@@ -10,7 +10,7 @@ const colours = {
   'delegate call': '#3f87d9',
   floor: '#5a9e6f',
   'Beast floor': '#5a9e6f',
-  'hand-written append': '#5a9e6f',
+  'by hand': '#5a9e6f',
   'bare decode': '#5a9e6f',
 };
 const lineColours = ['#3f87d9', '#c9823a', '#5a9e6f', '#a678c4'];

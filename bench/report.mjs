@@ -31,29 +31,31 @@ function find(rows, [id, name, candidate, metric]) {
   return value;
 }
 
-/** The first metric beside that of the base, in the same case. */
+/** The metric divided by that of the base, in the same case. */
 function ratio(row, base, group, metric) {
   const other = group.find((each) => each.candidate === base);
-  return other ? `${figure(row.values[metric] / other.values[metric])}×` : '–';
+  return other ? figure(row.values[metric] / other.values[metric]) : '–';
 }
 
 function measuredTable(description, rows) {
-  const metrics = Object.keys(description.metrics);
+  const measured = ([metric]) => rows.some((row) => metric in row.values);
+  const columns = Object.entries(description.metrics).filter(measured);
+  const [[first]] = columns;
   const groups = grouped(rows);
   const manyCases = groups.size > 1;
   const lines = [...groups].flatMap(([name, group]) =>
     group.map((row, index) => [
       ...(manyCases ? [index === 0 ? name : ''] : []),
       row.candidate,
-      ...metrics.map((metric) => (metric in row.values ? figure(row.values[metric]) : '–')),
-      ...description.bases.map((base) => ratio(row, base, group, metrics[0])),
+      ...columns.map(([metric]) => (metric in row.values ? figure(row.values[metric]) : '–')),
+      ...description.bases.map((base) => ratio(row, base, group, first)),
     ]),
   );
   const heading = [
     ...(manyCases ? [''] : []),
     '',
-    ...Object.values(description.metrics),
-    ...description.bases.map((base) => `beside ${base}`),
+    ...columns.map(([, heading]) => heading),
+    ...description.bases.map((base) => `÷ ${base}`),
   ];
   return table(heading, lines);
 }

@@ -1,6 +1,6 @@
 // Runs the benchmark programs and hands what they say to the report: script/bench.
 import { execFileSync, spawn } from 'node:child_process';
-import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
+import { mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import os from 'node:os';
 import { join } from 'node:path';
 import { performance } from 'node:perf_hooks';
@@ -10,7 +10,8 @@ import { parseArgs } from 'node:util';
 import { printReport, writeReport } from './report.mjs';
 import { clients, topics } from './topics.mjs';
 
-const results = 'build/bench/results.json';
+const results = 'build/bench/results';
+const wholeRun = join(results, 'whole-run.json');
 const idleSeconds = 30;
 const running = new Set();
 let options;
@@ -43,8 +44,6 @@ function launch(command, limit) {
   program.ended.catch(() => {}); // whoever waits for it hears of it
   return program;
 }
-
-const output = async (command) => (await launch(command, 180).ended).lines;
 
 function parsed(text, command) {
   try {
@@ -92,10 +91,11 @@ const sample = (table, name, candidate, values) => ({ table, case: name, candida
 const nanoseconds = { ns: 1, us: 1e3, ms: 1e6, s: 1e9 };
 
 function benchmarkSample(result, command) {
+  if (result.error_occurred) throw new Error(`${result.run_name}: ${result.error_message}`);
   const [topic, name, candidate] = result.run_name.split('/');
   const time = result.cpu_time * nanoseconds[result.time_unit];
   const values = { ns: time / result.items };
-  if ('bytes' in result) values.mb_s = (result.bytes / time) * 1000;
+  if (result.bytes > 0) values.mb_s = (result.bytes / time) * 1000;
   if ('allocations' in result) values.allocations = result.allocations;
   checkFigures(values, Object.keys(values), command);
   return sample(topic, name, candidate, values);
@@ -103,15 +103,19 @@ function benchmarkSample(result, command) {
 
 async function inProcess(program, topic) {
   progress(`${topic}: ${program}`);
+  const file = join(results, `${program}.json`); // as the library writes to standard output
+  rmSync(file, { force: true });
   const command = [
     native(program),
     `--benchmark_filter=^${topic}/`,
     '--benchmark_enable_random_interleaving=true',
     `--benchmark_repetitions=${options.rounds}`,
     '--benchmark_min_time=0.1',
-    '--benchmark_format=json',
+    `--benchmark_out=${file}`,
   ];
-  const { benchmarks = [] } = parsed((await output(command)).join('\n'), command);
+  await launch(command, 300).ended;
+  const text = readFileSync(file, 'utf8').replace(/: (NaN|-?Infinity)\b/g, ': null');
+  const { benchmarks = [] } = parsed(text, command);
   const runs = benchmarks
     .filter((result) => result.run_type === 'iteration')
     .sort((a, b) => a.family_index - b.family_index); // they come in the order they were run in
@@ -172,19 +176,21 @@ async function roundTrips() {
   return samples;
 }
 
+/** The resident memory of a program that does nothing, in KiB. */
+async function emptyProgram() {
+  const command = [native('empty')];
+  const { lines } = await launch(command, 10).ended;
+  return checkFigures(parsed(lines.at(-1) ?? '', command), ['rss_kib'], command).rss_kib;
+}
+
 async function idle(url) {
   progress(`idle: ${idleSeconds} s`);
-  const [line] = await output([native('empty')]);
-  const empty = checkFigures(parsed(line, [native('empty')]), ['rss_kib'], ['empty']).rss_kib;
+  const empty = await emptyProgram();
   const waiting = Object.values(clients).map(async (candidate) => {
     const values = await client(candidate, url, 'idle', '--seconds', idleSeconds);
-    const beyond = (values.rss_kib - empty) / 1024;
-    const cpu = ((values.cpu_us / 1000) * 60) / idleSeconds;
-    return sample('idle', 'C++ server', candidate, {
-      ...values,
-      beyond_mib: beyond,
-      cpu_ms: cpu,
-    });
+    const beyond_mib = (values.rss_kib - empty) / 1024;
+    const cpu_ms = ((values.cpu_us / 1000) * 60) / idleSeconds;
+    return sample('idle', 'C++ server', candidate, { ...values, beyond_mib, cpu_ms });
   });
   return Promise.all(waiting);
 }
@@ -293,6 +299,7 @@ function readOptions() {
 
 async function measure(names) {
   const cores = pinToCores();
+  mkdirSync(results, { recursive: true });
   const samples = [];
   for (const name of names) samples.push(...(await measurements[name]()));
   return { machine: machine(cores), rounds: options.rounds, rows: medians(samples) };
@@ -300,11 +307,10 @@ async function measure(names) {
 
 async function main() {
   options = readOptions();
-  if (options.report) return writeReport(JSON.parse(readFileSync(results)));
+  if (options.report) return writeReport(JSON.parse(readFileSync(wholeRun)));
   if (options.topics.length > 0) return printReport(await measure(options.topics), options.topics);
   const measured = await measure(Object.keys(topics));
-  mkdirSync('build/bench', { recursive: true });
-  writeFileSync(results, JSON.stringify(measured, null, 1));
+  writeFileSync(wholeRun, JSON.stringify(measured, null, 1));
   printReport(measured, Object.keys(topics));
   return writeReport(measured);
 }

@@ -65,22 +65,24 @@ export const topics = {
   },
   encode: {
     title: 'Encoding',
-    text: 'From the record to the bytes of the frame that sends it.',
+    text:
+      'From the call of `sendMessage` to the bytes of its frame, beside the same frame made with ' +
+      'nlohmann-json and by hand, with appends to a text.',
     tables: [
       {
         id: 'encode',
         title: 'Time per frame',
         metrics: { ns: 'ns per frame', mb_s: 'MB/s', allocations: 'allocations per frame' },
-        bases: ['hand-written append'],
+        bases: ['by hand'],
         chart: 'bars',
       },
     ],
     targets: [
       {
-        what: 'KorivaSDK ÷ hand-written append',
+        what: 'KorivaSDK ÷ by hand',
         most: 1.3,
         of: ['encode', '*', 'KorivaSDK', 'ns'],
-        per: ['encode', '*', 'hand-written append', 'ns'],
+        per: ['encode', '*', 'by hand', 'ns'],
       },
     ],
   },
@@ -223,13 +225,13 @@ export const topics = {
   growth: {
     title: 'Growth',
     text:
-      'What one more costs when there are many already, a level line being linear growth; and ' +
-      'pushes of about 700 bytes, as fast as the C++ server can send them.',
+      'What a request costs with as many in flight, and a push with as many delegates that hear of ' +
+      'it; and pushes of about 700 bytes, as fast as the C++ server can send them.',
     tables: [
       {
         id: 'growth',
-        title: 'Time for each, by their number',
-        metrics: { ns: 'ns each' },
+        title: 'Time per request or push, by the number of requests or delegates',
+        metrics: { ns: 'ns' },
         bases: [],
         chart: 'lines',
       },
