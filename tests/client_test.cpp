@@ -35,7 +35,6 @@ struct Play : ServerTest {
       {"interval", [](auto& ms) { koriva::timing().reconnectInterval = milliseconds(ms); }},
       {"limit", [](auto& ms) { koriva::timing().limits.acknowledgement = milliseconds(ms); }},
       {"url", [this](auto& url) { print(sdk->setBaseUrl(url) ? "taken" : "refused"); }},
-      {"home", [this](auto&) { sdk->setBaseUrl(server.url()); }},
       {"login", [this](auto& isNew) { login(isNew == "new"); }},
       {"logout", [this](auto&) { sdk->logout(); }},
       {"disconnect", [this](auto&) { sdk->disconnect(); }},
@@ -71,9 +70,7 @@ struct Play : ServerTest {
       {"logoutEvent", [this](auto&) { sdk->sendLogoutEvent(1001, 1); }},
       {"delegate",
        [this](auto& name) {
-         auto& recorder = recorders[name];
-         if (!recorder) recorder = std::make_shared<Recorder>(name);
-         sdk->addDelegate(recorder);
+         sdk->addDelegate(recorders.emplace(name, std::make_shared<Recorder>(name)).first->second);
        }},
       {"within",
        [this](auto& script) {
@@ -87,7 +84,6 @@ struct Play : ServerTest {
       {"refuse", [this](auto& is) { server.tell(R"({"do":"refuse","on":)" + is + "}"); }},
       {"error", [this](auto& code) { server.push("error", "{\"error\":" + code + "}"); }},
       {"heard", [this](auto& of) { EXPECT_TRUE(awaitReports(of, 1)); }},
-      {"forget", [this](auto&) { server.tell(R"({"do":"forget"})"); }},
       {"count", [this](auto& of) { print(std::to_string(server.reports(of).size())); }},
       {"last", [this](auto& of) { print(json::serialize(server.reports(of).back())); }},
       {"await", [this](auto& text) { await(text); }},
