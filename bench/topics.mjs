@@ -225,8 +225,8 @@ export const topics = {
   growth: {
     title: 'Growth',
     text:
-      'What a request costs with as many in flight, and a push with as many delegates that hear of ' +
-      'it; and pushes of about 700 bytes, as fast as the C++ server can send them.',
+      'What a request costs with as many in flight, and a push with as many delegates that hear ' +
+      'of it; and pushes of about 700 bytes, as fast as the C++ server can send them.',
     tables: [
       {
         id: 'growth',
