@@ -22,6 +22,7 @@ TEST_F(PushesTest, ReachEveryDelegate) {
     std::istringstream events(names);
     for (std::string event; events >> event;) {
       SCOPED_TRACE(event + " " + items);
+      console.take();
       server.push(event, items);
       settle();
       EXPECT_EQ(console.take(), heard);
