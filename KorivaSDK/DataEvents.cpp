@@ -28,14 +28,6 @@ struct ServerError {
   static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::error>("error"));
 };
 
-template <class Record>
-std::optional<Record> decoded(std::optional<std::string_view> items) {
-  if (!items) return std::nullopt;
-  auto record = koriva::json::decodeFirst<Record>(*items);
-  if (!record) return std::nullopt;
-  return *std::move(record);
-}
-
 std::optional<KRGroupEventKind> typingKind(std::int64_t eventType) {
   if (eventType == KREvent::EVENT_TYPE_MESSAGING_START_TYPING) {
     return KRGroupEventKind::StartTyping{};
@@ -51,7 +43,9 @@ std::optional<std::string_view> itemsAsTheyAre(const Items& items) { return item
 void KorivaSDK::addDataHandlers(Socket& socket) {
   const auto add = [&]<class Record>(Push<Record> push, auto* dataOf) {
     on(socket, push.event, [tell = push.tell, dataOf](KorivaSDK& sdk, const Items& items) {
-      const auto record = decoded<Record>(dataOf(items));
+      const auto data = dataOf(items);
+      if (!data) return;
+      const auto record = koriva::json::decodeFirst<Record>(*data);
       if (!record) return;
       sdk.forEachDelegate([&](KorivaDelegate& delegate) { tell(delegate, *record); });
     });
@@ -87,7 +81,9 @@ void KorivaSDK::addDataHandlers(Socket& socket) {
   push(Push<KRIceCandidate>{
       "ice_candidate", [](auto& to, auto& it) { to.didReceiveCall(Event::IceCandidate{it}); }});
   on(socket, "event", [](KorivaSDK& sdk, const Items& items) {
-    const auto event = decoded<KREvent>(getDataFromAck(items));
+    const auto data = getDataFromAck(items);
+    if (!data) return;
+    const auto event = koriva::json::decodeFirst<KREvent>(*data);
     if (!event) return;
     sdk.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
     const auto typing = typingKind(event->type);

@@ -21,7 +21,7 @@ namespace koriva::json {
 
 namespace detail {
 
-/// Reads JSON text into the value; nothing may follow it.
+/// Reads JSON text into a value that is as it was made; nothing may follow it.
 KR_EXPORT boost::system::error_code decode(const Type& type, void* value, std::string_view json);
 /// The same for text in which a comma and anything may follow the value.
 KR_EXPORT boost::system::error_code decodeFirst(const Type& type, void* value,
@@ -31,6 +31,14 @@ KR_EXPORT bool append(std::string& out, const Type& type, const void* value);
 KR_EXPORT boost::system::error_code mismatch();
 
 using Reader = boost::system::error_code (*)(const Type&, void*, std::string_view);
+
+// A function of its own, not a branch of read(), so that compilers make the record in its place.
+template <class T>
+boost::system::result<T> readPlainly(Reader reader, std::string_view json) {
+  boost::system::result<T> value(boost::system::in_place_value);
+  if (const auto error = reader(typeOf<T>, &*value, json)) value = error;
+  return value;
+}
 
 template <class T>
 boost::system::result<T> read(Reader reader, std::string_view json) {
@@ -42,9 +50,7 @@ boost::system::result<T> read(Reader reader, std::string_view json) {
     if (!value) return mismatch();
     return std::move(*value);
   } else {
-    boost::system::result<T> value(T{});
-    if (const auto error = reader(typeOf<T>, &*value, json)) value = error;
-    return value;
+    return readPlainly<T>(reader, json);
   }
 }
 

@@ -177,9 +177,7 @@ class Handler {
   Handler(const Type& type, void* value) : type_(&type), member_(value) {}
 
   /// Dynamic values are collected where typed reading skips, so that it pays nothing for them.
-  explicit Handler(boost::json::value_stack& values) : skipped_(1), values_(&values) {
-    values.reset();
-  }
+  explicit Handler(boost::json::value_stack& values) : skipped_(1), values_(&values) {}
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
@@ -352,7 +350,7 @@ class Handler {
         return true;
       }
       if (type_->kind == ofTexts) {
-        beginTexts();
+        push(ofTexts, nullptr, open(*type_, member_));
         return true;
       }
     } else if (ofRecords == Kind::record && top().kind == Kind::records) {
@@ -361,16 +359,6 @@ class Handler {
       return true;
     }
     return mismatch(1, ec);
-  }
-
-  void beginTexts() {
-    void* value = open(*type_, member_);
-    if (type_->kind == Kind::texts) {
-      static_cast<std::vector<std::string>*>(value)->clear();
-    } else {
-      static_cast<std::map<std::string, std::string>*>(value)->clear();
-    }
-    push(type_->kind, nullptr, value);
   }
 
   void useKey(std::string_view key) {
@@ -387,7 +375,9 @@ class Handler {
     type_ = field->type;
     member_ = field->member(level.value);
     level.field = static_cast<std::uint8_t>(field - level.record->fields);
-    level.present |= std::uint64_t{1} << level.field;
+    const auto bit = std::uint64_t{1} << level.field;
+    if ((level.present & bit) != 0) makePristine(level);  // the last of equal keys wins
+    level.present |= bit;
   }
 
   /// Finds the text that the string now beginning goes to; none when it is skipped.
@@ -399,7 +389,7 @@ class Handler {
       if (!type_) return true;
       if (type_->kind != Kind::text) return mismatch(0, ec);
       text_ = static_cast<std::string*>(open(*type_, member_));
-      text_->clear();
+      text_->clear();  // of its default
     } else if (top().kind == Kind::texts) {
       auto& texts = *static_cast<std::vector<std::string>*>(top().value);
       if (texts.capacity() == 0) texts.reserve(4);
@@ -443,13 +433,18 @@ class Handler {
     for (; !isAtMember(); pop()) ++opened;
     if (depth_ == 0) return fail(ec, error::not_object);
     Level& level = top();
+    makePristine(level);
+    level.present &= ~(std::uint64_t{1} << level.field);
+    skipped_ = opened;
+    return true;
+  }
+
+  /// Gives the member that is being read its initial value.
+  static void makePristine(const Level& level) {
     const Field& field = level.record->fields[level.field];
     // Only read, but found with the function that serves writing too.
     void* pristine = const_cast<void*>(level.record->pristine());
     field.type->assign(field.member(level.value), field.member(pristine));
-    level.present &= ~(std::uint64_t{1} << level.field);
-    skipped_ = opened;
-    return true;
   }
 
   const Type* type_ = nullptr;  ///< null: the value of an unknown key
@@ -508,6 +503,9 @@ std::optional<std::string> withoutLoneSurrogates(std::string_view text) {
   return repaired;
 }
 
+void empty(const Type& type, void* value) { type.reset(value); }
+void empty(boost::json::value_stack& values) { values.reset(); }
+
 // Once the value is complete, what follows is no reason to read it again: documents within
 // documents would be read 2, 4, 8 ... times.
 template <class... Target>
@@ -515,7 +513,9 @@ error_code parse(std::string_view json, Rest rest, Target&... target) {
   const error_code ec = parseOnce(json, rest, target...);
   if (!ec || ec == error::not_object || ec == error::extra_data) return ec;
   const auto repaired = withoutLoneSurrogates(json);
-  return repaired ? parseOnce(*repaired, rest, target...) : ec;
+  if (!repaired) return ec;
+  empty(target...);
+  return parseOnce(*repaired, rest, target...);
 }
 
 /// Counts the documents that are being read within one another on this thread.
@@ -540,6 +540,7 @@ error_code decodeWith(Rest rest, const Type& type, void* value, std::string_view
 
 std::optional<boost::json::value> parseDynamic(std::string_view json, Rest rest) {
   boost::json::value_stack values;
+  values.reset();
   if (parse(json, rest, values)) return std::nullopt;
   return values.release();
 }

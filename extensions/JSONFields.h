@@ -104,12 +104,12 @@ struct Type {
   Kind kind = Kind::text;
   /// Of a record, or of the elements of a list of records.
   const Record* record = nullptr;
-  /// Empties the member and returns where its value goes; null when that is the member itself and
-  /// the coder can empty it.
+  /// Makes room in an optional member and returns where its value goes; null for other types.
   void* (*open)(void* member) = nullptr;
   /// The value inside an optional, null when absent; null for other types.
   const void* (*peek)(const void* member) = nullptr;
   void (*assign)(void* member, const void* from) = nullptr;
+  void (*reset)(void* value) = nullptr;
 };
 
 /// A default other than the member's own.
@@ -300,6 +300,7 @@ constexpr Type makeType() {
   type.assign = [](void* member, const void* from) {
     *static_cast<T*>(member) = *static_cast<const T*>(from);
   };
+  type.reset = [](void* value) { *static_cast<T*>(value) = T{}; };
   if constexpr (Unwrapped<T>::isOptional) {
     type.open = [](void* member) -> void* { return &static_cast<T*>(member)->emplace(); };
     type.peek = [](const void* member) -> const void* {
@@ -324,22 +325,10 @@ constexpr Type makeType() {
   } else if constexpr (!std::is_void_v<Element>) {
     type.kind = Kind::records;
     type.record = &recordOf<Element>;
-    if (type.open == nullptr) {
-      type.open = [](void* member) {
-        static_cast<T*>(member)->clear();
-        return member;
-      };
-    }
   } else {
     static_assert(std::is_class_v<Value>, "not a type that travels as JSON");
     type.kind = Kind::record;
     type.record = &recordOf<Value>;
-    if (type.open == nullptr) {
-      type.open = [](void* member) {
-        *static_cast<T*>(member) = T{};
-        return member;
-      };
-    }
   }
   return type;
 }

@@ -170,23 +170,26 @@ void Engine::onBinary(std::string frame) {
 }
 
 void Engine::deliver(Partial message) {
-  auto call = [message = std::move(message)](Listener& listener) {
-    if (message.type == PacketType::ack || message.type == PacketType::binaryAck) {
-      listener.onAck(message.id, message.items);
-    } else {
-      listener.onEvent(message.event, message.items);
-    }
-  };
-  if (executors_.onHandleQueue()) return tell(std::move(call));
-
+  if (executors_.onHandleQueue()) {
+    if (const auto listener = listener_.lock()) message.tell(*listener);
+    return;
+  }
   if (++undelivered_ > limits_.undelivered && !paused_) {
     paused_ = true;
     transport_->pauseReading(true);
   }
-  executors_.postHandler([self = shared_from_this(), call = std::move(call)]() mutable {
+  executors_.postHandler([self = shared_from_this(), message = std::move(message)] {
     if (--self->undelivered_ == 0) self->resumeReading();
-    if (const auto listener = self->listener_.lock()) call(*listener);
+    if (const auto listener = self->listener_.lock()) message.tell(*listener);
   });
+}
+
+void Engine::Partial::tell(Listener& listener) const {
+  if (type == PacketType::ack || type == PacketType::binaryAck) {
+    listener.onAck(id, items);
+  } else {
+    listener.onEvent(event, items);
+  }
 }
 
 void Engine::resumeReading() {

@@ -52,6 +52,8 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
  private:
   enum class State { idle, opening, joining, joined, closed };
   struct Partial {
+    void tell(Listener& listener) const;
+
     PacketType type{};
     std::uint64_t id = 0;
     std::string event;
