@@ -13,7 +13,7 @@ Socket::Socket(const Executors& executors, std::shared_ptr<Engine> engine, std::
       ackAlarm_(std::make_shared<Alarm>(executors)) {}
 
 void Socket::on(std::string_view event, Handler handler) {
-  if (handlers_) handlers_->emplace_back(event, std::move(handler));
+  if (handlers_) (*handlers_)[std::string(event)].push_back(std::move(handler));
 }
 
 void Socket::connect(const Endpoint& endpoint, const ConnectParameters& parameters) {
@@ -49,14 +49,17 @@ void Socket::emitWithAck(std::string event, std::string items, Handler onAck) {
   enqueue({std::move(event), std::move(items), std::move(onAck)});
 }
 
+// On the handle queue nothing waits for its turn: every detour would cost each answer another one.
 void Socket::enqueue(Emission emission) {
-  bool first = false;
-  {
-    const std::lock_guard lock(queueMutex_);
-    first = queue_.empty();
-    queue_.push_back(std::move(emission));
+  std::unique_lock lock(queueMutex_);
+  const bool isFirst = queue_.empty();
+  if (isFirst && executors_.onHandleQueue()) {
+    lock.unlock();
+    return send(std::move(emission));
   }
-  if (first) executors_.postHandler([self = shared_from_this()] { self->sendQueued(); });
+  queue_.push_back(std::move(emission));
+  lock.unlock();
+  if (isFirst) executors_.postHandler([self = shared_from_this()] { self->sendQueued(); });
 }
 
 void Socket::sendQueued() {
@@ -71,14 +74,16 @@ void Socket::sendQueued() {
 void Socket::send(Emission emission) {
   std::optional<std::uint64_t> id;
   if (emission.onAck) id = awaitAck(std::move(emission.onAck));
-  if (status() != Status::connected) {
-    return raiseError("\"" + emission.event + "\" was not sent: not connected");
-  }
+  if (status() != Status::connected) return refuse(emission.event, "not connected");
   auto frame = encodeEvent(nsp_, id, emission.event, emission.items);
-  if (const char* reason = engine_->refusal(frame.size())) {
-    return raiseError("\"" + emission.event + "\" was not sent: " + reason);
-  }
+  if (const char* reason = engine_->refusal(frame.size())) return refuse(emission.event, reason);
   engine_->send(std::move(frame));
+}
+
+// Later: the caller may be an emission, in which no handler runs.
+void Socket::refuse(const std::string& event, const char* reason) {
+  executors_.postHandler([self = shared_from_this(), text = "\"" + event + "\" was not sent: " +
+                                                            reason] { self->raiseError(text); });
 }
 
 std::uint64_t Socket::awaitAck(Handler onAck) {
@@ -141,9 +146,10 @@ void Socket::raiseError(std::string_view text) { raise(errorEvent, Items(quoted(
 void Socket::raise(std::string_view event, const Items& items) {
   const auto handlers = handlers_;  // a handler may release this socket
   if (!handlers) return;
-  for (std::size_t i = 0; i < handlers->size(); ++i) {
-    if ((*handlers)[i].first == event) (*handlers)[i].second(items);
-    if (handlers_ != handlers) return;
+  const auto found = handlers->find(event);
+  if (found == handlers->end()) return;
+  for (std::size_t i = 0; i < found->second.size() && handlers_ == handlers; ++i) {
+    found->second[i](items);
   }
 }
 

@@ -3,11 +3,11 @@
 #include <atomic>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "socketio/Engine.h"
@@ -67,7 +67,8 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
     Clock::time_point deadline;
     Handler onAck;  ///< empty once answered
   };
-  using Handlers = std::deque<std::pair<std::string, Handler>>;  // adding moves no running handler
+  // By event. Adding moves no running handler.
+  using Handlers = std::map<std::string, std::deque<Handler>, std::less<>>;
 
   void onConnected() override;
   void onEvent(const std::string& event, const Items& items) override;
@@ -77,6 +78,7 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   void enqueue(Emission emission);
   void sendQueued();
   void send(Emission emission);
+  void refuse(const std::string& event, const char* reason);
   std::uint64_t awaitAck(Handler onAck);
   void watchAcks();
   void expireAcks();
