@@ -1,4 +1,4 @@
-#include <boost/json/value.hpp>
+#include <boost/json/object.hpp>
 
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/RequestChannel.h"
@@ -44,17 +44,17 @@ void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
                      // NOLINTNEXTLINE(performance-unnecessary-value-param): as in all requests
                      KRCompletion<KRCallEvent> /*completion*/) {
   using Event = KRCallEvent;
-  const auto payload = std::visit(
+  auto payload = std::visit(
       koriva::Overloaded{
-          [&](const Event::StopCall&) -> KRDictionary {
+          [&](const Event::StopCall&) -> koriva::Payload {
             return {{"group_id", groupId}, {"call_id", callId}, {"uin", senderUin}};
           },
-          [&](const Event::IceSdp& it) -> KRDictionary {
+          [&](const Event::IceSdp& it) -> koriva::Payload {
             return {{"group_id", groupId},     {"call_id", callId},
                     {"sender_uin", senderUin}, {"receiver_uin", receiverUin},
                     {"type", it.iceSdp.type},  {"sdp", it.iceSdp.sdp}};
           },
-          [&](const Event::IceCandidate& it) -> KRDictionary {
+          [&](const Event::IceCandidate& it) -> koriva::Payload {
             return {{"group_id", groupId},
                     {"call_id", callId},
                     {"sender_uin", senderUin},
@@ -63,24 +63,24 @@ void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
                     {"sdp_mid", it.iceCandidate.sdpMid},
                     {"sdp_mline_index", it.iceCandidate.sdpMlineIndex}};
           },
-          [&](const Event::AnswerCall& it) -> KRDictionary {
+          [&](const Event::AnswerCall& it) -> koriva::Payload {
             return {{"group_id", groupId},
                     {"call_id", callId},
                     {"callee_uin", it.answerCall.calleeUin},
                     {"answer", it.answerCall.type}};
           },
-          [&](const Event::CustomEvent& it) -> KRDictionary {
+          [&](const Event::CustomEvent& it) -> koriva::Payload {
             return {{"group_id", groupId},
                     {"sender_uin", senderUin},
                     {"receiver_uin", receiverUin},
                     {"type", it.event.type},
                     {"data", it.event.data}};
           },
-          [&](const Event::SendEventCall& it) -> KRDictionary {
+          [&](const Event::SendEventCall& it) -> koriva::Payload {
             return {{"group_id", groupId}, {"call_id", callId}, {"event", it.startCall.event}};
           },
-          [](const auto&) { return KRDictionary(); },
+          [](const auto&) { return koriva::Payload{}; },
       },
       event.value);
-  emitEvent(event.type(), payload);
+  emitEvent(event.type(), std::move(payload));
 }

@@ -1,5 +1,3 @@
-#include <boost/json/value.hpp>
-
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/RequestChannel.h"
 #include "extensions/JSONPrinter.h"

@@ -35,6 +35,6 @@ void KorivaSDK::checkGroup(const std::string& groupType, const std::vector<std::
                            KRCompletion<KRConversation> completion) {
   const auto uins = boost::json::array(userIds.begin(), userIds.end());
   koriva::printLine("KorivaSDK - check_group, occupants_uins: " + koriva::json::printedForm(uins));
-  request("check_group", {{"type", groupType}, {"occupants_uins", uins}},
+  request("check_group", {{"type", groupType}, {"occupants_uins", userIds}},
           koriva::decodeConversation, std::move(completion));
 }

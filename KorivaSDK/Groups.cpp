@@ -1,25 +1,11 @@
-#include <boost/json/value.hpp>
-
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/RequestChannel.h"
-
-namespace {
-
-boost::json::array arrayOf(const std::vector<std::string>& texts) {
-  return boost::json::array(texts.begin(), texts.end());
-}
-
-boost::json::array arrayOf(const std::optional<std::vector<std::string>>& texts) {
-  return texts ? arrayOf(*texts) : boost::json::array();
-}
-
-}  // namespace
 
 void KorivaSDK::createGroup(const KRConversation& group, const std::string& senderName,
                             const std::string& senderAvatar,
                             KRCompletion<KRConversation> completion) {
-  auto occupants = arrayOf(group.occupantsUins);
-  occupants.emplace_back(group.ownerUin);
+  auto occupants = group.occupantsUins;
+  occupants.push_back(group.ownerUin);
   request("create_group",
           {{"type", group.type},
            {"owner_uin", group.ownerUin},
@@ -35,13 +21,14 @@ void KorivaSDK::updateGroup(const KRConversation& group,
                             const std::optional<std::vector<std::string>>& addedUins,
                             const std::optional<std::vector<std::string>>& removedUins,
                             KRCompletion<KRConversation> completion) {
-  KRDictionary payload{{"group_id", group.groupID},
-                       {"push_all", arrayOf(addedUins)},
-                       {"pull_all", arrayOf(removedUins)}};
-  if (!group.name.empty()) payload["name"] = group.name;
-  if (!group.avatarUrl.empty()) payload["avatar_url"] = group.avatarUrl;
-  if (!group.ownerUin.empty()) payload["owner_uin"] = group.ownerUin;
-  request("update_group", payload, koriva::decodeConversation, std::move(completion));
+  const std::vector<std::string> none;
+  koriva::Payload payload{{"group_id", group.groupID},
+                          {"push_all", addedUins ? *addedUins : none},
+                          {"pull_all", removedUins ? *removedUins : none}};
+  if (!group.name.empty()) payload.add({"name", group.name});
+  if (!group.avatarUrl.empty()) payload.add({"avatar_url", group.avatarUrl});
+  if (!group.ownerUin.empty()) payload.add({"owner_uin", group.ownerUin});
+  request("update_group", std::move(payload), koriva::decodeConversation, std::move(completion));
 }
 
 void KorivaSDK::deleteGroup(const std::string& groupID, KRCompletion<std::string> completion) {

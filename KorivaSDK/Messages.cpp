@@ -1,5 +1,3 @@
-#include <boost/json/value.hpp>
-
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/RequestChannel.h"
 #include "extensions/JSONPrinter.h"
@@ -21,25 +19,27 @@ constexpr auto decodeMessage =
 void KorivaSDK::getListMessage(const std::string& groupID, const std::string& lastMessageID,
                                std::int64_t page, std::int64_t pageSize,
                                KRCompletion<KRMessageList> completion) {
-  KRDictionary payload{{"group_id", groupID}, {"pindex", page}, {"psize", pageSize}};
-  if (!lastMessageID.empty()) payload["last_message_id"] = lastMessageID;
-  request("list_message", payload, koriva::decodeRecord<KRMessageList>, std::move(completion));
+  koriva::Payload payload{{"group_id", groupID}, {"pindex", page}, {"psize", pageSize}};
+  if (!lastMessageID.empty()) payload.add({"last_message_id", lastMessageID});
+  request("list_message", std::move(payload), koriva::decodeRecord<KRMessageList>,
+          std::move(completion));
 }
 
 void KorivaSDK::sendMessage(const KRMessage& message, KRCompletion<KRMessage> completion) {
-  KRDictionary payload{{"group_id", message.groupID},
-                       {"message", koriva::replaceSpecialCharacters(message.message)},
-                       {"sender_name", message.senderName},
-                       {"sender_avatar", message.senderAvatar},
-                       {"nonce", message.messageID},
-                       {"version", message.version},
-                       {"is_encrypted", message.isEncrypted}};
+  koriva::Payload payload{{"group_id", message.groupID},
+                          {"message", koriva::replaceSpecialCharacters(message.message)},
+                          {"sender_name", message.senderName},
+                          {"sender_avatar", message.senderAvatar},
+                          {"nonce", message.messageID},
+                          {"version", message.version},
+                          {"is_encrypted", message.isEncrypted}};
   if (message.messageType() != KRMessageType::text) {
     const auto attachments = koriva::escapedString(message.attachments);
-    payload["type"] = message.type;
-    payload["attachments"] = koriva::replaceAll(attachments, R"(\\)", R"(\\\)");
+    payload.add({"type", message.type});
+    payload.add({"attachments", koriva::replaceAll(attachments, R"(\\)", R"(\\\)")});
   }
-  request("create_message", payload, decodeMessage<RepetitionIsDuplicate>, std::move(completion));
+  request("create_message", std::move(payload), decodeMessage<RepetitionIsDuplicate>,
+          std::move(completion));
 }
 
 void KorivaSDK::updateMessageStatus(const KRMessage& message, std::int64_t status,

@@ -33,12 +33,6 @@ bool koriva::isReadable(std::string_view items) {
 
 namespace {
 
-std::string payloadText(const KRDictionary& payload) {
-  std::string text;
-  koriva::json::write(text, payload, koriva::json::InvalidText::replace);
-  return text;
-}
-
 std::string_view withoutSpaceInFront(std::string_view text) {
   return text.substr(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
 }
@@ -53,14 +47,14 @@ bool isNoAck(std::string_view items) {
 
 }  // namespace
 
-void KorivaSDK::emitEvent(std::string_view event, const KRDictionary& payload) {
+void KorivaSDK::emitEvent(std::string_view event, koriva::Payload payload) {
   const auto socket = state_->socket.load();
-  if (socket) socket->emit(std::string(event), payloadText(payload));
+  if (socket) socket->emit(std::string(event), std::move(payload).text());
 }
 
-void KorivaSDK::emitWithAck(std::string_view event, const KRDictionary& payload, AckHandler onAck) {
+void KorivaSDK::emitWithAck(std::string_view event, koriva::Payload payload, AckHandler onAck) {
   const auto socket = state_->socket.load();
-  if (socket) socket->emitWithAck(std::string(event), payloadText(payload), std::move(onAck));
+  if (socket) socket->emitWithAck(std::string(event), std::move(payload).text(), std::move(onAck));
 }
 
 std::optional<std::string_view> KorivaSDK::getDataFromAck(const Items& items) {

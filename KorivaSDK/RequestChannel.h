@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "KorivaSDK/KorivaSDK.h"
+#include "KorivaSDK/Payload.h"
 #include "KorivaSDK/RunLoopInternals.h"
 
 namespace koriva {
@@ -30,16 +31,16 @@ bool isReadable(std::string_view items);
 }  // namespace koriva
 
 template <class T>
-void KorivaSDK::request(std::string_view event, const KRDictionary& payload, Decoding<T> decoding,
+void KorivaSDK::request(std::string_view event, koriva::Payload payload, Decoding<T> decoding,
                         KRCompletion<T> completion) {
-  request(event, payload, decoding, std::move(completion), koriva::FailureLine{});
+  request(event, std::move(payload), decoding, std::move(completion), koriva::FailureLine{});
 }
 
 template <class T>
-void KorivaSDK::request(std::string_view event, const KRDictionary& payload, Decoding<T> decoding,
+void KorivaSDK::request(std::string_view event, koriva::Payload payload, Decoding<T> decoding,
                         KRCompletion<T> completion, koriva::FailureLine line) {
   // The names are literals: the views outlive the request.
-  emitWithAck(event, payload,
+  emitWithAck(event, std::move(payload),
               [weak = weak_from_this(), event, decoding, completion = std::move(completion),
                line](const koriva::socketio::Items& items) {
                 if (weak.expired()) return;

@@ -70,9 +70,9 @@ std::string byHand(const KRMessage& message, std::uint64_t id) {
   return frame += "}]";
 }
 
-void setCounters(benchmark::State& state, std::size_t allocations) {
+void setCounters(benchmark::State& state, std::size_t frameSize, std::size_t allocations) {
   state.counters["items"] = burst;
-  state.counters["bytes"] = static_cast<double>(burst * Unconnected::instance().lastFrame.size());
+  state.counters["bytes"] = static_cast<double>(burst * frameSize);
   state.counters["allocations"] =
       static_cast<double>(allocations) / static_cast<double>(state.iterations()) / burst;
 }
@@ -91,7 +91,7 @@ void sendMessages(benchmark::State& state, const KRMessage& message) {
     onLoop([] { Unconnected::instance().answer(); });
     state.ResumeTiming();
   }
-  setCounters(state, allocations);
+  setCounters(state, Unconnected::instance().lastFrame.size(), allocations);
 }
 
 template <std::string (*Encode)(const KRMessage&, std::uint64_t)>
@@ -101,7 +101,8 @@ void encode(benchmark::State& state, const KRMessage& message) {
   for (auto _ : state) {
     for (int i = 0; i < burst; ++i) benchmark::DoNotOptimize(Encode(message, id++));
   }
-  setCounters(state, allocationCount() - before);
+  const std::size_t allocations = allocationCount() - before;
+  setCounters(state, Encode(message, 0).size(), allocations);
 }
 
 /// All candidates make the same frame, or the program ends.

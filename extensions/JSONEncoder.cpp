@@ -42,12 +42,37 @@ Sequence firstSequence(std::string_view text) {
   return {size, true};
 }
 
+/// Whether a byte is a character that is written as it is.
+constexpr auto isPlain = [] {
+  std::array<bool, 256> plain{};
+  for (std::size_t c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\';
+  return plain;
+}();
+
+/// Whether eight bytes are characters that are written as they are.
+bool arePlain(const char* bytes) {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  const std::uint64_t word = detail::loadBytes(bytes, 8);
+  // Marks the top bits of bytes below the limit; a borrow marks others only above one of these.
+  const auto hasLess = [](std::uint64_t bytesOf, unsigned limit) {
+    return (bytesOf - ones * limit) & ~bytesOf;
+  };
+  const auto special = word | hasLess(word, ' ') | hasLess(word ^ (ones * '"'), 1) |
+                       hasLess(word ^ (ones * '\\'), 1);
+  return (special & (ones * 0x80)) == 0;
+}
+
 /// How many bytes of a text can be written as they are.
 std::size_t plainLength(std::string_view text) {
   std::size_t i = 0;
+  while (i + 8 <= text.size() && arePlain(text.data() + i)) i += 8;
   while (i < text.size()) {
     const auto c = static_cast<unsigned char>(text[i]);
-    if (c < 0x20 || c == '"' || c == '\\') break;
+    if (isPlain[c]) {
+      ++i;
+      continue;
+    }
+    if (c < 0x80) break;
     const Sequence sequence = firstSequence(text.substr(i));
     if (!sequence.isValid) break;
     i += sequence.size;

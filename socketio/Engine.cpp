@@ -117,7 +117,7 @@ void Engine::watchHeartbeat() {
 
 void Engine::onPacket(std::string frame) {
   partial_.reset();  // text instead of an awaited attachment: that packet is lost
-  const auto packet = parsePacket(std::string_view(frame).substr(1));
+  auto packet = parsePacket(std::string_view(frame).substr(1));
   if (!packet || packet->nsp != nsp_) return;
   switch (packet->type) {
     case PacketType::connect:
@@ -130,19 +130,19 @@ void Engine::onPacket(std::string frame) {
     case PacketType::connectError:
       return fail("the server refused the connection: " + refusalText(packet->payload));
     default:
-      if (state_ == State::joined) onMessage(*packet, std::move(frame));
+      if (state_ == State::joined) onMessage(*std::move(packet), std::move(frame));
   }
 }
 
 // By reference: moving a short frame would move the text that the packet's views point into.
-void Engine::onMessage(const Packet& packet, std::string&& frame) {
+void Engine::onMessage(Packet&& packet, std::string&& frame) {
   const auto offset = static_cast<std::size_t>(packet.payload.data() - frame.data());
   const auto length = packet.payload.size();
 
   Partial message;
   message.type = packet.type;
   message.id = packet.id.value_or(0);
-  message.event = packet.event;
+  message.event = std::move(packet.event);
   if (packet.type == PacketType::binaryEvent || packet.type == PacketType::binaryAck) {
     const auto holdsBinary = firstItemHoldsBinary(packet.payload, packet.attachments);
     if (!holdsBinary) return;

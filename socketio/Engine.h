@@ -68,7 +68,7 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
 
   void onHandshake(std::string_view json);
   void onPacket(std::string frame);
-  void onMessage(const Packet& packet, std::string&& frame);
+  void onMessage(Packet&& packet, std::string&& frame);
   void deliver(Partial message);
   void resumeReading();
   void watchHeartbeat();

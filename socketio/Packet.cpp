@@ -103,10 +103,23 @@ Binary findBinary(const json::value& value, std::size_t attachments) {
   return found;
 }
 
-std::string withNamespace(std::string_view type, std::string_view nsp) {
-  std::string frame(type);
+std::string withNamespace(std::string_view type, std::string_view nsp, std::size_t more = 0) {
+  std::string frame;
+  frame.reserve(type.size() + nsp.size() + 1 + more);
+  frame += type;
   if (nsp != "/") frame.append(nsp) += ',';
   return frame;
+}
+
+void appendQuoted(std::string& out, std::string_view text) {
+  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) {
+    return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+  });
+  if (isPlain) {
+    out.append(1, '"').append(text) += '"';
+  } else {
+    out += json::serialize(json::string(text));
+  }
 }
 
 }  // namespace
@@ -164,12 +177,11 @@ std::optional<bool> firstItemHoldsBinary(std::string_view items, std::size_t att
 
 std::string encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
                         std::string_view event, std::string_view items) {
-  std::string frame;
-  frame.reserve(nsp.size() + event.size() + items.size() + 32);
-  frame = withNamespace("42", nsp);
+  constexpr std::size_t idAndPunctuation = 32;
+  auto frame = withNamespace("42", nsp, event.size() + items.size() + idAndPunctuation);
   if (id) frame += std::to_string(*id);
   frame += '[';
-  frame += quoted(event);
+  appendQuoted(frame, event);
   if (!items.empty()) (frame += ',') += items;
   frame += ']';
   return frame;
@@ -210,6 +222,10 @@ std::string refusalText(std::string_view text) {
   return std::string(message->get_string());
 }
 
-std::string quoted(std::string_view text) { return json::serialize(json::string(text)); }
+std::string quoted(std::string_view text) {
+  std::string literal;
+  appendQuoted(literal, text);
+  return literal;
+}
 
 }  // namespace koriva::socketio

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "extensions/JSONCoding.h"
+
+namespace koriva {
+
+/// The JSON object that a request carries, such as `{{"group_id", groupID}, {"status", status}}`.
+/// It is written while it is made.
+class Payload {
+ public:
+  /// A key, which needs no escapes, and a value of any type that a record's field may have.
+  class Member {
+   public:
+    template <class T>
+    Member(std::string_view key, const T& value)
+        : key_(key), value_(&value), append_([](std::string& out, const void* from) {
+            return json::append(out, *static_cast<const T*>(from));
+          }) {}
+
+   private:
+    friend class Payload;
+    std::string_view key_;
+    const void* value_;
+    bool (*append_)(std::string& out, const void* from);
+  };
+
+  Payload(std::initializer_list<Member> members) {
+    text_.reserve(512);
+    text_ += '{';
+    for (const Member& member : members) add(member);
+  }
+
+  /// Members that JSON cannot say make an empty object.
+  Payload(const KRDictionary& dictionary) {
+    if (!json::write(text_, dictionary, json::InvalidText::replace)) text_ = "{}";
+    text_.pop_back();
+  }
+
+  void add(const Member& member) {
+    if (text_.size() > 1) text_ += ',';
+    text_.append(1, '"').append(member.key_).append("\":");
+    member.append_(text_, member.value_);
+  }
+
+  /// The whole object.
+  std::string text() && { return std::move(text_) + '}'; }
+
+ private:
+  std::string text_;  ///< without the closing brace
+};
+
+}  // namespace koriva
