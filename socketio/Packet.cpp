@@ -10,7 +10,7 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::string_view whitespace = " \t\r\n";
+constexpr bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 json::value parseJson(std::string_view text, boost::system::error_code& error) {
   json::parse_options options;
@@ -18,8 +18,8 @@ json::value parseJson(std::string_view text, boost::system::error_code& error) {
   return json::parse(text, error, {}, options);
 }
 
-void skipWhitespace(std::string_view& text) {
-  text.remove_prefix(std::min(text.find_first_not_of(whitespace), text.size()));
+void skipSpace(std::string_view& text) {
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
 }
 
 /// Takes a decimal number off the front; nothing when there is none or it overflows.
@@ -60,19 +60,19 @@ std::optional<std::string> takeString(std::string_view& text) {
 
 /// Splits `["name",items]` or `[items]`.
 bool readArray(std::string_view text, Packet& packet, bool named) {
-  const auto last = text.find_last_not_of(whitespace);
-  if (text.empty() || text.front() != '[' || last == 0 || text[last] != ']') return false;
-  text = text.substr(1, last - 1);
-  skipWhitespace(text);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  if (text.size() < 2 || text.front() != '[' || text.back() != ']') return false;
+  text = text.substr(1, text.size() - 2);
+  skipSpace(text);
   if (named) {
     auto event = takeString(text);
     if (!event) return false;
     packet.event = *std::move(event);
-    skipWhitespace(text);
+    skipSpace(text);
     if (!text.empty()) {
       if (text.front() != ',') return false;
       text.remove_prefix(1);
-      skipWhitespace(text);
+      skipSpace(text);
       if (text.empty()) return false;
     }
   }
