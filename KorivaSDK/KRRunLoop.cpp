@@ -40,7 +40,6 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
   }
   loop.running = false;
   if (loop.stopRequested && !loop.attached) loop.finishFarewells();
-  if (loop.stopRequested) loop.wake();  // for what was left undone
   loop.stopRequested = false;
   loop.rethrowKept();
 }
@@ -117,12 +116,7 @@ void KRRunLoop::Internals::endNetwork() {
   networkThread.join();
 }
 
-// Not while the loop runs on this thread: it goes on until nothing is ready.
 void KRRunLoop::Internals::wake() {
-  if (!context.get_executor().running_in_this_thread()) wakeAnyway();
-}
-
-void KRRunLoop::Internals::wakeAnyway() {
   if (!attached || woken.exchange(true)) return;
   boost::asio::dispatch(network, [this] {
     try {
@@ -137,7 +131,7 @@ void KRRunLoop::Internals::wakeAnyway() {
 void KRRunLoop::Internals::keepException(std::exception_ptr exception) {
   if (!kept) kept = std::move(exception);
   context.stop();
-  wakeAnyway();  // for the exception, and for what was left undone
+  wake();  // for the exception, and for what was left undone
 }
 
 void KRRunLoop::Internals::rethrowKept() {

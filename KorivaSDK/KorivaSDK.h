@@ -298,14 +298,14 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
           std::function<void(KorivaSDK& sdk, const koriva::socketio::Items& items)> handler);
   void forEachDelegate(const std::function<void(KorivaDelegate&)>& call);
 
-  void emitEvent(std::string_view event, koriva::Payload payload);
-  void emitWithAck(std::string_view event, koriva::Payload payload, AckHandler onAck);
+  void emitEvent(std::string_view event, koriva::Payload&& payload);
+  void emitWithAck(std::string_view event, koriva::Payload&& payload, AckHandler onAck);
   static std::optional<std::string_view> getDataFromAck(const koriva::socketio::Items& items);
   template <class T>
-  void request(std::string_view event, koriva::Payload payload, Decoding<T> decoding,
+  void request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
                KRCompletion<T> completion);
   template <class T>
-  void request(std::string_view event, koriva::Payload payload, Decoding<T> decoding,
+  void request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
                KRCompletion<T> completion, koriva::FailureLine line);
 
   std::unique_ptr<State> state_;

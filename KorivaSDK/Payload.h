@@ -44,7 +44,7 @@ class Payload {
   void add(const Member& member) {
     if (text_.size() > 1) text_ += ',';
     text_.append(1, '"').append(member.key_).append("\":");
-    member.append_(text_, member.value_);
+    if (!member.append_(text_, member.value_)) text_ += "null";
   }
 
   /// The whole object.

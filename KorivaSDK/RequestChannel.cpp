@@ -47,12 +47,12 @@ bool isNoAck(std::string_view items) {
 
 }  // namespace
 
-void KorivaSDK::emitEvent(std::string_view event, koriva::Payload payload) {
+void KorivaSDK::emitEvent(std::string_view event, koriva::Payload&& payload) {
   const auto socket = state_->socket.load();
   if (socket) socket->emit(std::string(event), std::move(payload).text());
 }
 
-void KorivaSDK::emitWithAck(std::string_view event, koriva::Payload payload, AckHandler onAck) {
+void KorivaSDK::emitWithAck(std::string_view event, koriva::Payload&& payload, AckHandler onAck) {
   const auto socket = state_->socket.load();
   if (socket) socket->emitWithAck(std::string(event), std::move(payload).text(), std::move(onAck));
 }

@@ -31,13 +31,13 @@ bool isReadable(std::string_view items);
 }  // namespace koriva
 
 template <class T>
-void KorivaSDK::request(std::string_view event, koriva::Payload payload, Decoding<T> decoding,
+void KorivaSDK::request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
                         KRCompletion<T> completion) {
   request(event, std::move(payload), decoding, std::move(completion), koriva::FailureLine{});
 }
 
 template <class T>
-void KorivaSDK::request(std::string_view event, koriva::Payload payload, Decoding<T> decoding,
+void KorivaSDK::request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
                         KRCompletion<T> completion, koriva::FailureLine line) {
   // The names are literals: the views outlive the request.
   emitWithAck(event, std::move(payload),

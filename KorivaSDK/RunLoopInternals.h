@@ -21,7 +21,6 @@ struct KRRunLoop::Internals {
   void keepException(std::exception_ptr exception);
   void rethrowKept();
   void wake();
-  void wakeAnyway();
   /// Whether connections are being closed that still have something to send.
   bool isSayingFarewell();
   void finishFarewells();

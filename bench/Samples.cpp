@@ -11,6 +11,24 @@ std::string attachments(const Document& document) {
   return KRJSONEncoder{}.encode(document);
 }
 
+/// A text message with an emoji, as most of a conversation's are.
+KRMessage sampleMessage(int number) {
+  const std::string id = std::to_string(100'000 + number);
+  std::string text = "Shall we meet at noon? 😀 I can bring the slides, and coffee ☕ #" + id;
+  if (number % 3 == 0) text += "\n\"See you\"";
+  KRMessage message("5f0c7e0a-41d2-4c8e-9d3b-" + id, "5f0c7e0a-8d14-4c1e-b7a2-000000000042",
+                    koriva::replaceSpecialCharacters(text), "User 1001",
+                    "https://files.example/avatars/1001.png", "1001", false);
+  message.groupAvatar = "https://files.example/groups/42.png";
+  message.groupName = "Project 42";
+  message.status = 3;
+  message.createdAt = number % 10 == 0 ? "1600000000" : "1600000000" + id;
+  message.seenUins = {"1001", "1002"};
+  message.receivedUins = {"1001", "1002", "1003"};
+  message.recipientUins = {"1002", "1003"};
+  return message;
+}
+
 KRMessage sampleOfMix(int number) {
   KRMessage message = sampleMessage(number);
   const int share = number % 20;
@@ -38,23 +56,6 @@ std::string asSent(const KRMessage& message) {
 }
 
 }  // namespace
-
-KRMessage sampleMessage(int number) {
-  const std::string id = std::to_string(100'000 + number);
-  std::string text = "Shall we meet at noon? 😀 I can bring the slides, and coffee ☕ #" + id;
-  if (number % 3 == 0) text += "\n\"See you\"";
-  KRMessage message("5f0c7e0a-41d2-4c8e-9d3b-" + id, "5f0c7e0a-8d14-4c1e-b7a2-000000000042",
-                    koriva::replaceSpecialCharacters(text), "User 1001",
-                    "https://files.example/avatars/1001.png", "1001", false);
-  message.groupAvatar = "https://files.example/groups/42.png";
-  message.groupName = "Project 42";
-  message.status = 3;
-  message.createdAt = number % 10 == 0 ? "1600000000" : "1600000000" + id;
-  message.seenUins = {"1001", "1002"};
-  message.receivedUins = {"1001", "1002", "1003"};
-  message.recipientUins = {"1002", "1003"};
-  return message;
-}
 
 std::string samplePage(int count) {
   std::string page = R"({"result":0,"group_id":"42","psize":1000,"pindex":0,"messages":[)";

@@ -4,9 +4,6 @@
 
 #include "models/KRMessage.h"
 
-/// A text message with an emoji, as most of a conversation's are.
-KRMessage sampleMessage(int number);
-
 /// The acknowledgement of "list_message" as a server sends it: 70 % texts, 15 % images, 10 % files
 /// and 5 % replies, about 700 bytes each, with the fields that clients do not write.
 std::string samplePage(int count);

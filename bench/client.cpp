@@ -12,6 +12,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/parse.hpp>
@@ -21,6 +22,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -53,8 +55,15 @@ class MainLoop {
     if (attached) KRRunLoop::main().attach([this] { eventfd_write(wakeUps_, 1); });
   }
 
+  /// Not by `KRRunLoop::runFor`, which looks at the time every second: waiting is measured too.
   void runFor(Clock::duration limit) {
-    if (!attached_) return KRRunLoop::main().runFor(limit);
+    if (!attached_) {
+      const std::jthread alarm([limit] {
+        std::this_thread::sleep_for(limit);
+        KRRunLoop::main().stop();
+      });
+      return KRRunLoop::main().run();
+    }
     const auto end = Clock::now() + limit;
     stopped_ = false;
     while (!stopped_ && waitUntil(end)) KRRunLoop::main().poll();
@@ -68,10 +77,11 @@ class MainLoop {
  private:
   /// Waits for a wake-up; false when none has come in time.
   [[nodiscard]] bool waitUntil(Clock::time_point end) const {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
     pollfd interest{wakeUps_, POLLIN, 0};
     eventfd_t count = 0;
-    return ::poll(&interest, 1, static_cast<int>(left.count())) == 1 &&
+    return ::poll(&interest, 1, static_cast<int>(std::max(left, milliseconds(0)).count())) == 1 &&
            eventfd_read(wakeUps_, &count) == 0;
   }
 
@@ -213,7 +223,7 @@ class Idle : public Mode {
 
 template <class ModeOfClient>
 std::string measure(bool attached, const bench::Arguments& arguments) {
-  MainLoop loop(attached);
+  static MainLoop loop(attached);  // the network thread wakes it until the process ends
   const auto mode = std::make_shared<ModeOfClient>(loop, arguments);
   KorivaSDK::shared()->addDelegate(mode);
   mode->login();

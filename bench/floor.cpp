@@ -3,6 +3,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/field.hpp>
 #include <boost/beast/websocket.hpp>
@@ -243,6 +244,14 @@ std::string pushes(const bench::Arguments& arguments, asio::io_context& context)
                         {"rss_kib", bench::residentKib()}});
 }
 
+/// Not by `run_for`, which looks at the time every second.
+void waitFor(bench::Clock::duration time, asio::io_context& context) {
+  asio::steady_timer timer(context, time);
+  timer.async_wait([&context](boost::system::error_code) { context.stop(); });
+  context.restart();
+  context.run();
+}
+
 std::string idle(const bench::Arguments& arguments, asio::io_context& context) {
   const auto connection = std::make_shared<Connection>(context, arguments.port());
   connection->open("floor", [&](std::string_view) {
@@ -250,10 +259,9 @@ std::string idle(const bench::Arguments& arguments, asio::io_context& context) {
     context.stop();
   });
   context.run();
-  context.restart();
-  context.run_for(bench::quietTime);
+  waitFor(bench::quietTime, context);
   const bench::Stopwatch stopwatch;
-  context.run_for(std::chrono::seconds(arguments.number("--seconds")));
+  waitFor(std::chrono::seconds(arguments.number("--seconds")), context);
   return bench::toJson(
       {{"cpu_us", stopwatch.cpuMicroseconds()}, {"rss_kib", bench::residentKib()}});
 }

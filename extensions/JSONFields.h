@@ -29,8 +29,8 @@
 /// time, who read or write the record.
 ///
 /// Members may be texts, std::int64_t, std::uint64_t, double, bool, lists of texts or of records,
-/// maps from text to text, records, and std::optional of any of these. Table order is writing
-/// order; an absent optional is not written.
+/// maps from text to text, records, and std::optional of any of these; lists and maps have no
+/// initial elements. Table order is writing order; an absent optional is not written.
 ///
 /// Where a table does not say enough, a record declares one or more of these static functions
 /// (private ones need `friend struct koriva::json::Access;`):

@@ -24,8 +24,13 @@ void Alarm::wait(Clock::time_point when, std::function<void()> task, Clock::dura
                      period](boost::system::error_code error) {
     // Without an error it may still have been replaced or cancelled, just after it was due.
     if (error || self->timer_.expiry() != when) return;
-    if (period != period.zero()) self->wait(Clock::now() + period, task, period);
-    self->executors_.dispatchHandler(task);
+    if (period == period.zero()) return self->executors_.dispatchHandler(task);
+    self->wait(Clock::now() + period, task, period);
+    if (self->isDue_.exchange(true)) return;
+    self->executors_.dispatchHandler([self, task] {
+      self->isDue_ = false;
+      task();
+    });
   });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/asio/basic_waitable_timer.hpp>
 #include <chrono>
 #include <functional>
@@ -19,7 +20,7 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
   explicit Alarm(const Executors& executors) : executors_(executors), timer_(executors.io()) {}
 
   /// Replaces what was set before. With a period the task is repeated until it is replaced or
-  /// cancelled, else it is destroyed once it has run.
+  /// cancelled, but for turns that come before it could run; else it is destroyed once it has run.
   void set(Clock::time_point when, std::function<void()> task, Clock::duration period = {});
   void cancel();
 
@@ -28,6 +29,7 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
 
   const Executors& executors_;
   Timer timer_;
+  std::atomic<bool> isDue_ = false;  ///< a repeated task waits to be run
 };
 
 }  // namespace koriva::socketio
