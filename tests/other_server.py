@@ -88,8 +88,12 @@ async def main():
     await site.start()
     print(site._server.sockets[0].getsockname()[1], flush=True)
     while line := await asyncio.to_thread(sys.stdin.readline):
-        told = json.loads(line)
-        print(json.dumps(commands[told["do"]](told), default=repr), flush=True)
+        try:
+            told = json.loads(line)
+            said = commands[told["do"]](told)
+        except Exception as error:
+            said = {"refused": repr(error)}
+        print(json.dumps(said, default=repr), flush=True)
 
 
 asyncio.run(main())

@@ -1,5 +1,7 @@
+#include <boost/core/demangle.hpp>
 #include <boost/json/value.hpp>
 #include <cmath>
+#include <typeinfo>
 
 #include "KorivaSDK/KRError.h"
 #include "extensions/JSONPrinter.h"
@@ -27,8 +29,9 @@ constexpr KRJSONEncoder encoder;
 /// same as no member: it fails a strict record and gives a lenient one that member's default.
 template <class T>
 void check(const Row& row) {
-  const auto& [name, full, defaults] = row;
-  SCOPED_TRACE(name);
+  const auto& [place, name, full, defaults] = row;
+  SCOPED_TRACE(place);
+  EXPECT_EQ(name, boost::core::demangle(typeid(T).name()));
   EXPECT_EQ(reread<T>(full), full);
   EXPECT_EQ(reread<T>("{}"), defaults);
   const auto members = parseDictionary(full).value();

@@ -1,6 +1,7 @@
 #!/usr/bin/env node
 // A scriptable server. Commands come as JSON lines on standard input, each is answered by one JSON
-// line on standard output; the first line is the port. It ends with its standard input.
+// line on standard output, which is {"refused":"why"} for what it cannot do; the first line is the
+// port. It ends with its standard input.
 //
 //   {"do":"answer","event":"x","items":[…]}   answers to "x" from now on
 //   {"do":"hold"}, {"do":"held"}, {"do":"release"}   keeps answers back, counts them, sends them
@@ -82,8 +83,12 @@ const commands = {
 };
 createInterface({ input: process.stdin })
   .on("line", async (line) => {
-    const command = JSON.parse(line);
-    say(await commands[command.do](command));
+    try {
+      const command = JSON.parse(line);
+      say(await commands[command.do](command));
+    } catch (error) {
+      say({ refused: error.message });
+    }
   })
   .on("close", () => process.exit());
 

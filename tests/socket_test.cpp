@@ -1,10 +1,12 @@
 #include "socketio/Socket.h"
 
 #include <boost/asio/io_context.hpp>
+#include <deque>
 #include <functional>
+#include <thread>
 
 #include "socketio/Manager.h"
-#include "support/Table.h"
+#include "support/Script.h"
 
 namespace koriva::socketio {
 namespace {
@@ -19,7 +21,10 @@ struct FakeTransport final : Transport {
     listener = std::move(heard);
     note("opens " + target);
   }
-  void send(std::string frame) override { note("sends " + frame); }
+  void send(std::string frame) override {
+    note("sends " + frame);
+    if (const auto found = whenSent.find(frame); found != whenSent.end()) found->second();
+  }
   void close() override { note("closes"); }
   void setIdleLimit(std::chrono::milliseconds limit) override {
     note("idles for " + std::to_string(limit.count()));
@@ -30,15 +35,23 @@ struct FakeTransport final : Transport {
   const Note note;
   std::weak_ptr<Listener> listener;
   std::size_t queued = 0;
+  std::map<std::string, std::function<void()>> whenSent;
 };
 
 /// A connection that a script's steps are done to, and what is seen of it.
 class Play {
  public:
-  std::string perform(std::string_view script) {
-    test::perform(steps_, script);
-    test::perform(steps_, "run + status");
-    return seen_;
+  std::string next() {
+    const auto end = Clock::now() + std::chrono::minutes(1);
+    while (seen_.empty() && Clock::now() < end) {
+      run();
+      if (seen_.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return takeNext();
+  }
+  std::string rest() {
+    run();
+    return takeNext();
   }
 
  private:
@@ -73,26 +86,33 @@ class Play {
       handlers_.restart();
     } while (network_.poll() > 0 || handlers_.poll() > 0);
   }
-  void join() {
+  void open() {
     connect();
     run();
+    seen_.clear();
+  }
+  void join() {
+    open();
     listener()->onText(R"(0{"pingInterval":25000,"pingTimeout":20000})");
     listener()->onText(R"(40/data,{"sid":"x"})");
     run();
     seen_.clear();
-  }
-  void await(const std::string& text) {
-    const auto end = Clock::now() + std::chrono::seconds(60);
-    while (seen_.find(text) == seen_.npos && Clock::now() < end) run();
   }
   void leaveWithin(const std::string& event) {
     socket().on(event, [this](const Items&) { manager_.reset(); });
     socket().on(event, noting("never"));
   }
 
-  std::string seen_;
-  const Note note_ = [this](const auto& text) { seen_ += (seen_.empty() ? "" : " + ") + text; };
-  Limits limits_;
+  std::string takeNext() {
+    if (seen_.empty()) return {};
+    const auto next = seen_.front();
+    seen_.pop_front();
+    return next;
+  }
+
+  std::deque<std::string> seen_;
+  const Note note_ = [this](const auto& text) { seen_.push_back(text); };
+  Limits limits_{.connect = std::chrono::hours(1), .acknowledgement = std::chrono::hours(1)};
   boost::asio::io_context network_;
   boost::asio::io_context handlers_;
   Executors executors_{network_.get_executor(), handlers_.get_executor()};
@@ -100,34 +120,36 @@ class Play {
   std::unique_ptr<Manager> manager_;
   std::shared_ptr<Socket> socket_;
 
-  const test::Steps steps_{
-      {"connectLimit", [this](const auto& ms) { limits_.connect = test::milliseconds(ms); }},
-      {"answerLimit", [this](const auto& ms) { limits_.acknowledgement = test::milliseconds(ms); }},
-      {"eventLimit", [this](const auto& count) { limits_.undelivered = std::stoul(count); }},
-      {"byteLimit", [this](const auto& count) { limits_.outgoingBytes = std::stoul(count); }},
-      {"queued", [this](const auto& count) { far_->queued = std::stoul(count); }},
-      {"connect", [this](const auto&) { connect(); }},
-      {"join", [this](const auto&) { join(); }},
-      {"text", [this](const auto& frame) { listener()->onText(frame); }},
-      {"binary", [this](const auto& frame) { listener()->onBinary(frame); }},
-      {"largest",
-       [this](const auto&) { listener()->onBinary(std::string(maxIncomingBytes, 'x')); }},
-      {"lose", [this](const auto& reason) { listener()->onClosed(reason); }},
-      {"emit", [this](const auto& event) { socket().emit(event, "1"); }},
-      {"ask", [this](const auto& name) { socket().emitWithAck("ask", "{}", noting(name)); }},
-      {"disconnect", [this](const auto&) { socket().disconnect(); }},
-      {"release", [this](const auto&) { manager_.reset(); }},
-      {"releaseWithin", [this](const auto& event) { leaveWithin(event); }},
-      {"status",
-       [this](const auto&) { note_(std::to_string(static_cast<int>(socket().status()))); }},
-      {"run", [this](const auto&) { run(); }},
-      {"await", [this](const auto& text) { await(text); }},
+  static std::size_t number(const test::Step& it) { return std::stoul(it.argument); }
+
+ public:
+  const test::Steps steps{
+      {"connectLimit", [this](auto& it) { limits_.connect = test::milliseconds(it.argument); }},
+      {"answerLimit",
+       [this](auto& it) { limits_.acknowledgement = test::milliseconds(it.argument); }},
+      {"eventLimit", [this](auto& it) { limits_.undelivered = number(it); }},
+      {"byteLimit", [this](auto& it) { limits_.outgoingBytes = number(it); }},
+      {"queued", [this](auto& it) { far_->queued = number(it); }},
+      {"connect", [this](auto&) { connect(); }},
+      {"open", [this](auto&) { open(); }},
+      {"join", [this](auto&) { join(); }},
+      {"text", [this](auto& it) { listener()->onText(it.argument); }},
+      {"binary", [this](auto& it) { listener()->onBinary(it.argument); }},
+      {"largest", [this](auto&) { listener()->onBinary(std::string(maxIncomingBytes, 'x')); }},
+      {"lose", [this](auto& it) { listener()->onClosed(it.argument); }},
+      {"whenSent:",
+       [this](auto& it) { far_->whenSent[it.argument] = [&] { perform(steps, it.body); }; }},
+      {"emit", [this](auto& it) { socket().emit(it.argument, "1"); }},
+      {"ask", [this](auto& it) { socket().emitWithAck("ask", "{}", noting(it.argument)); }},
+      {"disconnect", [this](auto&) { socket().disconnect(); }},
+      {"release", [this](auto&) { manager_.reset(); }},
+      {"releaseWithin", [this](auto& it) { leaveWithin(it.argument); }},
+      {"status", [this](auto&) { note_(std::to_string(static_cast<int>(socket().status()))); }},
+      {"run", [this](auto&) { run(); }},
   };
 };
 
-TEST(Socket, FollowsTheScript) {
-  test::checkTable("sockets.txt", {{"script", [](auto script) { return Play().perform(script); }}});
-}
+TEST(Socket, FollowsTheScript) { test::followScripts<Play>("sockets.txt"); }
 
 }  // namespace
 }  // namespace koriva::socketio

@@ -33,8 +33,8 @@ TEST(Tls, OnlyAVerifiedServerHearsAnything) {
   }
   Server server(R"({"tls":true})");
   server.answer("ask", R"([{"result":0}])");
-  for (const auto& [heading, input, output] : readTable("tls.txt")) {
-    SCOPED_TRACE(heading + ": " + input);
+  for (const auto& [place, heading, input, output] : readTable("tls.txt")) {
+    SCOPED_TRACE(place + ": " + heading + ": " + input);
     const auto host = heading.substr(0, heading.find(' '));
     const auto newest = heading.substr(host.size() + 1);
     const auto arguments = input.find(' ');

@@ -23,6 +23,9 @@ function frame(head, payload) {
   return Buffer.concat([Buffer.from([head, ...length]), payload]);
 }
 
+const stepsOf = (script) =>
+  script.split(" + ").map((step) => /^(raw|[\da-f]{2}):([^]*)/.exec(step) ?? [step]);
+
 let seed = 20822;
 const random = (below) => (seed = (seed * 16807) % 2147483647) % below;
 
@@ -34,8 +37,7 @@ class Peer {
   }
 
   async play(script) {
-    for (const step of script.split(" + ")) {
-      const [, head, text] = /^(raw|..):([^]*)/.exec(step) ?? [];
+    for (const [step, head, text] of stepsOf(script)) {
       if (!head) await this[step]();
       else this.write(head, unescaped(text));
     }
@@ -102,6 +104,10 @@ class Peer {
 
 /// The port of a server with these scripts, the last of which serves all further peers.
 export async function villain(scripts, report) {
+  const known = new Peer({ on() {} });
+  for (const [step, head] of scripts.flatMap(stepsOf)) {
+    if (!head && !known[step]) throw new Error(`there is no step '${step}'`);
+  }
   const http = createServer();
   http.on("upgrade", (request, socket) => socket.emit("request", request));
   http.on("clientError", () => {}); // who breaks off or speaks TLS

@@ -15,7 +15,7 @@ struct Attempt {
     int messages = 0;
   };
 
-  explicit Attempt(const std::string& url, const socketio::Limits& limits = {})
+  explicit Attempt(const std::string& url, const socketio::Limits& limits = patient)
       : manager(std::make_unique<socketio::Manager>(
             (attached(), KRRunLoop::main().internals().executors()),
             *socketio::Endpoint::parse(url),

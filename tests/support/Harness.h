@@ -5,12 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/algorithm/string/erase.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/json.hpp>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <semaphore>
 #include <stdexcept>
 
@@ -22,6 +24,12 @@ namespace koriva::test {
 namespace json = boost::json;
 using namespace std::chrono_literals;
 using koriva::printLine;
+
+/// What has to come may take so long, on the slowest of machines.
+inline constexpr auto patience = 60s;
+
+/// Limits that no test meets by being slow.
+inline constexpr socketio::Limits patient{.connect = 1h, .acknowledgement = 1h};
 
 inline std::counting_semaphore<> wakeUps(0);
 
@@ -40,9 +48,11 @@ inline void drive() {
 
 /// Drives the run loop until the condition holds; false when it never does.
 [[nodiscard]] bool runUntil(const auto& condition) {
-  const auto end = std::chrono::steady_clock::now() + 60s;
-  while (!condition() && std::chrono::steady_clock::now() < end) drive();
-  return condition();
+  const auto end = std::chrono::steady_clock::now() + patience;
+  for (; !condition(); drive()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+  }
+  return true;
 }
 
 /// The text of the runtime error that the run loop throws.
@@ -62,16 +72,30 @@ struct Console {
     if (testing::Test::HasFailure()) std::cout << all;
   }
 
-  /// What was printed since the last `take`.
-  std::string text() {
-    all += testing::internal::GetCapturedStdout();
-    testing::internal::CaptureStdout();
-    return all.substr(taken);
+  /// What was printed since the last taking, up to and including the text, if that has come.
+  std::optional<std::string> takeTo(const std::string& text) {
+    auto at = all.find(text, taken);
+    if (at == all.npos) {
+      read();
+      at = all.find(text, taken);
+    }
+    if (at == all.npos) return std::nullopt;
+    const auto from = std::exchange(taken, at + text.size());
+    return all.substr(from, taken - from);
   }
-  std::string take() { return all.substr(std::exchange(taken, taken + text().size())); }
+  std::string take() {
+    read();
+    return all.substr(std::exchange(taken, all.size()));
+  }
 
   std::string all;
   std::size_t taken = 0;
+
+ private:
+  void read() {
+    all += testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+  }
 };
 
 /// What a table says of the console.
@@ -84,9 +108,13 @@ class Server {
   ~Server() { kill(); }
 
   std::string url() const { return "http://127.0.0.1:" + port_; }
+  /// Its answer; throws when it cannot do what it is told.
   json::value tell(const std::string& command) {
     stream_ << command << std::endl;
-    return json::parse(readLine());
+    const auto said = json::parse(readLine());
+    const auto* refusal = said.is_object() ? said.get_object().if_contains("refused") : nullptr;
+    if (refusal) throw std::logic_error(json::value_to<std::string>(*refusal));
+    return said;
   }
   void answer(const std::string& event, const std::string& items) {
     tell(R"({"do":"answer","event":")" + event + R"(","items":)" + items + "}");
@@ -191,7 +219,10 @@ struct Recorder : KorivaDelegate {
 /// A fresh client before its login, and a server for it.
 class ServerTest : public testing::Test {
  protected:
-  ServerTest() { renewClient(); }
+  ServerTest() {
+    timing().limits = patient;
+    renewClient();
+  }
   ~ServerTest() override {
     KorivaSDK::setShared(nullptr);
     timing() = {};
@@ -211,20 +242,25 @@ class ServerTest : public testing::Test {
   void login(bool isNew = false) { sdk->login("token", 1001, "device", isNew); }
   void connect() {
     login();
-    EXPECT_TRUE(awaitConnection());
-    console.take();
+    printedTo("KorivaSDK - socket connected\n");
+    settle();
   }
   bool awaitConnection() { return runUntil(std::bind_front(&KorivaSDK::isConnected, sdk)); }
-  bool awaitText(const std::string& part) {
-    return runUntil([&] { return console.text().find(part) != std::string::npos; });
+  /// What is printed up to and including the text, which has to come.
+  std::string printedTo(const std::string& text) {
+    std::optional<std::string> printed;
+    EXPECT_TRUE(runUntil([&] { return (printed = console.takeTo(text)).has_value(); })) << text;
+    return printed.value_or("");
   }
   bool awaitReports(const std::string& of, std::size_t count) {
     return runUntil([&] { return server.reports(of).size() >= count; });
   }
-  /// Waits for everything that the server sends because of what came before.
-  void settle() {
+  /// Waits for everything that the server sends because of what came before, and gives what is
+  /// printed until then.
+  std::string settle() {
+    const std::string end = "settled: Success\n";
     sdk->deleteGroup("sentinel", Done{"settled"});
-    EXPECT_TRUE(awaitText("settled: Success\n"));
+    return boost::erase_last_copy(printedTo(end), end);
   }
 
   Server server;

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <functional>
+#include <span>
+
+#include "tests/support/Table.h"
+
+namespace koriva::test {
+
+/// A line `step argument` of a script. Steps whose line ends with a colon, which belongs to their
+/// name, have a body: the lines below that are indented further.
+struct Step {
+  std::string place;
+  std::string name;
+  std::string argument;
+  std::vector<Step> body;
+};
+
+/// What is done under a heading `[name]`. An arrow is a step as well, though it may stand behind
+/// another one: what is seen next has to be its argument.
+struct Script {
+  std::string place;
+  std::string name;
+  std::vector<Step> steps;
+};
+
+inline Step stepOf(const std::string& place, std::string text) {
+  const bool hasBody = text.ends_with(':') && !text.starts_with("=> ");
+  if (hasBody) text.pop_back();
+  const auto space = std::min(text.find(' '), text.size());
+  const auto name = text.substr(0, space) + (hasBody ? ":" : "");
+  return {place, name, text.substr(std::min(space + 1, text.size())), {}};
+}
+
+/// Takes the lines of one script or body.
+inline std::vector<Step> takeSteps(std::span<const Line>& lines, std::size_t indent) {
+  std::vector<Step> steps;
+  while (!lines.empty() && lines.front().indent >= indent) {
+    const auto& line = lines.front();
+    if (line.indent > indent) refuse(line.place, "this is indented too far");
+    lines = lines.subspan(1);
+    const auto arrow = line.text.find(" => ");
+    auto& step = steps.emplace_back(stepOf(line.place, line.text.substr(0, arrow)));
+    if (step.name.ends_with(':')) {
+      step.body = takeSteps(lines, indent + 2);
+      if (step.body.empty()) refuse(line.place, "nothing is indented below this");
+    }
+    if (arrow != line.text.npos) {
+      steps.push_back(stepOf(line.place, line.text.substr(arrow + 1)));
+    }
+  }
+  return steps;
+}
+
+inline std::vector<Script> readScripts(const std::vector<Line>& all) {
+  std::vector<Script> scripts;
+  for (std::span lines(all); !lines.empty();) {
+    const auto& heading = lines.front();
+    if (heading.indent != 0) refuse(heading.place, "a step is indented by two spaces");
+    lines = lines.subspan(1);
+    scripts.push_back({heading.place, headingOf(heading), takeSteps(lines, 2)});
+  }
+  return scripts;
+}
+
+using Steps = std::map<std::string, std::function<void(const Step&)>>;
+
+inline void checkNames(const Steps& steps, const std::vector<Step>& script) {
+  for (const auto& step : script) {
+    located(step.place, [&] { named(steps, step.name); });
+    checkNames(steps, step.body);
+  }
+}
+
+inline void perform(const Steps& steps, const std::vector<Step>& script) {
+  for (const auto& step : script) steps.at(step.name)(step);
+}
+
+/// Follows each script of a file with a `Play` of its own, which has the `steps` and tells what is
+/// seen: the `next` line, for which it waits, and in the end the `rest`.
+template <class Play>
+void followScripts(const std::string& file) {
+  for (const auto& [place, name, script] : readScripts(readLines(file))) {
+    SCOPED_TRACE(place + ": " + name);
+    Play play;
+    auto steps = play.steps;
+    steps["=>"] = [&](const Step& expected) {
+      const auto seen = play.next();
+      if (seen != expected.argument) throw std::runtime_error("this was seen instead: " + seen);
+    };
+    try {
+      checkNames(steps, script);
+      for (const auto& step : script) located(step.place, [&] { steps.at(step.name)(step); });
+      EXPECT_EQ(play.rest(), "");
+    } catch (const std::exception& error) {
+      ADD_FAILURE() << error.what();
+    }
+  }
+}
+
+inline auto milliseconds(const std::string& text) {
+  return std::chrono::milliseconds(std::stol(text));
+}
+
+}  // namespace koriva::test
