@@ -17,14 +17,17 @@ fail() {
 }
 
 # timed WHAT COMMAND...: the command between two progress lines; a failure ends the script.
+# How long it took goes to the file KORIVA_TIMES too, if there is one.
 timed() {
-  local what=$1 start=$SECONDS
+  local what=$1 start=$SECONDS took
   shift
   step=$what
   say "$what"
   "$@"
   step=''
-  say "$what: done in $((SECONDS - start)) s"
+  took=$((SECONDS - start))
+  say "$what: done in $took s"
+  [ -z "${KORIVA_TIMES:-}" ] || printf '%6d s  %s\n' "$took" "$what" >>"$KORIVA_TIMES"
 }
 
 step=''
