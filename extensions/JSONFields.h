@@ -359,6 +359,10 @@ constexpr Default makeDefault(const T& value) {
   }
 }
 
+/// Never defined nor called: as it is not constexpr, compilers refuse a table that gets to it, and
+/// name it. A `throw` would do the same, but not where applications do without exceptions.
+void keysAreEqualOrAlikeInLengthFirstAndLastBytes();
+
 }  // namespace detail
 
 /// A field that cannot fail its record: when the key is absent, null or of another type, the
@@ -400,7 +404,7 @@ constexpr auto fields(const Fields&... list) {
     }
   }
   for (int attempts = 0; !detail::fillBuckets(table, hashes); ++attempts) {
-    if (attempts == 10'000) throw "two keys are equal, or alike in length, first and last bytes";
+    if (attempts == 10'000) detail::keysAreEqualOrAlikeInLengthFirstAndLastBytes();
     table.multiplier = (table.multiplier * 6364136223846793005U + 1442695040888963407U) | 1;
   }
   return table;

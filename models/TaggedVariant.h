@@ -67,7 +67,7 @@ class Box {
   }
   /// Takes the value and leaves the other empty.
   Box& operator=(Box&&) noexcept = default;
-  ~Box() = default;
+  ~Box();
 
   /// The value.
   const T& operator*() const {
@@ -89,5 +89,9 @@ class Box {
  private:
   std::unique_ptr<T> value_;
 };
+
+// Defaulted within the class it is constexpr from C++23 on, and then needs all of `T` there.
+template <class T>
+Box<T>::~Box() = default;
 
 }  // namespace koriva
