@@ -61,3 +61,9 @@ sdk_version() {
   sed -nE 's/^#define KORIVA_SDK_VERSION_(MAJOR|MINOR|PATCH) ([0-9]+).*/\2/p' KorivaSDK/KRVersion.h |
     paste -sd .
 }
+
+# The installed headers, as the build lists them.
+public_headers() {
+  sed -nE 's|^ +\.\./([a-z]+/[A-Za-z]+\.h)\)?$|\1|p; s|^ +([A-Za-z]+\.h)\)?$|KorivaSDK/\1|p' \
+    KorivaSDK/CMakeLists.txt
+}

@@ -4,10 +4,16 @@
 #include <boost/json/object.hpp>
 #include <iostream>
 #include <memory>
+#include <tuple>
 
 struct Application : KorivaDelegate {
   void didReceive(const KRMessage& message) override { std::cout << message.message << '\n'; }
 };
+
+koriva::Detached send(std::shared_ptr<KorivaSDK> client) {
+  const auto sent = co_await koriva::async(&KorivaSDK::sendMessage, client, KRMessage{});
+  std::cout << sent.error().localizedDescription() << '\n';
+}
 
 /// Uses something of every kind that the library exports, and prints what came of it.
 int main() {
@@ -17,6 +23,9 @@ int main() {
   const auto* images = message ? message->kind.as<KRMessageKind::Images>() : nullptr;
   if (images == nullptr) return 1;
 
+  const std::tuple<KRMessage, KRCallEvent, KRConversation, KRGroupUpdate> records;
+  if (const auto copy = records; copy != records) return 1;
+
   Application application;
   static_cast<KorivaDelegate&>(application).didReceive(*message);
   std::cout << typeName(message->messageType()) << ": " << images->images.at(0).url << '\n'
@@ -25,6 +34,7 @@ int main() {
 
   const auto client = KorivaSDK::shared();
   client->addDelegate(std::make_shared<Application>());
+  send(client);
   KRRunLoop::main().post([&] {
     std::cout << (client->isConnected() ? "connected" : "not connected") << '\n';
     KRRunLoop::main().stop();
