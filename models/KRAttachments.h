@@ -68,7 +68,8 @@ struct KRFile {
   std::string fileExtension;  ///< its extension
   double size = 0;            ///< its size, in the sender's unit
 
-  /// The record as JSON text, ready to be a message's attachments; empty when it cannot be written.
+  /// The record as JSON text; empty when it cannot be written. It is no message's attachments:
+  /// those of a file message are a `KRFileResponse`.
   KR_EXPORT std::string toString() const;
 
   bool operator==(const KRFile&) const = default;
@@ -93,7 +94,7 @@ struct KRSticker {
       koriva::json::fields(koriva::json::required<&R::sticker>("sticker"));
 };
 
-/// The attachments document of an image message.
+/// The attachments document of an image message of any version but 0.
 struct KRImageResponse {
   std::vector<KRImage> images;  ///< the pictures; empty when they cannot be read
 
