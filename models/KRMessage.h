@@ -173,8 +173,9 @@ struct KR_EXPORT KRMessage {
 
   KRMessage() = default;
 
-  /// A new text message, ready for `KorivaSDK::sendMessage`. The server hands `messageID` back as
-  /// the nonce by which it recognises a message sent twice.
+  /// A new text message, ready for `KorivaSDK::sendMessage`. `messageID` is the sender's own id, by
+  /// which the server recognises a message sent twice. It travels as "nonce", which no record
+  /// reads, and so does not come back: the server's copy has an id of the server's.
   KRMessage(std::string messageID, std::string groupID, std::string message, std::string senderName,
             std::string senderAvatar, std::string senderUin, bool isEncrypted);
 
