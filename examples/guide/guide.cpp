@@ -55,8 +55,8 @@ class Reader : public KorivaDelegate {
   void didConnect() override { print("connected"); }
 
   void didReceive(const KRMessage& message) override {
-    if (const auto* text = message.kind.as<KRMessageKind::Text>()) {
-      print(message.senderUin + " says: " + text->text);
+    if (message.kind.as<KRMessageKind::Text>()) {
+      print(message.senderUin + " says: " + message.message);
     } else if (const auto* pictures = message.kind.as<KRMessageKind::Images>()) {
       for (const KRImage& image : pictures->images) print("a picture: " + image.url);
     }
@@ -285,6 +285,10 @@ void play(const std::string& url) {
   await("a picture: https://example.org/sea.jpg");
   sendPicture(*first, chat, messageID);
   await("stored before");
+
+  const std::string text = "path C:\\new\nand \"another\"";
+  sendText(*first, chat, text);
+  await("1001 says: " + text);
 
   createGroup(first, "1001");
   joinGroup(*second, await("invitation "));
