@@ -54,8 +54,8 @@ using koriva::typeName;
 /// The contents of a message, read from its type, text and attachments.
 struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
   /// Plain text. Show `KRMessage::message` instead, the text as the server has it: in this one a
-  /// path like `C:\new` is broken in two. This one is for servers that hand out texts with the
-  /// escapes that `KorivaSDK::sendMessage` adds, which the sandbox does not.
+  /// path like `C:\new` is broken in two. This one is for servers that hand texts out with the
+  /// escapes that `KorivaSDK::sendMessage` adds.
   struct Text {
     std::string text;  ///< `KRMessage::message`, unescaped once more by koriva::unescapeString()
     bool operator==(const Text&) const = default;
