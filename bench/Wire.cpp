@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -13,18 +12,24 @@
 
 namespace bench {
 
+namespace {
+
+std::FILE* const output = [] {
+  std::FILE* const taken = fdopen(dup(STDOUT_FILENO), "w");
+  if (!taken || !std::freopen("/dev/null", "w", stdout)) fail("cannot redirect the output");
+  return taken;
+}();
+
+}  // namespace
+
 void fail(const std::string& what) {
   std::fprintf(stderr, "%s\n", what.c_str());
   std::_Exit(EXIT_FAILURE);
 }
 
-void limitTime() {
-  std::signal(SIGALRM, [](int) {
-    constexpr std::string_view text = "not done within two minutes\n";
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
-    std::_Exit(EXIT_FAILURE);
-  });
-  alarm(120);
+void say(const std::string& line) {
+  std::fprintf(output, "%s\n", line.c_str());
+  std::fflush(output);
 }
 
 void raiseFileLimit() {
@@ -97,24 +102,42 @@ double Stopwatch::cpuNow() {
   return microseconds(usage.ru_utime) + microseconds(usage.ru_stime);
 }
 
-Meter::Meter(std::size_t count) : count_(count), warmUpLeft_(count / 10 + 1) {
-  nanoseconds_.reserve(count);
-}
+Counter::Counter(const Arguments& arguments)
+    : count_(arguments.number("--count")), warmUp_(arguments.number("--warm-up")) {}
 
-bool Meter::add(Clock::time_point begin) {
-  if (warmUpLeft_ > 0) {
-    if (--warmUpLeft_ == 0) stopwatch_.emplace();
-    return false;
-  }
-  nanoseconds_.push_back(static_cast<std::uint32_t>((Clock::now() - begin).count()));
-  if (nanoseconds_.size() < count_) return false;
+bool Counter::add() {
+  if (ended_ == total()) return true;
+  ++ended_;
+  if (ended_ == warmUp_) stopwatch_.emplace();
+  if (ended_ < total()) return false;
   elapsedUs_ = stopwatch_->microseconds();
   cpuUs_ = stopwatch_->cpuMicroseconds();
   return true;
 }
 
+std::string Counter::figures() const {
+  return toJson({{"rate", rate()}, {"cpu_us", cpuUs()}, {"rss_kib", residentKib()}});
+}
+
+Meter::Meter(const Arguments& arguments) : Counter(arguments) { nanoseconds_.reserve(count()); }
+
+bool Meter::add(Clock::time_point begin) {
+  if (isMeasuring()) {
+    nanoseconds_.push_back(static_cast<std::uint32_t>((Clock::now() - begin).count()));
+  }
+  return Counter::add();
+}
+
+std::string Meter::figures() {
+  return toJson({{"median_us", percentileUs(0.5)},
+                 {"p99_us", percentileUs(0.99)},
+                 {"rate", rate()},
+                 {"cpu_us", cpuUs()},
+                 {"rss_kib", residentKib()}});
+}
+
 double Meter::percentileUs(double part) {
-  const auto rank = static_cast<std::ptrdiff_t>(part * static_cast<double>(count_ - 1));
+  const auto rank = static_cast<std::ptrdiff_t>(part * static_cast<double>(count() - 1));
   const auto found = nanoseconds_.begin() + rank;
   std::nth_element(nanoseconds_.begin(), found, nanoseconds_.end());
   return *found / 1e3;

@@ -20,8 +20,9 @@ using Clock = std::chrono::steady_clock;
 /// Ends the program with a message.
 [[noreturn]] void fail(const std::string& what);
 
-/// Ends the program with a message if it has not ended by itself after two minutes.
-void limitTime();
+/// Writes a line to standard output, which is for results alone: what libraries write there goes
+/// nowhere.
+void say(const std::string& line);
 
 /// How long to wait until a new connection has nothing more to do.
 inline constexpr auto quietTime = std::chrono::seconds(1);
@@ -67,28 +68,45 @@ class Stopwatch {
   double cpuBegin_ = cpuNow();
 };
 
-/// Times things that happen again and again, after a warm-up of a tenth as many.
-class Meter {
+/// Counts what happens again and again: `--warm-up` of them, then the `--count` that are measured.
+class Counter {
  public:
-  explicit Meter(std::size_t count);
+  explicit Counter(const Arguments& arguments);
 
   /// Notes that one has ended; true when all have.
-  bool add(Clock::time_point begin);
+  bool add();
 
-  [[nodiscard]] double medianUs() { return percentileUs(0.5); }
-  [[nodiscard]] double p99Us() { return percentileUs(0.99); }
+  /// Those of the warm-up as well.
+  [[nodiscard]] std::size_t total() const { return warmUp_ + count_; }
   [[nodiscard]] double rate() const { return static_cast<double>(count_) / elapsedUs_ * 1e6; }
   [[nodiscard]] double cpuUs() const { return cpuUs_ / static_cast<double>(count_); }
+  [[nodiscard]] std::string figures() const;
+
+ protected:
+  [[nodiscard]] std::size_t count() const { return count_; }
+  [[nodiscard]] bool isMeasuring() const { return ended_ >= warmUp_ && ended_ < total(); }
+
+ private:
+  const std::size_t count_;
+  const std::size_t warmUp_;
+  std::size_t ended_ = 0;
+  std::optional<Stopwatch> stopwatch_;
+  double elapsedUs_ = 0;
+  double cpuUs_ = 0;
+};
+
+/// Also takes the time of each.
+class Meter : public Counter {
+ public:
+  explicit Meter(const Arguments& arguments);
+
+  bool add(Clock::time_point begin);
+  std::string figures();
 
  private:
   double percentileUs(double part);
 
-  std::size_t count_;
-  std::size_t warmUpLeft_;
-  std::optional<Stopwatch> stopwatch_;
   std::vector<std::uint32_t> nanoseconds_;
-  double elapsedUs_ = 0;
-  double cpuUs_ = 0;
 };
 
 }  // namespace bench

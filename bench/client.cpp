@@ -1,11 +1,12 @@
 // KorivaSDK, measured: client [--attached] URL MODE
 //
-//   roundtrip --requests N --window W   requests, W of them in flight
-//   connect --times N                   from login to didConnect
-//   pushes --count N                    messages that the server pushes
-//   idle --seconds S                    nothing at all
-//   many --clients N --requests R       N connections, which send R requests together
+//   roundtrip --window W   requests, W of them in flight
+//   connect                from login to didConnect
+//   pushes                 messages that the server pushes
+//   many --clients N       requests of N connections
+//   idle --seconds S       nothing at all
 //
+// All but the last take --warm-up N and --count N: how many come first, and how many are measured.
 // It prints "connected" once it is, and at the end one JSON object.
 
 #include <poll.h>
@@ -35,18 +36,6 @@ namespace {
 namespace asio = boost::asio;
 namespace socketio = koriva::socketio;
 using bench::Clock;
-
-/// Standard output, for the results alone: what the SDK says there goes nowhere.
-std::FILE* const output = [] {
-  std::FILE* const taken = fdopen(dup(STDOUT_FILENO), "w");
-  if (!taken || !std::freopen("/dev/null", "w", stdout)) bench::fail("cannot redirect the output");
-  return taken;
-}();
-
-void say(const std::string& line) {
-  std::fprintf(output, "%s\n", line.c_str());
-  std::fflush(output);
-}
 
 /// Drives the SDK: with the loop of its own, or attached to one as applications have it.
 class MainLoop {
@@ -99,7 +88,7 @@ class Mode : public KorivaDelegate {
   }
 
   void didConnect() override {
-    if (!std::exchange(connected_, true)) say("connected");
+    if (!std::exchange(connected_, true)) bench::say("connected");
     onConnected();
   }
 
@@ -126,9 +115,7 @@ class Mode : public KorivaDelegate {
 class RoundTrips : public Mode {
  public:
   RoundTrips(MainLoop& loop, const bench::Arguments& arguments)
-      : Mode(loop, arguments),
-        meter_(arguments.number("--requests")),
-        window_(arguments.number("--window")) {
+      : Mode(loop, arguments), meter_(arguments), window_(arguments.number("--window")) {
     const auto payload = boost::json::parse(bench::readData("request.json"));
     const auto text = [&](const char* key) { return std::string(payload.at(key).as_string()); };
     message_ = KRMessage(text("nonce"), text("group_id"), text("message"), text("sender_name"),
@@ -139,13 +126,7 @@ class RoundTrips : public Mode {
     for (std::size_t i = 0; i < window_; ++i) send();
   }
 
-  std::string figures() override {
-    return bench::toJson({{"median_us", meter_.medianUs()},
-                          {"p99_us", meter_.p99Us()},
-                          {"rate", meter_.rate()},
-                          {"cpu_us", meter_.cpuUs()},
-                          {"rss_kib", bench::residentKib()}});
-  }
+  std::string figures() override { return meter_.figures(); }
 
  private:
   void send() {
@@ -164,14 +145,11 @@ class RoundTrips : public Mode {
 class Connects : public Mode {
  public:
   Connects(MainLoop& loop, const bench::Arguments& arguments)
-      : Mode(loop, arguments), meter_(arguments.number("--times")) {}
+      : Mode(loop, arguments), meter_(arguments) {}
 
   void onConnected() override { meter_.add(begin_) ? loop_.stop() : login(); }
 
-  std::string figures() override {
-    return bench::toJson(
-        {{"median_us", meter_.medianUs()}, {"p99_us", meter_.p99Us()}, {"cpu_us", meter_.cpuUs()}});
-  }
+  std::string figures() override { return meter_.figures(); }
 
  private:
   bench::Meter meter_;
@@ -180,26 +158,19 @@ class Connects : public Mode {
 class Pushes : public Mode {
  public:
   Pushes(MainLoop& loop, const bench::Arguments& arguments)
-      : Mode(loop, arguments, "flood-" + std::to_string(arguments.number("--count"))),
-        count_(arguments.number("--count")) {}
+      : Mode(loop, arguments, "flood-" + std::to_string(bench::Counter(arguments).total())),
+        counter_(arguments) {}
 
-  void onConnected() override { stopwatch_.emplace(); }
+  void onConnected() override {}
 
   void didReceive(const KRMessage& /*message*/) override {
-    if (++received_ == count_) loop_.stop();
+    if (counter_.add()) loop_.stop();
   }
 
-  std::string figures() override {
-    const auto count = static_cast<double>(count_);
-    return bench::toJson({{"rate", count / stopwatch_->microseconds() * 1e6},
-                          {"cpu_us", stopwatch_->cpuMicroseconds() / count},
-                          {"rss_kib", bench::residentKib()}});
-  }
+  std::string figures() override { return counter_.figures(); }
 
  private:
-  const std::size_t count_;
-  std::size_t received_ = 0;
-  std::optional<bench::Stopwatch> stopwatch_;
+  bench::Counter counter_;
 };
 
 class Idle : public Mode {
@@ -237,7 +208,7 @@ class Many {
  public:
   explicit Many(const bench::Arguments& arguments)
       : clients_(arguments.number("--clients")),
-        meter_(arguments.number("--requests")),
+        meter_(arguments),
         endpoint_(socketio::Endpoint::parse(arguments.url())) {
     if (!endpoint_) bench::fail("not a URL: " + arguments.url());
     bench::raiseFileLimit();
@@ -269,7 +240,7 @@ class Many {
   /// What the first brings with it is not counted: it is there once.
   void onConnected() {
     if (managers_.size() == 1) {
-      say("connected");
+      bench::say("connected");
       firstKib_ = bench::residentKib();
       stopwatch_.emplace();
     }
@@ -306,7 +277,6 @@ class Many {
 int main(int argc, char** argv) {
   const bool attached = argc > 1 && std::string_view(argv[1]) == "--attached";
   const bench::Arguments arguments({argv + (attached ? 2 : 1), argv + argc});
-  bench::limitTime();
   const auto result = [&] {
     if (arguments.mode() == "roundtrip") return measure<RoundTrips>(attached, arguments);
     if (arguments.mode() == "connect") return measure<Connects>(attached, arguments);
@@ -315,5 +285,5 @@ int main(int argc, char** argv) {
     if (arguments.mode() == "many") return Many(arguments).result();
     bench::fail("there is no mode " + arguments.mode());
   }();
-  say(result);
+  bench::say(result);
 }

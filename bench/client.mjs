@@ -8,7 +8,7 @@ import { Manager } from 'socket.io-client';
 const option = { type: 'string' };
 const { positionals, values } = parseArgs({
   allowPositionals: true,
-  options: { requests: option, window: option, times: option, count: option, seconds: option },
+  options: { count: option, 'warm-up': option, window: option, seconds: option },
 });
 const [url, mode] = positionals;
 
@@ -16,8 +16,6 @@ function fail(what) {
   console.error(what);
   process.exit(1);
 }
-
-setTimeout(() => fail('not done within two minutes'), 120_000).unref();
 
 function number(name) {
   const value = Number(values[name]);
@@ -39,37 +37,42 @@ function stopwatch() {
   };
 }
 
-/** Times things that happen again and again, after a warm-up of a tenth as many. */
-class Meter {
-  #times = [];
-  #count;
-  #warmUpLeft;
-  #stopwatch;
-
-  constructor(count) {
-    this.#count = count;
-    this.#warmUpLeft = Math.floor(count / 10) + 1;
-  }
+/** Counts what happens again and again: those of the warm-up, then those that are measured. */
+class Counter {
+  count = number('count');
+  warmUp = number('warm-up');
+  total = this.warmUp + this.count;
+  ended = 0;
 
   /** Notes that one has ended; true when all have. */
-  add(begin) {
-    if (this.#warmUpLeft > 0) {
-      if (--this.#warmUpLeft === 0) this.#stopwatch = stopwatch();
-      return false;
-    }
-    this.#times.push(performance.now() - begin);
-    if (this.#times.length < this.#count) return false;
-    const microseconds = this.#stopwatch.microseconds();
-    this.cpu_us = this.#stopwatch.cpuMicroseconds() / this.#count;
-    this.rate = (this.#count / microseconds) * 1e6;
-    this.#times.sort((a, b) => a - b);
-    this.median_us = this.#percentileUs(0.5);
-    this.p99_us = this.#percentileUs(0.99);
+  add() {
+    if (this.ended === this.total) return true;
+    if (++this.ended === this.warmUp) this.stopwatch = stopwatch();
+    if (this.ended < this.total) return false;
+    this.rate = (this.count / this.stopwatch.microseconds()) * 1e6;
+    this.cpu_us = this.stopwatch.cpuMicroseconds() / this.count;
     return true;
   }
 
-  #percentileUs(part) {
-    return this.#times[Math.floor(part * (this.#count - 1))] * 1000;
+  figures() {
+    return { rate: this.rate, cpu_us: this.cpu_us, rss_kib: residentKib() };
+  }
+}
+
+/** Also takes the time of each. */
+class Meter extends Counter {
+  #times = new Float64Array(this.count);
+
+  add(begin) {
+    const index = this.ended - this.warmUp;
+    if (index >= 0) this.#times[index] = performance.now() - begin;
+    return super.add();
+  }
+
+  figures() {
+    this.#times.sort();
+    const percentileUs = (part) => this.#times[Math.floor(part * (this.count - 1))] * 1000;
+    return { median_us: percentileUs(0.5), p99_us: percentileUs(0.99), ...super.figures() };
   }
 }
 
@@ -94,7 +97,7 @@ const once = (client, event) => new Promise((resolve) => client.once(event, reso
 
 const modes = {
   async roundtrip() {
-    const meter = new Meter(number('requests'));
+    const meter = new Meter();
     const window = number('window');
     const payload = JSON.parse(readFileSync(new URL('data/request.json', import.meta.url)));
     const client = connect();
@@ -110,12 +113,11 @@ const modes = {
       };
       for (let i = 0; i < window; ++i) send();
     });
-    const { median_us, p99_us, rate, cpu_us } = meter;
-    return { median_us, p99_us, rate, cpu_us, rss_kib: residentKib() };
+    return meter.figures();
   },
 
   async connect() {
-    const meter = new Meter(number('times'));
+    const meter = new Meter();
     for (let done = false, first = true; !done; first = false) {
       const begin = performance.now();
       const client = connect();
@@ -124,28 +126,21 @@ const modes = {
       done = meter.add(begin);
       client.disconnect();
     }
-    const { median_us, p99_us, cpu_us } = meter;
-    return { median_us, p99_us, cpu_us };
+    return meter.figures();
   },
 
   async pushes() {
-    const count = number('count');
-    const client = connect(`flood-${count}`);
-    let received = 0;
+    const counter = new Counter();
+    const client = connect(`flood-${counter.total}`);
     const all = new Promise((resolve) =>
       client.on('message', () => {
-        if (++received === count) resolve();
+        if (counter.add()) resolve();
       }),
     );
     await once(client, 'connect');
-    const watch = stopwatch();
     sayConnected();
     await all;
-    return {
-      rate: (count / watch.microseconds()) * 1e6,
-      cpu_us: watch.cpuMicroseconds() / count,
-      rss_kib: residentKib(),
-    };
+    return counter.figures();
   },
 
   async idle() {

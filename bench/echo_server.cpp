@@ -10,7 +10,6 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
-#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <memory>
@@ -97,13 +96,21 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   void onText(std::string_view text) {
-    constexpr std::string_view event = "42/data,";
-    if (text.starts_with("40/data,")) {
-      pushesLeft_ = floodOf(request_.target());
-      send(R"(40/data,{"sid":"1"})");
-    } else if (text.starts_with(event)) {
-      answer(text.substr(event.size()));
+    if (text.starts_with("40")) {
+      join(text.substr(2));
+    } else if (text.starts_with("42/data")) {
+      answer(text.substr(text.find(',') + 1));
     }
+  }
+
+  /// To `/data,`, also without the comma or with a query, or to nothing, which is the root.
+  void join(std::string_view nsp) {
+    nsp = nsp.substr(0, nsp.find_first_of(",?{"));
+    if (nsp == "/data") pushesLeft_ = floodOf(request_.target());
+    std::string text("40");
+    text += nsp;
+    if (!nsp.empty()) text += ',';
+    send(text + R"({"sid":"1"})");
   }
 
   /// To `17["event",{...}]`.
@@ -186,7 +193,6 @@ int main(int argc, char** argv) {
 
   tcp::acceptor acceptor(context, {asio::ip::address_v4::loopback(), 0});
   acceptFrom(acceptor, compression);
-  std::printf("listening on http://127.0.0.1:%d\n", int{acceptor.local_endpoint().port()});
-  std::fflush(stdout);
+  bench::say("listening on http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port()));
   context.run();
 }

@@ -7,10 +7,8 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/field.hpp>
 #include <boost/beast/websocket.hpp>
-#include <cstdio>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -102,11 +100,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool closing_ = false;
 };
 
-void sayConnected() {
-  std::puts("connected");
-  std::fflush(stdout);
-}
-
 bool isJoined(std::string_view text) { return text.starts_with("40/data,{"); }
 
 /// Keeps requests in flight until enough were answered. The texts differ in their ids, which all
@@ -114,7 +107,7 @@ bool isJoined(std::string_view text) { return text.starts_with("40/data,{"); }
 class RoundTrips {
  public:
   RoundTrips(const bench::Arguments& arguments, asio::io_context& context)
-      : meter_(arguments.number("--requests")),
+      : meter_(arguments),
         sentAt_(arguments.number("--window")),
         context_(context),
         connection_(std::make_shared<Connection>(context, arguments.port())) {
@@ -133,7 +126,7 @@ class RoundTrips {
   }
 
   void begin() {
-    sayConnected();
+    bench::say("connected");
     connection_->onWritten = [this] {
       writing_ = false;
       if (unwritten_ > 0) writeNext();
@@ -174,19 +167,14 @@ class RoundTrips {
 std::string roundtrip(const bench::Arguments& arguments, asio::io_context& context) {
   RoundTrips trips(arguments, context);
   context.run();
-  auto& meter = trips.meter();
-  return bench::toJson({{"median_us", meter.medianUs()},
-                        {"p99_us", meter.p99Us()},
-                        {"rate", meter.rate()},
-                        {"cpu_us", meter.cpuUs()},
-                        {"rss_kib", bench::residentKib()}});
+  return trips.meter().figures();
 }
 
 /// Connects again and again, and leaves each connection when it is usable.
 class Connects {
  public:
   Connects(const bench::Arguments& arguments, asio::io_context& context)
-      : meter_(arguments.number("--times")), port_(arguments.port()), context_(context) {
+      : meter_(arguments), port_(arguments.port()), context_(context) {
     next();
   }
 
@@ -201,7 +189,7 @@ class Connects {
 
   void onText(std::string_view text) {
     if (!isJoined(text)) bench::fail("the namespace was not joined: " + std::string(text));
-    if (!std::exchange(connected_, true)) sayConnected();
+    if (!std::exchange(connected_, true)) bench::say("connected");
     if (meter_.add(begin_)) return context_.stop();
     connection_->close();
     next();
@@ -218,30 +206,23 @@ class Connects {
 std::string connect(const bench::Arguments& arguments, asio::io_context& context) {
   Connects connects(arguments, context);
   context.run();
-  auto& meter = connects.meter();
-  return bench::toJson(
-      {{"median_us", meter.medianUs()}, {"p99_us", meter.p99Us()}, {"cpu_us", meter.cpuUs()}});
+  return connects.meter().figures();
 }
 
 std::string pushes(const bench::Arguments& arguments, asio::io_context& context) {
-  const auto count = arguments.number("--count");
-  auto left = count;
-  std::optional<bench::Stopwatch> stopwatch;
+  bench::Counter counter(arguments);
   const auto connection = std::make_shared<Connection>(context, arguments.port());
-  connection->open("flood-" + std::to_string(count), [&](std::string_view text) {
+  connection->open("flood-" + std::to_string(counter.total()), [&](std::string_view text) {
     if (isJoined(text)) {
-      sayConnected();
-      stopwatch.emplace();
+      bench::say("connected");
     } else if (!text.starts_with("42/data,")) {
       bench::fail("not a push: " + std::string(text));
-    } else if (--left == 0) {
+    } else if (counter.add()) {
       context.stop();
     }
   });
   context.run();
-  return bench::toJson({{"rate", static_cast<double>(count) / stopwatch->microseconds() * 1e6},
-                        {"cpu_us", stopwatch->cpuMicroseconds() / static_cast<double>(count)},
-                        {"rss_kib", bench::residentKib()}});
+  return counter.figures();
 }
 
 /// Not by `run_for`, which looks at the time every second.
@@ -255,7 +236,7 @@ void waitFor(bench::Clock::duration time, asio::io_context& context) {
 std::string idle(const bench::Arguments& arguments, asio::io_context& context) {
   const auto connection = std::make_shared<Connection>(context, arguments.port());
   connection->open("floor", [&](std::string_view) {
-    sayConnected();
+    bench::say("connected");
     context.stop();
   });
   context.run();
@@ -270,7 +251,6 @@ std::string idle(const bench::Arguments& arguments, asio::io_context& context) {
 
 int main(int argc, char** argv) {
   const bench::Arguments arguments({argv + 1, argv + argc});
-  bench::limitTime();
   asio::io_context context;
   const auto result = [&] {
     if (arguments.mode() == "roundtrip") return roundtrip(arguments, context);
@@ -279,5 +259,5 @@ int main(int argc, char** argv) {
     if (arguments.mode() == "idle") return idle(arguments, context);
     bench::fail("there is no mode " + arguments.mode());
   }();
-  std::puts(result.c_str());
+  bench::say(result);
 }

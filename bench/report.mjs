@@ -5,6 +5,8 @@ import { topics } from './topics.mjs';
 
 const page = 'docs/performance.md';
 const images = 'docs/performance';
+/** A greater load before the first measurement is somebody else's. */
+export const quietLoad = 0.5;
 
 function table(heading, lines) {
   const all = [heading, ...lines];
@@ -13,6 +15,8 @@ function table(heading, lines) {
   const rule = line(widths.map((width) => '-'.repeat(width)));
   return [line(heading), rule, ...lines.map(line)].join('\n');
 }
+
+const shown = (value) => (value === undefined ? '–' : figure(value));
 
 const rowsOf = (rows) => ({ id }) => {
   const found = rows.filter((row) => row.table === id);
@@ -31,49 +35,58 @@ function find(rows, [id, name, candidate, metric]) {
   return value;
 }
 
-/** The metric divided by that of the base, in the same case. */
-function ratio(row, base, group, metric) {
-  const other = group.find((each) => each.candidate === base);
-  return other ? figure(row.values[metric] / other.values[metric]) : '–';
+/** Headings, and what is below them in each row. */
+function columnsOf({ metrics, bases, beyond }, rows) {
+  const [first, ...others] = Object.entries(metrics)
+    .filter(([metric]) => rows.some((row) => metric in row.values))
+    .map(([metric, heading]) => ({ heading, metric, cell: ({ values }) => shown(values[metric]) }));
+  const { metric } = first;
+  const against = (base, compute) => (row) => {
+    const other = rows.find((each) => each.case === row.case && each.candidate === base);
+    return shown(other && compute(row.values[metric], other.values[metric]));
+  };
+  const spread = {
+    heading: 'min–max',
+    cell: (row) => (row.spread[metric] ?? []).map(figure).join('–'),
+  };
+  return [
+    first,
+    ...(rows.some((row) => metric in row.spread) ? [spread] : []),
+    ...others,
+    ...bases.map((base) => ({ heading: `÷ ${base}`, cell: against(base, (a, b) => a / b) })),
+    ...(beyond ? [{ heading: `ns beyond ${beyond}`, cell: against(beyond, (a, b) => a - b) }] : []),
+  ];
 }
 
 function measuredTable(description, rows) {
-  const measured = ([metric]) => rows.some((row) => metric in row.values);
-  const columns = Object.entries(description.metrics).filter(measured);
-  const [[first]] = columns;
+  const columns = columnsOf(description, rows);
   const groups = grouped(rows);
   const manyCases = groups.size > 1;
   const lines = [...groups].flatMap(([name, group]) =>
     group.map((row, index) => [
       ...(manyCases ? [index === 0 ? name : ''] : []),
       row.candidate,
-      ...columns.map(([metric]) => (metric in row.values ? figure(row.values[metric]) : '–')),
-      ...description.bases.map((base) => ratio(row, base, group, first)),
+      ...columns.map(({ cell }) => cell(row)),
     ]),
   );
-  const heading = [
-    ...(manyCases ? [''] : []),
-    '',
-    ...columns.map(([, heading]) => heading),
-    ...description.bases.map((base) => `÷ ${base}`),
-  ];
-  return table(heading, lines);
+  return table([...(manyCases ? [''] : []), '', ...columns.map(({ heading }) => heading)], lines);
 }
 
 /** A target of every case becomes one for each. */
 function casesOf(target, rows) {
   if (target.of[1] !== '*') return [target];
   const names = grouped(rowsOf(rows)({ id: target.of[0] })).keys();
-  return [...names].map((name) => ({
-    ...target,
-    what: `${target.what}, ${name}`,
-    of: Object.assign([...target.of], { 1: name }),
-    per: Object.assign([...target.per], { 1: name }),
-  }));
+  return [...names].map((name) => {
+    const inCase = (key) => target[key] && { [key]: Object.assign([...target[key]], { 1: name }) };
+    const what = `${target.what}, ${name}`;
+    return { ...target, what, ...inCase('of'), ...inCase('per'), ...inCase('beyond') };
+  });
 }
 
 function judged(target, rows) {
-  const value = find(rows, target.of) / (target.per ? find(rows, target.per) : 1);
+  const { of, per, beyond } = target;
+  const value =
+    find(rows, of) / (per ? find(rows, per) : 1) - (beyond ? find(rows, beyond) : 0);
   const met = 'least' in target ? value >= target.least : value <= target.most;
   return { ...target, value, met };
 }
@@ -127,30 +140,46 @@ function summary(rows) {
   return `${met} of ${targets.length} targets are met`;
 }
 
-function introduction({ machine, rounds, rows }) {
+const warning = (loads) =>
+  loads[0] > quietLoad
+    ? ['**The machine had something else to do as well: these figures are not to be relied on.**']
+    : [];
+
+const loadText = ([before, after]) =>
+  `The load of the machine was ${before.toFixed(2)} at the start and ${after.toFixed(2)} at the ` +
+  "end, of which up to 2 is the benchmark's own.";
+
+function introduction({ machine, loads, rounds, rows }) {
   const { cpu, cores, compiler, node } = machine;
   return [
     '# Performance',
     'How fast KorivaSDK is beside what could be used instead, and beside what the machine can do ' +
       'at all (the *floors*). `script/bench` builds the programs in `bench/`, measures anew and ' +
       'writes this page; with the names of topics ' +
-      `(${Object.keys(topics).join(', ')}) it prints their tables only.`,
+      `(${Object.keys(topics).join(', ')}) it prints their tables only, and with ` +
+      '`--official-cpp PATH` it also measures the official C++ client of Socket.IO, of which there ' +
+      'is a checkout at that path.',
     `Measured on ${cpu}, ${cores} cores, with ${compiler} and Node.js ${node}; the other ` +
       `libraries are those of Debian 12. Figures are medians of ${rounds} rounds in which the ` +
-      'candidates take turns. Ratios within one run are what counts: the figures themselves differ ' +
-      'from machine to machine and from day to day.',
+      'candidates take turns; *min–max* is how far those of the column before were apart. Ratios ' +
+      'within one run are what counts: the figures themselves differ from machine to machine and ' +
+      `from day to day. ${loadText(loads)}`,
+    ...warning(loads),
+    'Over the network all clients get the same warm-up, which is not measured, and the same ' +
+      'counts. It is as long as the JavaScript client takes until its rate is flat; what it takes ' +
+      'before that is in the time from the start of the process to connected.',
     `${summary(rows)}. Beside those that are missed it says what stands in the way.`,
   ].join('\n\n');
 }
 
-export function printReport({ rows }, names) {
+export function printReport({ rows, loads }, names) {
   for (const name of names) {
     const targets = judgedTargets(topics[name], rows);
     console.log(`\n${topics[name].title}\n`);
     console.log(tablesOf(topics[name], rows).join('\n\n').replaceAll('**', ''));
     if (targets.length > 0) console.log(`\n${targetTable(targets).replaceAll('**', '')}`);
   }
-  console.log();
+  console.log(['', loadText(loads), ...warning(loads), ''].join('\n').replaceAll('**', ''));
 }
 
 export function writeReport(measured) {

@@ -2,23 +2,25 @@
 import { execFileSync, spawn } from 'node:child_process';
 import { mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import os from 'node:os';
-import { join } from 'node:path';
+import { join, resolve } from 'node:path';
 import { performance } from 'node:perf_hooks';
 import { createInterface } from 'node:readline';
 import { setTimeout as pause } from 'node:timers/promises';
 import { parseArgs } from 'node:util';
-import { printReport, writeReport } from './report.mjs';
-import { clients, topics } from './topics.mjs';
+import { printReport, quietLoad, writeReport } from './report.mjs';
+import { clients, counts, topics } from './topics.mjs';
 
 const results = 'build/bench/results';
 const wholeRun = join(results, 'whole-run.json');
 const idleSeconds = 30;
+const clientLimit = 600; // seconds, on slow machines too
 const running = new Set();
 let options;
 let serverCore = null;
 
 // Processes
 
+/** The limit is in seconds; 0 is none. */
 function launch(command, limit) {
   const [file, ...args] = command;
   const child = spawn(file, args, { stdio: ['ignore', 'pipe', 'pipe'], timeout: limit * 1000 });
@@ -59,6 +61,7 @@ const commands = {
   [clients.run]: () => [native('client')],
   [clients.attached]: () => [native('client'), '--attached'],
   [clients.javascript]: () => [process.execPath, 'bench/client.mjs'],
+  [clients.officialCpp]: () => ['build/bench/official_cpp/official_client'],
   [clients.beast]: () => [native('floor')],
 };
 
@@ -70,7 +73,7 @@ const serverCommands = {
 async function withServer(name, args, action) {
   const pinned = serverCore === null ? [] : ['taskset', '--cpu-list', serverCore];
   const command = [...pinned, ...serverCommands[name](), ...args];
-  const server = launch(command, 900);
+  const server = launch(command, 0);
   const listening = new Promise((resolve) => {
     server.child.on('line', (line) => resolve(/^listening on (http:\S+)$/.exec(line)?.[1]));
   });
@@ -92,13 +95,13 @@ const nanoseconds = { ns: 1, us: 1e3, ms: 1e6, s: 1e9 };
 
 function benchmarkSample(result, command) {
   if (result.error_occurred) throw new Error(`${result.run_name}: ${result.error_message}`);
-  const [topic, name, candidate] = result.run_name.split('/');
+  const [table, name, candidate] = result.run_name.split('/');
   const time = result.cpu_time * nanoseconds[result.time_unit];
   const values = { ns: time / result.items };
   if (result.bytes > 0) values.mb_s = (result.bytes / time) * 1000;
   if ('allocations' in result) values.allocations = result.allocations;
   checkFigures(values, Object.keys(values), command);
-  return sample(topic, name, candidate, values);
+  return sample(table, name, candidate, values);
 }
 
 async function inProcess(program, topic) {
@@ -107,13 +110,13 @@ async function inProcess(program, topic) {
   rmSync(file, { force: true });
   const command = [
     native(program),
-    `--benchmark_filter=^${topic}/`,
+    `--benchmark_filter=^${topic}`,
     '--benchmark_enable_random_interleaving=true',
     `--benchmark_repetitions=${options.rounds}`,
-    '--benchmark_min_time=0.1',
+    '--benchmark_min_time=0.2',
     `--benchmark_out=${file}`,
   ];
-  await launch(command, 300).ended;
+  await launch(command, 300 * options.rounds).ended;
   const text = readFileSync(file, 'utf8').replace(/: (NaN|-?Infinity)\b/g, ': null');
   const { benchmarks = [] } = parsed(text, command);
   const runs = benchmarks
@@ -132,7 +135,7 @@ function checkFigures(values, keys, command) {
 
 const figures = {
   roundtrip: ['median_us', 'p99_us', 'rate', 'cpu_us', 'rss_kib'],
-  connect: ['median_us', 'p99_us', 'cpu_us'],
+  connect: ['median_us', 'p99_us', 'rate', 'cpu_us', 'rss_kib'],
   pushes: ['rate', 'cpu_us', 'rss_kib'],
   idle: ['cpu_us', 'rss_kib'],
   many: ['rss_kib', 'connect_us', 'rate', 'cpu_us'],
@@ -140,21 +143,27 @@ const figures = {
 
 async function client(candidate, url, mode, ...args) {
   const command = [...commands[candidate](), url, mode, ...args.map(String)];
-  const { lines, connectedMs } = await launch(command, 180).ended;
+  const { lines, connectedMs } = await launch(command, clientLimit).ended;
   const values = { ...parsed(lines.at(-1) ?? '', command), ms: connectedMs };
   checkFigures(values, [...figures[mode], 'ms'], command);
   return 'rss_kib' in values ? { ...values, rss_mib: values.rss_kib / 1024 } : values;
 }
 
+const measuredClients = () =>
+  Object.values(clients).filter((each) => each !== clients.officialCpp || options['official-cpp']);
+
+const counted = (table) => ['--warm-up', counts[table].warmUp, '--count', counts[table].measured];
+
 /** Every candidate once in each round, every other round in reverse order. */
-async function alternate(table, name, measure) {
+async function alternate(table, name, url, mode, ...args) {
   progress(`${table}: ${name}`);
   const samples = [];
-  const candidates = Object.values(clients);
+  const candidates = measuredClients();
   for (let round = 0; round < options.rounds; ++round) {
     const order = round % 2 === 0 ? candidates : [...candidates].reverse();
     for (const candidate of order) {
-      samples.push(sample(table, name, candidate, await measure(candidate)));
+      const values = await client(candidate, url, mode, ...counted(table), ...args);
+      samples.push(sample(table, name, candidate, values));
     }
   }
   return samples;
@@ -166,10 +175,10 @@ async function roundTrips() {
     for (const compression of [false, true]) {
       const name = compression ? `${server}, compression` : server;
       await withServer(server, compression ? ['--compression'] : [], async (url) => {
-        const exchange = (requests, window) => (candidate) =>
-          client(candidate, url, 'roundtrip', '--requests', requests, '--window', window);
-        samples.push(...(await alternate('one at a time', name, exchange(4000, 1))));
-        samples.push(...(await alternate('64 in flight', name, exchange(16000, 64))));
+        const exchange = (table, window) =>
+          alternate(table, name, url, 'roundtrip', '--window', window);
+        samples.push(...(await exchange('one at a time', 1)));
+        samples.push(...(await exchange('64 in flight', 64)));
       });
     }
   }
@@ -186,7 +195,7 @@ async function emptyProgram() {
 async function idle(url) {
   progress(`idle: ${idleSeconds} s`);
   const empty = await emptyProgram();
-  const waiting = Object.values(clients).map(async (candidate) => {
+  const waiting = measuredClients().map(async (candidate) => {
     const values = await client(candidate, url, 'idle', '--seconds', idleSeconds);
     const beyond_mib = (values.rss_kib - empty) / 1024;
     const cpu_ms = ((values.cpu_us / 1000) * 60) / idleSeconds;
@@ -198,12 +207,11 @@ async function idle(url) {
 async function connections() {
   const samples = [];
   await withServer('C++ server', [], async (url) => {
-    const connect = (candidate) => client(candidate, url, 'connect', '--times', 300);
-    const connected = await alternate('connect', 'C++ server', connect);
+    const connected = await alternate('connect', 'C++ server', url, 'connect');
     samples.push(...connected, ...connected.map((other) => ({ ...other, table: 'cold start' })));
     samples.push(...(await idle(url)));
     progress('many clients in one process');
-    const values = await client(clients.run, url, 'many', '--clients', 1000, '--requests', 20000);
+    const values = await client(clients.run, url, 'many', ...counted('many'), '--clients', 1000);
     samples.push(sample('many', '1,000 clients', clients.run, values));
   });
   return samples;
@@ -212,8 +220,7 @@ async function connections() {
 async function growth() {
   const samples = await inProcess('receive_bench', 'growth');
   await withServer('C++ server', [], async (url) => {
-    const take = (candidate) => client(candidate, url, 'pushes', '--count', 50000);
-    samples.push(...(await alternate('pushes', 'C++ server', take)));
+    samples.push(...(await alternate('pushes', 'C++ server', url, 'pushes')));
   });
   return samples;
 }
@@ -235,16 +242,20 @@ function median(numbers) {
   return sorted.length % 2 === 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
-function medians(samples) {
+/** The medians of what was measured more than once, and the least and the greatest beside them. */
+function toRows(samples) {
   const rows = new Map();
   for (const each of samples) {
     const key = JSON.stringify([each.table, each.case, each.candidate]);
-    if (!rows.has(key)) rows.set(key, { ...each, values: {} });
+    if (!rows.has(key)) rows.set(key, { ...each, values: {}, spread: {} });
     const { values } = rows.get(key);
     for (const [metric, value] of Object.entries(each.values)) (values[metric] ??= []).push(value);
   }
-  for (const { values } of rows.values()) {
-    for (const metric of Object.keys(values)) values[metric] = median(values[metric]);
+  for (const { values, spread } of rows.values()) {
+    for (const [metric, all] of Object.entries(values)) {
+      values[metric] = median(all);
+      if (all.length > 1) spread[metric] = [Math.min(...all), Math.max(...all)];
+    }
   }
   return [...rows.values()];
 }
@@ -268,6 +279,14 @@ function pinToCores() {
   return cores.length;
 }
 
+const load = () => os.loadavg()[0];
+
+/** Until what this machine did before, such as building the benchmarks, has left its load. */
+async function waitForQuiet() {
+  if (load() > quietLoad) progress(`waiting for the load of ${load().toFixed(2)} to fall`);
+  for (let i = 0; i < 24 && load() > quietLoad; ++i) await pause(5000);
+}
+
 const machine = (cores) => ({
   cpu: os.cpus()[0].model,
   cores,
@@ -284,8 +303,9 @@ function readOptions() {
   const { values, positionals } = parseArgs({
     allowPositionals: true,
     options: {
-      rounds: { type: 'string', default: '5' },
+      rounds: { type: 'string', default: '3' },
       programs: { type: 'string', default: 'build/bench/bench' },
+      'official-cpp': { type: 'string' },
       report: { type: 'boolean', default: false },
     },
   });
@@ -297,18 +317,38 @@ function readOptions() {
   return { ...values, rounds: Number(values.rounds), topics: positionals };
 }
 
+/** From a checkout that the caller has. */
+function buildOfficialCpp(checkout) {
+  progress(`building the official C++ client at ${checkout}`);
+  const folder = 'build/bench/official_cpp';
+  const cmake = (...args) => execFileSync('cmake', args, { stdio: 'inherit' });
+  const quiet = ['--fresh', '--log-level=NOTICE'];
+  const kind = ['-G', 'Ninja', '-D', 'CMAKE_CXX_COMPILER=g++', '-D', 'CMAKE_BUILD_TYPE=Release'];
+  const source = ['-S', 'bench/official_cpp', '-D', `OFFICIAL_CPP=${resolve(checkout)}`];
+  try {
+    cmake(...quiet, ...kind, ...source, '-B', folder);
+    cmake('--build', folder);
+  } catch {
+    throw new Error(`the official C++ client at ${checkout} cannot be built`);
+  }
+}
+
 async function measure(names) {
   const cores = pinToCores();
   mkdirSync(results, { recursive: true });
   const samples = [];
+  const loads = [load()];
   for (const name of names) samples.push(...(await measurements[name]()));
-  return { machine: machine(cores), rounds: options.rounds, rows: medians(samples) };
+  loads.push(load());
+  return { machine: machine(cores), loads, rounds: options.rounds, rows: toRows(samples) };
 }
 
 async function main() {
   options = readOptions();
   if (options.report) return writeReport(JSON.parse(readFileSync(wholeRun)));
+  if (options['official-cpp'] !== undefined) buildOfficialCpp(options['official-cpp']);
   if (options.topics.length > 0) return printReport(await measure(options.topics), options.topics);
+  await waitForQuiet();
   const measured = await measure(Object.keys(topics));
   writeFileSync(wholeRun, JSON.stringify(measured, null, 1));
   printReport(measured, Object.keys(topics));
