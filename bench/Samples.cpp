@@ -12,15 +12,15 @@ std::string attachments(const Document& document) {
 }
 
 /// A text message with an emoji, as most of a conversation's are.
-KRMessage sampleMessage(int number) {
+KRMessage sampleMessage(int number, const Words& words) {
   const std::string id = std::to_string(100'000 + number);
-  std::string text = "Shall we meet at noon? 😀 I can bring the slides, and coffee ☕ #" + id;
-  if (number % 3 == 0) text += "\n\"See you\"";
+  std::string text = std::string(words.text) + id;
+  if (number % 3 == 0) text += "\n\"" + std::string(words.farewell) + "\"";
   KRMessage message("5f0c7e0a-41d2-4c8e-9d3b-" + id, "5f0c7e0a-8d14-4c1e-b7a2-000000000042",
-                    koriva::replaceSpecialCharacters(text), "User 1001",
+                    koriva::replaceSpecialCharacters(text), std::string(words.sender),
                     "https://files.example/avatars/1001.png", "1001", false);
   message.groupAvatar = "https://files.example/groups/42.png";
-  message.groupName = "Project 42";
+  message.groupName = words.group;
   message.status = 3;
   message.createdAt = number % 10 == 0 ? "1600000000" : "1600000000" + id;
   message.seenUins = {"1001", "1002"};
@@ -29,8 +29,8 @@ KRMessage sampleMessage(int number) {
   return message;
 }
 
-KRMessage sampleOfMix(int number) {
-  KRMessage message = sampleMessage(number);
+KRMessage sampleOfMix(int number, const Words& words = english) {
+  KRMessage message = sampleMessage(number, words);
   const int share = number % 20;
   if (share < 14) return message;
   message.version = 1;
@@ -44,7 +44,7 @@ KRMessage sampleOfMix(int number) {
         attachments(KRFileResponse{{"https://files.example/f/42", "minutes", "pdf", 48213}});
   } else {
     message.type = koriva::rawValue(KRMessageType::reply);
-    message.attachments = sampleMessage(number - 1).toString();
+    message.attachments = sampleMessage(number - 1, words).toString();
   }
   return message;
 }
@@ -57,9 +57,9 @@ std::string asSent(const KRMessage& message) {
 
 }  // namespace
 
-std::string samplePage(int count) {
+std::string samplePage(int count, const Words& words) {
   std::string page = R"({"result":0,"group_id":"42","psize":1000,"pindex":0,"messages":[)";
-  for (int i = 0; i < count; ++i) page += asSent(sampleOfMix(i)) + ",";
+  for (int i = 0; i < count; ++i) page += asSent(sampleOfMix(i, words)) + ",";
   page.back() = ']';
   return page + "}";
 }
