@@ -85,8 +85,7 @@ function casesOf(target, rows) {
 
 function judged(target, rows) {
   const { of, per, beyond } = target;
-  const value =
-    find(rows, of) / (per ? find(rows, per) : 1) - (beyond ? find(rows, beyond) : 0);
+  const value = find(rows, of) / (per ? find(rows, per) : 1) - (beyond ? find(rows, beyond) : 0);
   const met = 'least' in target ? value >= target.least : value <= target.most;
   return { ...target, value, met };
 }
@@ -166,8 +165,8 @@ function introduction({ machine, loads, rounds, rows }) {
       `from day to day. ${loadText(loads)}`,
     ...warning(loads),
     'Over the network all clients get the same warm-up, which is not measured, and the same ' +
-      'counts. It is as long as the JavaScript client takes until its rate is flat; what it takes ' +
-      'before that is in the time from the start of the process to connected.',
+      'counts. It is at least as long as the JavaScript client takes until its rate is flat; the ' +
+      'start is a table of its own.',
     `${summary(rows)}. Beside those that are missed it says what stands in the way.`,
   ].join('\n\n');
 }

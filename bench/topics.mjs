@@ -43,9 +43,10 @@ export const topics = {
       'The acknowledgement of "list_message" with messages of about 700 bytes each, a list of ' +
       'conversations with their last messages, and a single push: from bytes to the same ' +
       'records. The other libraries parse into a document (DOM), of which the members are asked ' +
-      'for by key; they have other ways too, without a document, which are not measured. The copy of the records copies those that were decoded, as nothing that yields ' +
-      "them can be faster than making them. The DOM floor is a parse by simdjson's DOM and a copy " +
-      'of every string, which makes no records; it bounds only what goes by such a document.',
+      'for by key; they have other ways too, without a document, which are not measured. The copy ' +
+      'of the records copies those that were decoded: nothing that yields them can be faster than ' +
+      "making them. The DOM floor is a parse by simdjson's DOM and a copy of every string, which " +
+      'makes no records; it bounds only what goes by such a document.',
     tables: [
       {
         id: 'decode',
@@ -145,7 +146,12 @@ export const topics = {
     ],
     targets: [
       { what: 'CPU, one at a time, run() ÷ floor', most: 1.1, of: alone(run), per: alone(beast) },
-      { what: 'CPU, one at a time, attached ÷ run()', most: 1.5, of: alone(attached), per: alone(run) },
+      {
+        what: 'CPU, one at a time, attached ÷ run()',
+        most: 1.5,
+        of: alone(attached),
+        per: alone(run),
+      },
       { what: 'CPU, 64 in flight, floor ÷ run()', least: 0.75, of: many(beast), per: many(run) },
       {
         what: 'CPU, one at a time, run() ÷ JavaScript',

@@ -53,7 +53,8 @@ class Connection {
 /// A flat object.
 sio::message::ptr readRequest() {
   auto request = sio::object_message::create();
-  for (const auto& [key, value] : boost::json::parse(bench::readData("request.json")).as_object()) {
+  const auto payload = boost::json::parse(bench::readData("request.json"));
+  for (const auto& [key, value] : payload.as_object()) {
     auto& member = request->get_map()[key];
     if (value.is_string()) member = sio::string_message::create(std::string(value.as_string()));
     if (value.is_bool()) member = sio::bool_message::create(value.as_bool());
