@@ -11,7 +11,6 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <boost/asio/io_context.hpp>

@@ -7,7 +7,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/parse.hpp>
 #include <functional>
-#include <optional>
+#include <map>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -39,7 +39,9 @@ class Connection {
     client_.set_socket_open_listener([this](const std::string& nsp) {
       if (nsp == "/data") joined_.release();
     });
-    client_.connect(url, {{"session", "token-1001"}, {"deviceid", deviceId}});
+    const std::map<std::string, std::string> query{{"session", "token-1001"},
+                                                   {"deviceid", deviceId}};
+    client_.connect(url, query);
     joined_.acquire();
   }
 
