@@ -20,13 +20,13 @@ TEST_F(PushesTest, ReachEveryDelegate) {
   const auto isAlone = [&](const std::string& event) {
     return std::ranges::find(rows, event, &Row::name) != rows.end();
   };
-  for (const auto& [place, names, items, printed] : rows) {
-    const auto heard = std::regex_replace(lines(printed), std::regex("did.*\n"), "a $&b $&a $&");
-    std::istringstream events(names);
+  for (const auto& row : rows) {
+    const auto heard = std::regex_replace(lines(row.output), std::regex("did.*\n"), "a $&b $&a $&");
+    std::istringstream events(row.name);
     for (std::string event; std::getline(events, event, ',');) {
-      SCOPED_TRACE(place + ": " + event + " " + items);
-      if (!isAlone(event)) refuse(place, "this table is about no event '" + event + "'");
-      located(place, [&] { server.push(event, items); });
+      SCOPED_TRACE(row.place + ": " + event + " " + row.input);
+      if (!isAlone(event)) refuse(row.place, "this table is about no event '" + event + "'");
+      located(row.place, [&] { server.push(event, row.input); });
       EXPECT_EQ(settle(), heard);
     }
   }

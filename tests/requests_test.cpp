@@ -97,7 +97,7 @@ struct Request {
       isAsked ? lines(named(rows, "fails").output) : "";  ///< when there is no data
 };
 
-bool isWord(const std::string& input) { return std::isalpha(input.front()) != 0; }
+bool isWord(const std::string& input) { return !input.empty() && std::isalpha(input.front()) != 0; }
 
 std::vector<Request> readRequests() {
   const std::set<std::string> words{"sends", "prints", "fails", "answers"};
@@ -108,12 +108,13 @@ std::vector<Request> readRequests() {
     if (!isNew) refuse(row.place, "this was said before");
   }
   std::vector<Request> requests;
-  for (auto [name, rows] : blocks) {
-    if (!name.ends_with(')')) continue;
-    requests.push_back(located(rows.begin()->second.place, [&] {
+  for (const auto& block : blocks) {
+    if (!block.first.ends_with(')')) continue;
+    requests.push_back(located(block.second.begin()->second.place, [&] {
+      auto rows = block.second;
       rows.merge(Rows(named(blocks, named(rows, "answers").output)));
-      if (rows.contains("fails")) rows.merge(Rows(blocks.at("asked")));
-      return Request{name, rows};
+      if (rows.contains("fails")) rows.merge(Rows(named(blocks, "asked")));
+      return Request{block.first, rows};
     }));
   }
   return requests;
@@ -124,11 +125,12 @@ using RequestsTest = ServerTest;
 TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
   connect();
   for (const auto& request : readRequests()) {
-    for (const auto& [items, row] : request.rows) {
-      if (isWord(items)) continue;
+    for (const auto& each : request.rows) {
+      const auto& row = each.second;
+      if (isWord(row.input)) continue;
       SCOPED_TRACE(row.place + ": " + request.call);
       const std::string event(request.sent.at(0).as_string());
-      located(row.place, [&] { server.answer(event, items); });
+      located(row.place, [&] { server.answer(event, row.input); });
       server.tell(R"({"do":"forget"})");
       request.send();
       const auto told = boost::replace_all_copy(lines(row.output), "<failure>\n", request.failure);

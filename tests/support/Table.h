@@ -132,9 +132,9 @@ using Functions = std::map<std::string, std::string (*)(std::string_view)>;
 
 /// Checks that the functions that the rows name make the outputs of the inputs.
 inline void checkTable(const std::string& file, const Functions& functions) {
-  for (const auto& [place, name, input, output] : readTable(file)) {
-    const auto made = located(place, [&] { return named(functions, name)(input); });
-    EXPECT_EQ(made, output) << place << ": " << name << " of " << input;
+  for (const auto& row : readTable(file)) {
+    const auto made = located(row.place, [&] { return named(functions, row.name)(row.input); });
+    EXPECT_EQ(made, row.output) << row.place << ": " << row.name << " of " << row.input;
   }
 }
 
