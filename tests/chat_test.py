@@ -1,6 +1,6 @@
 """The guide's program, and terminal clients that talk through the sandbox, one of them at a
 pseudo-terminal: CLIENT SANDBOX GUIDE TABLE"""
-import re, subprocess, sys
+import re, socket, subprocess, sys
 from support.program import PATIENCE, Program, sandbox
 
 CLIENT, SANDBOX, GUIDE, TABLE = sys.argv[1:]
@@ -11,11 +11,13 @@ def client(uin, patience=PATIENCE):
 
 
 def rows():
-    for number, line in enumerate(open(TABLE, encoding='utf-8'), 1):
-        if line.strip() and not line.startswith('#'):
-            row = re.fullmatch(r'  (one|two) (\S.*) => ((?:one|two) \S.*)\n', line)
-            assert row, f'{TABLE}:{number}: this is no row'
-            yield row.groups()
+    for number, row in enumerate(open(TABLE, encoding='utf-8'), 1):
+        if row.strip() and not row.startswith('#'):
+            typed, _, shown = row.rstrip('\n').partition(' => ')
+            parts = [typed.removeprefix('  '), *shown.split(' + ')]
+            is_row = typed.startswith('  ') and all(re.match(r'(one|two) \S', it) for it in parts)
+            assert is_row, f'{TABLE}:{number}: this is no row'
+            yield f'{TABLE}:{number}', [part.split(' ', 1) for part in parts]
 
 
 def both(pattern):
@@ -23,17 +25,26 @@ def both(pattern):
         side.expect(pattern)
 
 
-server, url = sandbox(SANDBOX)
+# Bound as servers bind theirs, so that nobody else is given the port while there is no server.
+reserved = socket.socket()
+reserved.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+reserved.bind(('127.0.0.1', 0))
+port = str(reserved.getsockname()[1])
+
+server, url = sandbox(SANDBOX, port)
 subprocess.run([GUIDE, url], check=True, stdout=subprocess.DEVNULL, timeout=PATIENCE)
 one, two = Program(*client(1001)), Program(*client(1002), at_terminal=True)
 sides = {'one': one, 'two': two}
 both('connected to')
 
-for who, line, shown in rows():
-    # What is typed by a pattern is what the first was shown.
-    sides[who].type(one.expect(line) if '\\w' in line else line)
-    for who, pattern in (each.split(' ', 1) for each in shown.split(' + ')):
-        sides[who].expect(pattern)
+for place, ((who, line), *shown) in rows():
+    try:
+        # What is typed by a pattern is what the first was shown.
+        sides[who].type(one.expect(line) if '\\w' in line else line)
+        for side, pattern in shown:
+            sides[side].expect(pattern)
+    except AssertionError as error:
+        sys.exit(f'{place}: {error}')
 one.type('wipe \x1b[2J')
 two.expect(r'1001: wipe \?\[2J')
 
@@ -46,7 +57,7 @@ one.expect('1002: half a line')
 
 server.kill()
 both('connection lost')
-sandbox(SANDBOX, url.rsplit(':', 1)[1])
+sandbox(SANDBOX, port)
 both('connected again')
 
 for script, patience, status in (

@@ -22,30 +22,33 @@ struct Play : ServerTest {
   }
   std::string rest() { return console.take(); }
   std::function<void()> doing(const Step& it) {
-    return [this, body = it.body] { perform(steps, body); };
+    return [this, alive = std::weak_ptr(life), body = it.body] {
+      if (!alive.expired()) perform(steps, body);
+    };
   }
 
   KRRunLoop& loop = KRRunLoop::main();
+  const std::shared_ptr<bool> life = std::make_shared<bool>(true);
   std::shared_ptr<KorivaSDK> other;
   std::map<std::string, std::shared_ptr<Recorder>> recorders;
   const Steps steps{
-      {"interval",
-       [](auto& it) { koriva::timing().reconnectInterval = milliseconds(it.argument); }},
-      {"limit",
-       [](auto& it) { koriva::timing().limits.acknowledgement = milliseconds(it.argument); }},
-      {"url", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
-      {"login", [this](auto& it) { login(it.argument == "new"); }},
+      {"interval *", [](auto& it) { koriva::timing().reconnectInterval = millisecondsIn(it); }},
+      {"limit *", [](auto& it) { koriva::timing().limits.acknowledgement = millisecondsIn(it); }},
+      {"url", [this](auto&) { print(sdk->setBaseUrl("") ? "taken" : "refused"); }},
+      {"url *", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
+      {"login", [this](auto&) { login(); }},
+      {"loginAsNew", [this](auto&) { login(true); }},
       {"logout", [this](auto&) { sdk->logout(); }},
       {"disconnect", [this](auto&) { sdk->disconnect(); }},
       {"reconnect", [this](auto&) { sdk->reconnectIfNeed(); }},
       {"fire", [this](auto&) { sdk->reconnectFired(); }},
-      {"chat", [this](auto& it) { sdk->connectChat(it.argument); }},
+      {"chat *", [this](auto& it) { sdk->connectChat(it.argument); }},
       {"status", [this](auto&) { print(sdk->isConnected() ? "connected" : "not connected"); }},
       {"release", [this](auto&) { renewClient(); }},
       {"leave", [this](auto&) { other = sdk, renewClient(); }},
       {"return", [this](auto&) { sdk.swap(other); }},
-      {"print", [](auto& it) { print(it.argument); }},
-      {"throw", [](auto& it) { throw std::runtime_error(it.argument); }},
+      {"print *", [](auto& it) { print(it.argument); }},
+      {"throw *", [](auto& it) { throw std::runtime_error(it.argument); }},
       {"caught", [](auto&) { print("caught " + awaitThrown()); }},
       {"post:", [this](auto& it) { loop.post(doing(it)); }},
       {"postNothing", [this](auto&) { loop.post({}); }},
@@ -61,31 +64,40 @@ struct Play : ServerTest {
        [this](auto& it) {
          sdk->deleteGroup("sentinel", [act = doing(it)](const auto&) { act(); });
        }},
-      {"mute", [this](auto& it) { sdk->muteGroup("g1", true, Done{it.argument}); }},
-      {"events",
+      {"mute *", [this](auto& it) { sdk->muteGroup("g1", true, Done{it.argument}); }},
+      {"events *",
        [this](auto& it) {
-         for (int i = std::stoi(it.argument); i > 0; --i) sdk->sendGroupEvent("1001", {});
+         for (auto left = numberIn(it); left > 0; --left) sdk->sendGroupEvent("1001", {});
        }},
       {"logoutEvent", [this](auto&) { sdk->sendLogoutEvent(1001, 1); }},
-      {"delegate",
+      {"delegate *",
        [this](auto& it) {
          auto& recorder = recorders[it.argument];
          if (!recorder) recorder = std::make_shared<Recorder>(it.argument);
          sdk->addDelegate(recorder);
        }},
-      {"within:", [this](auto& it) { named(recorders, it.argument)->act = doing(it); }},
-      {"remove", [this](auto& it) { sdk->removeDelegate(named(recorders, it.argument)); }},
-      {"removeTwin",
+      {"within: *", [this](auto& it) { named(recorders, it.argument)->act = doing(it); }},
+      {"remove *", [this](auto& it) { sdk->removeDelegate(named(recorders, it.argument)); }},
+      {"removeTwin *",
        [this](auto& it) { sdk->removeDelegate(std::make_shared<Recorder>(it.argument)); }},
-      {"uses",
+      {"uses *",
        [this](auto& it) { print(std::to_string(named(recorders, it.argument).use_count())); }},
       {"kill", [this](auto&) { server.kill(); }},
-      {"revive", [this](auto&) { server.returnToLife(); }},
-      {"refuse", [this](auto& it) { server.tell(R"({"do":"refuse","on":)" + it.argument + "}"); }},
-      {"error", [this](auto& it) { server.push("error", "{\"error\":" + it.argument + "}"); }},
-      {"heard", [this](auto& it) { EXPECT_TRUE(awaitReports(it.argument, 1)) << it.place; }},
-      {"count", [this](auto& it) { print(std::to_string(server.reports(it.argument).size())); }},
-      {"last", [this](auto& it) { print(json::serialize(server.reports(it.argument).back())); }},
+      {"revive",
+       [this](auto&) {
+         server.returnToLife();
+         sdk->setBaseUrl(server.url());
+       }},
+      {"refuse *",
+       [this](auto& it) { server.tell(R"({"do":"refuse","on":)" + it.argument + "}"); }},
+      {"error *", [this](auto& it) { server.push("error", "{\"error\":" + it.argument + "}"); }},
+      {"heard *", [this](auto& it) { EXPECT_TRUE(awaitReports(it.argument, 1)) << it.place; }},
+      {"count *", [this](auto& it) { print(std::to_string(server.reports(it.argument).size())); }},
+      {"last *",
+       [this](auto& it) {
+         const auto reports = server.reports(it.argument);
+         print(reports.empty() ? "nothing" : json::serialize(reports.back()));
+       }},
       {"settle", [this](auto&) { sdk->deleteGroup("sentinel", Done{"settled"}); }},
   };
 };

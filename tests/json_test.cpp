@@ -89,7 +89,7 @@ TEST(Json, IsReadAndWritten) {
        {"first of items", reread<One<I64>, &json::decodeFirst<One<I64>>>},
        {"dynamic", dynamic},
        {"pretty", [](auto items) { return json::prettyPrinted(items).value_or("error"); }},
-       {"printed", [](auto text) { return json::printedForm(*json::parseValue(text)); }}});
+       {"printed", [](auto text) { return json::printedForm(json::parseValue(text).value()); }}});
 }
 
 TEST(Json, MayBeLongAndDeepWithinBounds) {

@@ -84,7 +84,7 @@ commands = {
 async def main():
     io.attach(app := web.Application())
     await (runner := web.AppRunner(app)).setup()
-    site = web.TCPSite(runner, "127.0.0.1", options.get("port", 0))
+    site = web.TCPSite(runner, "127.0.0.1", 0)
     await site.start()
     print(site._server.sockets[0].getsockname()[1], flush=True)
     while line := await asyncio.to_thread(sys.stdin.readline):

@@ -104,16 +104,16 @@ std::string cased(const Variant& variant) {
 
 /// A dictionary in which the object under the key has become its text.
 KRDictionary withText(std::string_view key, std::string_view json) {
-  auto members = *parseDictionary(json);
+  auto members = parseDictionary(json).value();
   auto* member = members.if_contains(key);
   if (member && member->is_object()) *member = *toJsonString(member->get_object());
   return members;
 }
 
 std::string message(std::string_view json) {
-  const auto document = *toJsonString(withText("attachments", json));
-  const auto message = *decode<KRMessage>(document);
-  EXPECT_EQ(*decode<KRMessageKind>(document), message.kind);
+  const auto document = toJsonString(withText("attachments", json)).value();
+  const auto message = decode<KRMessage>(document).value();
+  EXPECT_EQ(decode<KRMessageKind>(document).value(), message.kind);
   return cased(message.kind) + (message.createdAt.empty() ? "" : " '" + message.createdAt + "'");
 }
 
@@ -142,7 +142,7 @@ TEST(Records, FollowTheirOwnLogic) {
   koriva::test::checkTable(
       "variants.txt",
       {{"message", message},
-       {"group update", [](auto json) { return cased(*decode<KRGroupUpdateType>(json)); }},
+       {"group update", [](auto json) { return cased(decode<KRGroupUpdateType>(json).value()); }},
        {"user info", userInfo},
        {"KRError", error},
        {"cases", cases<KRMessageType, D::OnlineStatus, D::GroupType, D::Answer, D::IgnoreType,

@@ -80,7 +80,7 @@ struct Request {
   void send(const std::string& completion = "done") const {
     auto all = arguments;
     all.emplace_back(completion);
-    invoke(all);
+    located(rows.begin()->second.place, [&] { invoke(all); });
   }
 
   std::string call;
@@ -108,14 +108,20 @@ std::vector<Request> readRequests() {
     if (!isNew) refuse(row.place, "this was said before");
   }
   std::vector<Request> requests;
+  std::set<std::string> used{"asked"};
   for (const auto& block : blocks) {
     if (!block.first.ends_with(')')) continue;
     requests.push_back(located(block.second.begin()->second.place, [&] {
       auto rows = block.second;
-      rows.merge(Rows(named(blocks, named(rows, "answers").output)));
+      const auto& answers = *used.insert(named(rows, "answers").output).first;
+      rows.merge(Rows(named(blocks, answers)));
       if (rows.contains("fails")) rows.merge(Rows(named(blocks, "asked")));
       return Request{block.first, rows};
     }));
+  }
+  for (const auto& [name, rows] : blocks) {
+    const bool isUsed = name.ends_with(')') || used.contains(name);
+    if (!isUsed) refuse(rows.begin()->second.place, "this block is of no use");
   }
   return requests;
 }
@@ -169,6 +175,8 @@ TEST_F(RequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
   }
   EXPECT_EQ(printedTo(outcomes), traces + outcomes);
   EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
+  KRRunLoop::main().post([] { koriva::printLine("end"); });
+  EXPECT_EQ(printedTo("end\n"), "end\n");
 }
 
 TEST_F(RequestsTest, CompleteOnceEachWithTenThousandInFlight) {

@@ -92,4 +92,4 @@ createInterface({ input: process.stdin })
   })
   .on("close", () => process.exit());
 
-http.listen(options.port ?? 0, "127.0.0.1", () => say(http.address().port));
+http.listen(0, "127.0.0.1", () => say(http.address().port));

@@ -120,30 +120,28 @@ class Play {
   std::unique_ptr<Manager> manager_;
   std::shared_ptr<Socket> socket_;
 
-  static std::size_t number(const test::Step& it) { return std::stoul(it.argument); }
-
  public:
   const test::Steps steps{
-      {"connectLimit", [this](auto& it) { limits_.connect = test::milliseconds(it.argument); }},
-      {"answerLimit",
-       [this](auto& it) { limits_.acknowledgement = test::milliseconds(it.argument); }},
-      {"eventLimit", [this](auto& it) { limits_.undelivered = number(it); }},
-      {"byteLimit", [this](auto& it) { limits_.outgoingBytes = number(it); }},
-      {"queued", [this](auto& it) { far_->queued = number(it); }},
+      {"connectLimit *", [this](auto& it) { limits_.connect = test::millisecondsIn(it); }},
+      {"answerLimit *", [this](auto& it) { limits_.acknowledgement = test::millisecondsIn(it); }},
+      {"eventLimit *", [this](auto& it) { limits_.undelivered = test::numberIn(it); }},
+      {"byteLimit *", [this](auto& it) { limits_.outgoingBytes = test::numberIn(it); }},
+      {"queued *", [this](auto& it) { far_->queued = test::numberIn(it); }},
       {"connect", [this](auto&) { connect(); }},
       {"open", [this](auto&) { open(); }},
       {"join", [this](auto&) { join(); }},
-      {"text", [this](auto& it) { listener()->onText(it.argument); }},
-      {"binary", [this](auto& it) { listener()->onBinary(it.argument); }},
+      {"text", [this](auto&) { listener()->onText(""); }},
+      {"text *", [this](auto& it) { listener()->onText(it.argument); }},
+      {"binary *", [this](auto& it) { listener()->onBinary(it.argument); }},
       {"largest", [this](auto&) { listener()->onBinary(std::string(maxIncomingBytes, 'x')); }},
-      {"lose", [this](auto& it) { listener()->onClosed(it.argument); }},
-      {"whenSent:",
+      {"lose *", [this](auto& it) { listener()->onClosed(it.argument); }},
+      {"whenSent: *",
        [this](auto& it) { far_->whenSent[it.argument] = [&] { perform(steps, it.body); }; }},
-      {"emit", [this](auto& it) { socket().emit(it.argument, "1"); }},
-      {"ask", [this](auto& it) { socket().emitWithAck("ask", "{}", noting(it.argument)); }},
+      {"emit *", [this](auto& it) { socket().emit(it.argument, "1"); }},
+      {"ask *", [this](auto& it) { socket().emitWithAck("ask", "{}", noting(it.argument)); }},
       {"disconnect", [this](auto&) { socket().disconnect(); }},
       {"release", [this](auto&) { manager_.reset(); }},
-      {"releaseWithin", [this](auto& it) { leaveWithin(it.argument); }},
+      {"releaseWithin *", [this](auto& it) { leaveWithin(it.argument); }},
       {"status", [this](auto&) { note_(std::to_string(static_cast<int>(socket().status()))); }},
       {"run", [this](auto&) { run(); }},
   };

@@ -23,6 +23,8 @@ TEST(Table, NamesThePlaceOfAMistake) {
       {"# comment\n\n[a]\n  1 => 2\n    3\n  => <a>\n[b]\n  <a {}>\n", "none"},
       {"[a]\n 1 => 2\n", "t.txt:2: a row is indented by two spaces, what it goes on with by four"},
       {"[a]\n1 => 2\n", "t.txt:2: this is no heading, and nothing else stands at the margin"},
+      {"[a]\n[b]\n  1\n", "t.txt:1: nothing is below this heading"},
+      {"[a]\n  1\n[b]\n", "t.txt:3: nothing is below this heading"},
       {"  1 => 2\n", "t.txt:1: this row has no heading"},
       {"[a]\n  <KRCal>\n", "t.txt:2: there is no such sample: <KRCal>"},
   };
@@ -30,16 +32,19 @@ TEST(Table, NamesThePlaceOfAMistake) {
 }
 
 TEST(Script, NamesThePlaceOfAMistake) {
-  const Steps steps{{"do", {}}, {"=>", {}}, {"later:", {}}};
+  const Steps steps{{"do", {}}, {"=> *", {}}, {"later: *", {}}};
   const auto asScript = [&](const auto& lines) {
     for (const auto& script : readScripts(lines)) checkNames(steps, script.steps);
   };
   const std::vector<std::pair<std::string, std::string>> scripts{
-      {"[a]\n  do => seen:\n  later it:\n    do\n    => seen\n  do\n[b]\n  do\n", "none"},
-      {"[a]\n  do\n  od\n", "t.txt:3: there is no 'od'"},
-      {"[a]\n  later:\n    od\n", "t.txt:3: there is no 'od'"},
+      {"[a]\n  do => seen:\n  later it:\n    do\n  => seen\n[b]\n  do\n", "none"},
+      {"[a]\n[b]\n  do\n", "t.txt:1: nothing is below this heading"},
+      {"[a]\n  do\n  od\n", "t.txt:3: there is no step 'od' like this"},
+      {"[a]\n  do it\n", "t.txt:2: there is no step 'do' like this"},
+      {"[a]\n  later it:\n    od\n", "t.txt:3: there is no step 'od' like this"},
+      {"[a]\n  later it:\n    do => seen\n", "t.txt:3: what is seen stands in no body"},
       {"[a]\n  do\n    do\n", "t.txt:3: this is indented too far"},
-      {"[a]\n  later:\n  do\n", "t.txt:2: nothing is indented below this"},
+      {"[a]\n  later it:\n  do\n", "t.txt:2: nothing is indented below this"},
       {"[a]\n   do\n", "t.txt:2: this is indented too far"},
       {"[a]\n do\n", "t.txt:2: a step is indented by two spaces"},
   };

@@ -131,7 +131,7 @@ class Server {
     waitpid(std::exchange(process_, 0), nullptr, 0);
     stream_.close();
   }
-  void returnToLife() { start("{\"port\":" + port_ + "}"); }
+  void returnToLife() { start("{}"); }
 
  private:
   void start(const std::string& options) {
@@ -243,7 +243,7 @@ class ServerTest : public testing::Test {
   void connect() {
     login();
     printedTo("KorivaSDK - socket connected\n");
-    settle();
+    console.take();
   }
   bool awaitConnection() { return runUntil(std::bind_front(&KorivaSDK::isConnected, sdk)); }
   /// What is printed up to and including the text, which has to come.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <boost/lexical_cast.hpp>
+#include <chrono>
 #include <functional>
 #include <span>
 
@@ -8,7 +10,7 @@
 namespace koriva::test {
 
 /// A line `step argument` of a script. Steps whose line ends with a colon, which belongs to their
-/// name, have a body: the lines below that are indented further.
+/// name, have a body of further steps: the lines below that are indented further.
 struct Step {
   std::string place;
   std::string name;
@@ -40,6 +42,8 @@ inline std::vector<Step> takeSteps(std::span<const Line>& lines, std::size_t ind
     if (line.indent > indent) refuse(line.place, "this is indented too far");
     lines = lines.subspan(1);
     const auto arrow = line.text.find(" => ");
+    const bool isSeen = arrow != line.text.npos || line.text.starts_with("=> ");
+    if (isSeen && indent > 2) refuse(line.place, "what is seen stands in no body");
     auto& step = steps.emplace_back(stepOf(line.place, line.text.substr(0, arrow)));
     if (step.name.ends_with(':')) {
       step.body = takeSteps(lines, indent + 2);
@@ -56,24 +60,33 @@ inline std::vector<Script> readScripts(const std::vector<Line>& all) {
   std::vector<Script> scripts;
   for (std::span lines(all); !lines.empty();) {
     const auto& heading = lines.front();
-    if (heading.indent != 0) refuse(heading.place, "a step is indented by two spaces");
     lines = lines.subspan(1);
     scripts.push_back({heading.place, headingOf(heading), takeSteps(lines, 2)});
+    const bool isHeadingNext = lines.empty() || lines.front().indent == 0;
+    if (!isHeadingNext) refuse(lines.front().place, "a step is indented by two spaces");
+    if (scripts.back().steps.empty()) refuse(heading.place, "nothing is below this heading");
   }
   return scripts;
 }
 
+/// What is done, by name. A name that ends with " *" has an argument, others have none.
 using Steps = std::map<std::string, std::function<void(const Step&)>>;
+
+inline const auto& actionOf(const Steps& steps, const Step& step) {
+  const auto known = steps.find(step.argument.empty() ? step.name : step.name + " *");
+  if (known == steps.end()) refuse(step.place, "there is no step '" + step.name + "' like this");
+  return known->second;
+}
 
 inline void checkNames(const Steps& steps, const std::vector<Step>& script) {
   for (const auto& step : script) {
-    located(step.place, [&] { named(steps, step.name); });
+    actionOf(steps, step);
     checkNames(steps, step.body);
   }
 }
 
 inline void perform(const Steps& steps, const std::vector<Step>& script) {
-  for (const auto& step : script) steps.at(step.name)(step);
+  for (const auto& step : script) actionOf(steps, step)(step);
 }
 
 /// Follows each script of a file with a `Play` of its own, which has the `steps` and tells what is
@@ -84,13 +97,15 @@ void followScripts(const std::string& file) {
     SCOPED_TRACE(place + ": " + name);
     Play play;
     auto steps = play.steps;
-    steps["=>"] = [&](const Step& expected) {
+    steps["=> *"] = [&](const Step& expected) {
       const auto seen = play.next();
       if (seen != expected.argument) throw std::runtime_error("this was seen instead: " + seen);
     };
     try {
       checkNames(steps, script);
-      for (const auto& step : script) located(step.place, [&] { steps.at(step.name)(step); });
+      for (const auto& step : script) {
+        located(step.place, [&] { actionOf(steps, step)(step); });
+      }
       EXPECT_EQ(play.rest(), "");
     } catch (const std::exception& error) {
       ADD_FAILURE() << error.what();
@@ -98,8 +113,10 @@ void followScripts(const std::string& file) {
   }
 }
 
-inline auto milliseconds(const std::string& text) {
-  return std::chrono::milliseconds(std::stol(text));
+inline std::size_t numberIn(const Step& step) {
+  return boost::lexical_cast<std::size_t>(step.argument);
 }
+
+inline auto millisecondsIn(const Step& step) { return std::chrono::milliseconds(numberIn(step)); }
 
 }  // namespace koriva::test

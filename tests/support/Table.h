@@ -104,11 +104,19 @@ inline std::vector<Row> readRows(const std::vector<Line>& lines,
                                  const std::vector<Row>& samples = {}) {
   std::vector<Row> rows;
   std::string name;
-  for (auto& [place, indent, text] : joined(lines)) {
+  std::string emptyPlace;
+  const auto refuseEmpty = [&] {
+    if (!emptyPlace.empty()) refuse(emptyPlace, "nothing is below this heading");
+  };
+  for (const auto& line : joined(lines)) {
+    const auto& [place, indent, text] = line;
     if (indent == 0) {
-      name = headingOf({place, indent, text});
+      name = headingOf(line);
+      refuseEmpty();
+      emptyPlace = place;
       continue;
     }
+    emptyPlace.clear();
     if (name.empty()) refuse(place, "this row has no heading");
     std::string row = (text.starts_with("=> ") ? " " : "") + text;
     for (const auto& sample : samples.empty() ? rows : samples) {
@@ -119,8 +127,11 @@ inline std::vector<Row> readRows(const std::vector<Line>& lines,
     boost::replace_all(row, "¶", "\n");
     const auto arrow = row.find(" => ");
     const auto input = row.substr(0, arrow);
-    rows.push_back({place, name, input, arrow == row.npos ? input : row.substr(arrow + 4)});
+    const auto output = arrow == row.npos ? input : row.substr(arrow + 4);
+    if (output.empty()) refuse(place, "nothing is behind the arrow");
+    rows.push_back({place, name, input, output});
   }
+  refuseEmpty();
   return rows;
 }
 
