@@ -92,7 +92,7 @@ struct Request {
           .as_array();
   json::array sent = json::parse(named(rows, "sends").output).as_array();
   bool isAsked = sent.at(2).as_bool();
-  std::string trace = lines(named(rows, "prints").output);
+  std::string trace = rows.contains("prints") ? lines(rows.at("prints").output) : "";
   std::string failure =
       isAsked ? lines(named(rows, "fails").output) : "";  ///< when there is no data
 };
@@ -108,14 +108,16 @@ std::vector<Request> readRequests() {
     if (!isNew) refuse(row.place, "this was said before");
   }
   std::vector<Request> requests;
-  std::set<std::string> used{"asked"};
+  std::set<std::string> used{"asked", "unasked"};
   for (const auto& block : blocks) {
     if (!block.first.ends_with(')')) continue;
     requests.push_back(located(block.second.begin()->second.place, [&] {
       auto rows = block.second;
-      const auto& answers = *used.insert(named(rows, "answers").output).first;
-      rows.merge(Rows(named(blocks, answers)));
-      if (rows.contains("fails")) rows.merge(Rows(named(blocks, "asked")));
+      if (rows.contains("answers")) {
+        const auto& answers = *used.insert(rows.at("answers").output).first;
+        rows.merge(Rows(named(blocks, answers)));
+      }
+      rows.merge(Rows(named(blocks, rows.contains("fails") ? "asked" : "unasked")));
       return Request{block.first, rows};
     }));
   }

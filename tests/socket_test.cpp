@@ -49,8 +49,10 @@ class Play {
     }
     return takeNext();
   }
+  /// Also the status, should it not be what has been told of it.
   std::string rest() {
     run();
+    if (seen_.empty() && socket().status() != told_) perform(steps, {{"", "status", "", {}}});
     return takeNext();
   }
 
@@ -63,10 +65,12 @@ class Play {
     for (const auto event : {connectEvent, disconnectEvent, errorEvent, std::string_view("ev")}) {
       socket_->on(event, noting(std::string(event)));
     }
+    socket_->on(connectEvent, [this](const auto&) { told_ = Status::connected; });
+    socket_->on(disconnectEvent, [this](const auto&) { told_ = Status::disconnected; });
     return *socket_;
   }
   void connect() {
-    socket();
+    if (socket().status() == Status::notConnected) told_ = Status::connecting;
     manager_->connect();
   }
   std::shared_ptr<Transport::Listener> listener() { return far_->listener.lock(); }
@@ -98,8 +102,12 @@ class Play {
     run();
     seen_.clear();
   }
+  void release() {
+    manager_.reset();
+    told_ = Status::disconnected;
+  }
   void leaveWithin(const std::string& event) {
-    socket().on(event, [this](const Items&) { manager_.reset(); });
+    socket().on(event, [this](const Items&) { release(); });
     socket().on(event, noting("never"));
   }
 
@@ -119,6 +127,7 @@ class Play {
   std::shared_ptr<FakeTransport> far_ = std::make_shared<FakeTransport>(note_);
   std::unique_ptr<Manager> manager_;
   std::shared_ptr<Socket> socket_;
+  Status told_ = Status::notConnected;
 
  public:
   const test::Steps steps{
@@ -140,7 +149,7 @@ class Play {
       {"emit *", [this](auto& it) { socket().emit(it.argument, "1"); }},
       {"ask *", [this](auto& it) { socket().emitWithAck("ask", "{}", noting(it.argument)); }},
       {"disconnect", [this](auto&) { socket().disconnect(); }},
-      {"release", [this](auto&) { manager_.reset(); }},
+      {"release", [this](auto&) { release(); }},
       {"releaseWithin *", [this](auto& it) { leaveWithin(it.argument); }},
       {"status", [this](auto&) { note_(std::to_string(static_cast<int>(socket().status()))); }},
       {"run", [this](auto&) { run(); }},

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <boost/algorithm/string/finder.hpp>
+#include <boost/algorithm/string/iter_find.hpp>
 #include <boost/lexical_cast.hpp>
 #include <chrono>
 #include <functional>
@@ -9,8 +11,8 @@
 
 namespace koriva::test {
 
-/// A line `step argument` of a script. Steps whose line ends with a colon, which belongs to their
-/// name, have a body of further steps: the lines below that are indented further.
+/// A line `step argument` of a script. Steps with a colon, which belongs to their name, have a body
+/// of further steps: one behind the colon, or the lines below that are indented further.
 struct Step {
   std::string place;
   std::string name;
@@ -19,19 +21,22 @@ struct Step {
 };
 
 /// What is done under a heading `[name]`. An arrow is a step as well, though it may stand behind
-/// another one: what is seen next has to be its argument.
+/// another one: what is seen next have to be the lines of its argument, with ¶ between.
 struct Script {
   std::string place;
   std::string name;
   std::vector<Step> steps;
 };
 
-inline Step stepOf(const std::string& place, std::string text) {
-  const bool hasBody = text.ends_with(':') && !text.starts_with("=> ");
-  if (hasBody) text.pop_back();
-  const auto space = std::min(text.find(' '), text.size());
-  const auto name = text.substr(0, space) + (hasBody ? ":" : "");
-  return {place, name, text.substr(std::min(space + 1, text.size())), {}};
+inline Step stepOf(const std::string& place, const std::string& text) {
+  const auto colon = text.starts_with("=> ") ? text.npos : (text + " ").find(": ");
+  const auto head = text.substr(0, colon);
+  const auto space = std::min(head.find(' '), head.size());
+  Step step{place, head.substr(0, space), head.substr(std::min(space + 1, head.size())), {}};
+  if (colon == text.npos) return step;
+  step.name += ':';
+  if (colon + 1 < text.size()) step.body = {stepOf(place, text.substr(colon + 2))};
+  return step;
 }
 
 /// Takes the lines of one script or body.
@@ -44,10 +49,11 @@ inline std::vector<Step> takeSteps(std::span<const Line>& lines, std::size_t ind
     const auto arrow = line.text.find(" => ");
     const bool isSeen = arrow != line.text.npos || line.text.starts_with("=> ");
     if (isSeen && indent > 2) refuse(line.place, "what is seen stands in no body");
-    auto& step = steps.emplace_back(stepOf(line.place, line.text.substr(0, arrow)));
-    if (step.name.ends_with(':')) {
-      step.body = takeSteps(lines, indent + 2);
-      if (step.body.empty()) refuse(line.place, "nothing is indented below this");
+    auto* step = &steps.emplace_back(stepOf(line.place, line.text.substr(0, arrow)));
+    while (!step->body.empty()) step = &step->body.front();
+    if (step->name.ends_with(':')) {
+      step->body = takeSteps(lines, indent + 2);
+      if (step->body.empty()) refuse(line.place, "nothing is indented below this");
     }
     if (arrow != line.text.npos) {
       steps.push_back(stepOf(line.place, line.text.substr(arrow + 1)));
@@ -97,9 +103,12 @@ void followScripts(const std::string& file) {
     SCOPED_TRACE(place + ": " + name);
     Play play;
     auto steps = play.steps;
-    steps["=> *"] = [&](const Step& expected) {
-      const auto seen = play.next();
-      if (seen != expected.argument) throw std::runtime_error("this was seen instead: " + seen);
+    steps["=> *"] = [&](const Step& step) {
+      std::vector<std::string> lines;
+      for (const auto& line : boost::iter_split(lines, step.argument, boost::first_finder(" ¶ "))) {
+        const auto seen = play.next();
+        if (seen != line) throw std::runtime_error("'" + seen + "' was seen, not '" + line + "'");
+      }
     };
     try {
       checkNames(steps, script);

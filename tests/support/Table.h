@@ -73,7 +73,7 @@ inline std::string headingOf(const Line& line) {
 
 /// A row `  input => output` of a table, under a heading `[name]`. One without an arrow gives its
 /// input back, and one may begin with it; ¶ stands for a line break. Rows and headings go on in
-/// lines that are indented by four.
+/// lines that are indented by four; what is indented further begins with spaces.
 struct Row {
   std::string place;
   std::string name;
