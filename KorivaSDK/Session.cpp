@@ -37,7 +37,7 @@ koriva::Timing& koriva::timing() {
 }
 
 socketio::Endpoint koriva::parseDefaultUrl(std::string_view url) {
-  if (auto endpoint = socketio::Endpoint::parse(url)) return *std::move(endpoint);
+  if (const auto endpoint = socketio::Endpoint::parse(url)) return *endpoint;
   std::fputs("Unexpectedly found nil while unwrapping an Optional value\n", stderr);
   std::abort();
 }
@@ -55,9 +55,8 @@ void KorivaSDK::setShared(std::shared_ptr<KorivaSDK> client) {
   holder.client.swap(client);
 }
 
-KorivaSDK::KorivaSDK(Passkey) : state_(std::make_unique<State>()) {
-  state_->baseURL = koriva::parseDefaultUrl(KRPrivate::socketUrl);
-}
+KorivaSDK::KorivaSDK(Passkey)
+    : state_(std::make_unique<State>(koriva::parseDefaultUrl(KRPrivate::socketUrl))) {}
 
 KorivaSDK::~KorivaSDK() {
   try {
@@ -71,9 +70,9 @@ KorivaSDK::~KorivaSDK() {
 }
 
 bool KorivaSDK::setBaseUrl(std::string_view url) {
-  auto endpoint = socketio::Endpoint::parse(url);
+  const auto endpoint = socketio::Endpoint::parse(url);
   if (!endpoint) return false;
-  state_->baseURL = *std::move(endpoint);
+  state_->baseURL = *endpoint;
   return true;
 }
 

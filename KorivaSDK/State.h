@@ -31,6 +31,8 @@ socketio::Endpoint parseDefaultUrl(std::string_view url);
 struct KorivaSDK::State {
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
 
+  explicit State(const koriva::socketio::Endpoint& url) : baseURL(url) {}
+
   koriva::socketio::Endpoint baseURL;
   std::shared_ptr<koriva::socketio::Manager> manager;
   koriva::AtomicSharedPtr<koriva::socketio::Socket> socket;

@@ -56,14 +56,15 @@ void checkHandshake(std::string_view json) {
 void checkUrl(std::string_view url) {
   const auto endpoint = Endpoint::parse(url);
   if (!endpoint) return;
-  const bool isPlain = std::all_of(endpoint->host.begin(), endpoint->host.end(), [](char c) {
-    return c == '.' || c == '-' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z');
+  const bool isPlain = std::ranges::all_of(endpoint->host(), [](char c) {
+    return c == '.' || c == '-' || c == '_' || c == ':' || (c >= '0' && c <= '9') ||
+           (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
   });
-  if (!isPlain) return;
+  require(isPlain && !endpoint->certifiedName().empty(), "a host is a name or an address");
   const auto again =
-      Endpoint::parse((endpoint->tls ? "https://" : "http://") + endpoint->authority());
-  require(again && again->tls == endpoint->tls && again->host == endpoint->host &&
-              again->port == endpoint->port,
+      Endpoint::parse((endpoint->tls() ? "https://" : "http://") + endpoint->authority());
+  require(again && again->tls() == endpoint->tls() && again->host() == endpoint->host() &&
+              again->port() == endpoint->port(),
           "an address that was written reads the same");
 }
 

@@ -1,15 +1,45 @@
 #include "socketio/Endpoint.h"
 
+#include <algorithm>
 #include <boost/url/encode.hpp>
+#include <boost/url/grammar/alnum_chars.hpp>
 #include <boost/url/parse.hpp>
 #include <boost/url/rfc/unreserved_chars.hpp>
 #include <charconv>
-#include <cstdint>
 
 namespace koriva::socketio {
+namespace {
+
+namespace urls = boost::urls;
+
+/// Labels with dots between, and perhaps the root's dot behind. A dot in front would stand for any
+/// subdomain when a certificate is verified.
+bool isName(std::string_view host) {
+  const auto isAllowed = [](char c) {
+    return urls::grammar::alnum_chars(c) || c == '-' || c == '_' || c == '.';
+  };
+  return std::all_of(host.begin(), host.end(), isAllowed) && !host.starts_with('.') &&
+         host.find("..") == std::string_view::npos;
+}
+
+/// The host of a URL, if it is one.
+std::string_view hostOf(const urls::url_view& url) {
+  const std::string_view host = url.encoded_host_address();
+  switch (url.host_type()) {
+    case urls::host_type::name:
+      return isName(host) ? host : "";
+    case urls::host_type::ipv4:
+      return host;
+    case urls::host_type::ipv6:
+      return host.find('%') == std::string_view::npos ? host : "";  // a zone
+    default:
+      return "";
+  }
+}
+
+}  // namespace
 
 std::optional<Endpoint> Endpoint::parse(std::string_view url) {
-  namespace urls = boost::urls;
   const auto parsed = urls::parse_uri(url);
   if (!parsed) return std::nullopt;
 
@@ -17,21 +47,25 @@ std::optional<Endpoint> Endpoint::parse(std::string_view url) {
   const bool tls = scheme == urls::scheme::https || scheme == urls::scheme::wss;
   if (!tls && scheme != urls::scheme::http && scheme != urls::scheme::ws) return std::nullopt;
 
-  const std::string host = parsed->host_address();
+  const auto host = hostOf(*parsed);
   if (host.empty()) return std::nullopt;
   const auto path = parsed->encoded_path();
   if (!path.empty() && path.front() != '/') return std::nullopt;  // a port that is no number
   const std::string port = parsed->port();
-  if (port.empty()) return Endpoint{tls, host, tls ? "443" : "80"};
+  if (port.empty()) return Endpoint(tls, host, tls ? 443 : 80);
   std::uint16_t number = 0;
   const auto read = std::from_chars(port.data(), port.data() + port.size(), number);
   if (read.ec != std::errc() || number == 0) return std::nullopt;
-  return Endpoint{tls, host, std::to_string(number)};
+  return Endpoint(tls, host, number);
+}
+
+std::string Endpoint::certifiedName() const {
+  return host_.substr(0, host_.size() - (host_.ends_with('.') ? 1 : 0));
 }
 
 std::string Endpoint::authority() const {
-  const std::string name = host.find(':') == std::string::npos ? host : "[" + host + "]";
-  return port == (tls ? "443" : "80") ? name : name + ":" + port;
+  const std::string name = host_.find(':') == std::string::npos ? host_ : "[" + host_ + "]";
+  return port_ == (tls_ ? 443 : 80) ? name : name + ":" + std::to_string(port_);
 }
 
 std::string requestTarget(const ConnectParameters& parameters) {

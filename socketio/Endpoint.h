@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,17 +9,34 @@
 
 namespace koriva::socketio {
 
-/// The server that a URL names.
-struct Endpoint {
-  bool tls = false;
-  std::string host;  ///< name or address, an IPv6 address without brackets
-  std::string port;
-
-  /// Reads an http, https, ws or wss URL; nothing for any other text.
+/// The server that a URL names. Nobody but `parse` makes one, and it is never moved from: its host
+/// is never empty, and has nothing in it but what hosts are made of.
+class Endpoint {
+ public:
+  /// Reads an http, https, ws or wss URL; nothing for any other text. The host is an address or a
+  /// name of letters, digits, `-`, `_` and `.`, as it stands there: nothing is percent-decoded.
   static std::optional<Endpoint> parse(std::string_view url);
 
+  Endpoint(const Endpoint&) = default;
+  Endpoint& operator=(const Endpoint&) = default;
+
+  [[nodiscard]] bool tls() const { return tls_; }
+  /// An IPv6 address is without brackets.
+  [[nodiscard]] const std::string& host() const { return host_; }
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+
+  /// The host as certificates have it, without the dot of the root. Not empty either.
+  [[nodiscard]] std::string certifiedName() const;
   /// The value of the Host header.
   [[nodiscard]] std::string authority() const;
+
+ private:
+  Endpoint(bool tls, std::string_view host, std::uint16_t port)
+      : tls_(tls), host_(host), port_(port) {}
+
+  bool tls_;
+  std::string host_;
+  std::uint16_t port_;
 };
 
 using ConnectParameters = std::vector<std::pair<std::string, std::string>>;

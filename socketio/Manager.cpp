@@ -4,8 +4,8 @@
 
 namespace koriva::socketio {
 
-Manager::Manager(const Executors& executors, Endpoint endpoint, Options options)
-    : endpoint_(std::move(endpoint)), parameters_(std::move(options.connectParameters)) {
+Manager::Manager(const Executors& executors, const Endpoint& endpoint, Options options)
+    : endpoint_(endpoint), parameters_(std::move(options.connectParameters)) {
   auto transport = options.transport ? std::move(options.transport) : makeWebSocket(executors);
   auto engine =
       std::make_shared<Engine>(executors, std::move(transport), options.nsp, options.limits);

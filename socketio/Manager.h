@@ -19,7 +19,7 @@ class Manager {
   };
 
   /// `executors` outlives every connection made on it.
-  Manager(const Executors& executors, Endpoint endpoint, Options options);
+  Manager(const Executors& executors, const Endpoint& endpoint, Options options);
   ~Manager();
   Manager(const Manager&) = delete;
   Manager& operator=(const Manager&) = delete;

@@ -13,10 +13,9 @@
 #include <boost/beast/websocket/stream.hpp>
 #include <deque>
 #include <optional>
-#include <system_error>
-#include <thread>
 
 #include "socketio/Alarm.h"
+#include "socketio/Resolver.h"
 
 namespace koriva::socketio {
 namespace {
@@ -39,12 +38,26 @@ ssl::context& tlsContext() {
   static ssl::context& context = *[] {
     auto* made = new ssl::context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
+    SSL_CTX_set_options(made->native_handle(), SSL_OP_NO_RENEGOTIATION);
     made->set_verify_mode(ssl::verify_peer);
     error_code ignored;  // an unreadable trust store leaves nothing trusted
     made->set_default_verify_paths(ignored);
     return made;
   }();
   return context;
+}
+
+/// Has the server's certificate verified for the host, and nothing else; false when it cannot be.
+bool verifyHost(SSL* handle, const Endpoint& endpoint) {
+  X509_VERIFY_PARAM* const wanted = SSL_get0_param(handle);
+  const auto name = endpoint.certifiedName();
+  error_code notAnAddress;
+  asio::ip::make_address(endpoint.host(), notAnAddress);
+  if (!notAnAddress) return X509_VERIFY_PARAM_set1_ip_asc(wanted, name.c_str()) == 1;
+  // The subject of a certificate was never meant to hold a host.
+  X509_VERIFY_PARAM_set_hostflags(wanted, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
+  return X509_VERIFY_PARAM_set1_host(wanted, name.c_str(), name.size()) == 1 &&
+         SSL_set_tlsext_host_name(handle, name.c_str()) == 1;
 }
 
 /// Plain TCP or TLS over it, chosen at run time so that the WebSocket code exists once.
@@ -115,7 +128,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   enum class State { idle, connecting, open, closing, closed };
 
   void lookUp();
-  void connectToAny(std::vector<tcp::endpoint> addresses);
+  void connectToAny(Resolver::Addresses addresses);
   void startAttempt();
   void onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error);
   void abandonAttempts();
@@ -133,14 +146,14 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
 
   const Executors& executors_;
   Executor executor_;
-  std::vector<tcp::endpoint> addresses_;  // still to be tried, the next one last
+  Resolver::Addresses addresses_;  // still to be tried, the next one last
   std::vector<std::shared_ptr<TcpSocket>> attempts_;
   Timer attemptTimer_;
   std::optional<websocket::stream<Stream, true>> ws_;
   Timer closeTimer_;
   websocket::response_type response_;
   std::weak_ptr<Listener> listener_;
-  Endpoint endpoint_;
+  std::optional<Endpoint> endpoint_;
   std::string target_;
   State state_ = State::idle;
 
@@ -156,50 +169,35 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
 
 void WebSocket::open(const Endpoint& endpoint, const std::string& target,
                      std::weak_ptr<Listener> listener) {
-  endpoint_ = endpoint;
+  endpoint_.emplace(endpoint);
   target_ = target;
   listener_ = std::move(listener);
   state_ = State::connecting;
-  ws_.emplace(executor_, endpoint_.tls);
+  ws_.emplace(executor_, endpoint.tls());
 
   error_code error;
-  const auto address = asio::ip::make_address(endpoint_.host, error);
+  const auto address = asio::ip::make_address(endpoint.host(), error);
   if (error) return lookUp();
-  const auto port = static_cast<std::uint16_t>(std::stoul(endpoint_.port));
-  connectToAny({tcp::endpoint(address, port)});
+  connectToAny({address});
 }
 
-// On a thread of its own. Asio has one for all look-ups, where one that hangs, as they do when a
-// device changes networks, holds up those that follow.
 void WebSocket::lookUp() {
-  auto task = [self = shared_from_this(), host = endpoint_.host, port = endpoint_.port]() mutable {
-    asio::io_context context;
-    error_code error;
-    const auto results = tcp::resolver(context).resolve(host, port, error);
-    const auto executor = self->executor_;
-    asio::post(executor, [self = std::move(self), error, results] {
-      if (self->state_ != State::connecting) return;
-      if (error) return self->fail("name look-up failed", error);
-      self->connectToAny({results.begin(), results.end()});
-    });
-  };
-  try {
-    std::thread(std::move(task)).detach();
-  } catch (const std::system_error& failure) {
-    asio::post(executor_, [self = shared_from_this(), reason = std::string(failure.what())] {
-      if (self->state_ == State::connecting) self->fail("name look-up failed: " + reason, {});
-    });
-  }
+  Resolver::shared().resolve(endpoint_->host(), executor_, weak_from_this(),
+                             [this](error_code error, const Resolver::Addresses& found) {
+                               if (state_ != State::connecting) return;
+                               if (error) return fail("name look-up failed", error);
+                               if (found.empty())
+                                 return fail("name look-up failed: the name has no address", {});
+                               connectToAny(found);
+                             });
 }
 
 // Attempts run side by side, a little apart and with the address families in turn (RFC 8305), so
 // that an address that swallows everything costs a fraction of a second.
-void WebSocket::connectToAny(std::vector<tcp::endpoint> addresses) {
-  const auto otherFamily =
-      std::stable_partition(addresses.begin(), addresses.end(),
-                            [first = addresses.front().protocol()](const auto& address) {
-                              return address.protocol() == first;
-                            });
+void WebSocket::connectToAny(Resolver::Addresses addresses) {
+  const auto otherFamily = std::stable_partition(
+      addresses.begin(), addresses.end(),
+      [isV4 = addresses.front().is_v4()](const auto& address) { return address.is_v4() == isV4; });
   for (auto one = addresses.begin(), other = otherFamily;
        one != otherFamily || other != addresses.end();) {
     if (one != otherFamily) addresses_.push_back(*one++);
@@ -210,7 +208,7 @@ void WebSocket::connectToAny(std::vector<tcp::endpoint> addresses) {
 }
 
 void WebSocket::startAttempt() {
-  const auto address = addresses_.back();
+  const tcp::endpoint address(addresses_.back(), endpoint_->port());
   addresses_.pop_back();
   const auto socket = attempts_.emplace_back(std::make_shared<TcpSocket>(executor_));
   socket->async_connect(address, [self = shared_from_this(), socket](error_code error) {
@@ -233,7 +231,7 @@ void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code e
   error_code ignored;
   socket->set_option(tcp::no_delay(true), ignored);
   ws_->next_layer().tcpSocket() = std::move(*socket);
-  endpoint_.tls ? shakeHandsOverTls() : shakeHands();
+  endpoint_->tls() ? shakeHandsOverTls() : shakeHands();
 }
 
 void WebSocket::abandonAttempts() {
@@ -245,10 +243,7 @@ void WebSocket::abandonAttempts() {
 void WebSocket::shakeHandsOverTls() {
   auto& tls = *ws_->next_layer().tlsStream();
   SSL* const handle = tls.native_handle();
-  error_code notAnAddress;
-  asio::ip::make_address(endpoint_.host, notAnAddress);
-  if (notAnAddress) SSL_set_tlsext_host_name(handle, endpoint_.host.c_str());
-  if (SSL_set1_host(handle, endpoint_.host.c_str()) != 1) return fail("TLS handshake failed", {});
+  if (!verifyHost(handle, *endpoint_)) return fail("TLS handshake failed", {});
   tls.async_handshake(ssl::stream_base::client,
                       [self = shared_from_this(), handle](error_code error) {
                         if (self->state_ != State::connecting) return;
@@ -291,7 +286,7 @@ void WebSocket::applyOptions() {
 
 void WebSocket::shakeHands() {
   applyOptions();
-  ws_->async_handshake(response_, endpoint_.authority(), target_,
+  ws_->async_handshake(response_, endpoint_->authority(), target_,
                        [self = shared_from_this()](error_code error) { self->onShaken(error); });
 }
 

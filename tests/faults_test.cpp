@@ -3,10 +3,10 @@
 
 #include <boost/algorithm/string.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <cstring>
 #include <deque>
 #include <list>
 #include <random>
+#include <set>
 
 #include "tests/support/Attempt.h"
 #include "tests/support/Table.h"
@@ -21,13 +21,39 @@ using testing::Not;
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
-// Two names of this program's own: one is never found, and one has a first address of no use.
+/// Look-ups that hang until they may end, and then find nothing.
+class HangingLookUps {
+ public:
+  int hang(std::string_view name) {
+    {
+      const std::lock_guard lock(mutex_);
+      names_.emplace(name);
+    }
+    ends.acquire();
+    return EAI_NONAME;
+  }
+  std::multiset<std::string> names() {
+    const std::lock_guard lock(mutex_);
+    return names_;
+  }
+
+  std::counting_semaphore<> ends{0};
+
+ private:
+  std::mutex mutex_;
+  std::multiset<std::string> names_;
+};
+auto& lookUps = *new HangingLookUps;  // some hang until the process has ended
+
+// Some names are this program's own: they hang, have no address, or a first one of no use.
 extern "C" int getaddrinfo(const char* name, const char* port, const addrinfo* hints,
                            addrinfo** result) {
   static const auto real =
       reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
-  if (std::strcmp(name, "hanging.test") == 0) pause();
-  if (std::strcmp(name, "swallowing.test") != 0) return real(name, port, hints, result);
+  const std::string_view wanted(name);
+  if (wanted.ends_with(".hanging")) return lookUps.hang(wanted);
+  if (wanted == "empty.test") return *result = nullptr, 0;
+  if (wanted != "swallowing.test") return real(name, port, hints, result);
   const int error = real("127.0.0.2", port, hints, result);
   return error == 0 ? real("127.0.0.1", port, hints, &(*result)->ai_next) : error;
 }
@@ -96,13 +122,44 @@ TEST(Names, OfAnAddressThatSwallowsAndOfNone) {
   tcp::socket waiting(io);
   waiting.connect(full.local_endpoint());  // room for one, and it is taken
 
+  const Attempt swallowed(url);
+  const Attempt empty("http://empty.test");
+  EXPECT_TRUE(runUntil([&] { return swallowed.isOver() && empty.isOver(); }));
+  EXPECT_THAT(empty.heard->errors, HasSubstr("name look-up failed: the name has no address"));
+  EXPECT_EQ(swallowed.heard->errors, "");
+}
+
+TEST(Names, AreLookedUpOnceFourAtATimeAndOnlyIfNeeded) {
+  using Names = std::multiset<std::string>;
+  Server server;
+  const auto beServed = [&] {
+    const Attempt served(playUrl(server, {honest}));
+    EXPECT_TRUE(runUntil([&] { return served.isOver(); }));
+  };
   Limits impatient = patient;
   impatient.connect = 500ms;
-  const Attempt swallowed(url);
-  const Attempt hanging("http://hanging.test", impatient);
-  EXPECT_TRUE(runUntil([&] { return swallowed.isOver() && hanging.isOver(); }));
-  EXPECT_THAT(hanging.heard->errors, HasSubstr("timed out"));
-  EXPECT_EQ(swallowed.heard->errors, "");
+  std::list<Attempt> attempts;
+  attempts.emplace_back("http://1.hanging", impatient);
+  EXPECT_TRUE(runUntil([&] { return attempts.front().isOver(); }));
+  EXPECT_THAT(attempts.front().heard->errors, HasSubstr("timed out"));
+  attempts.pop_front();
+
+  for (const std::string name : {"2", "2", "3", "4", "5", "5", "6", "7"}) {
+    attempts.emplace_back("http://" + name + ".hanging");
+  }
+  attempts.erase(std::prev(attempts.end(), 2));
+  EXPECT_TRUE(runUntil([&] { return lookUps.names().size() >= 4; }));
+  beServed();
+  EXPECT_EQ(lookUps.names(), (Names{"1.hanging", "2.hanging", "3.hanging", "4.hanging"}));
+  lookUps.ends.release(2);
+  EXPECT_TRUE(runUntil([&] { return lookUps.names().size() >= 6; }));
+  lookUps.ends.release(4);
+  for (const auto& attempt : attempts) {
+    EXPECT_TRUE(runUntil([&] { return attempt.isOver(); }));
+    EXPECT_THAT(attempt.heard->errors, HasSubstr("name look-up failed: Host not found"));
+  }
+  EXPECT_EQ(lookUps.names(),
+            (Names{"1.hanging", "2.hanging", "3.hanging", "4.hanging", "5.hanging", "7.hanging"}));
 }
 
 /// A client with constants for the impatient.
@@ -237,7 +294,7 @@ TEST(Exit, IsCleanAtAnyMoment) {
   const testing::ExitedWithCode cleanly(0);
   EXPECT_EXIT((alarm(60), std::exit(0)), cleanly, "");
   EXPECT_EXIT((alarm(60), static_cast<void>(KorivaSDK::shared()), std::exit(0)), cleanly, "");
-  EXPECT_EXIT(leave("http://hanging.test"), cleanly, "");
+  EXPECT_EXIT(leave("http://never.hanging"), cleanly, "");
   EXPECT_EXIT(leave(playUrl(server, {"hold"})), cleanly, "");
   EXPECT_EXIT(leave(playUrl(server, {honest}), true), cleanly, "");
 }

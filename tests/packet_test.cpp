@@ -33,7 +33,8 @@ std::string handshake(std::string_view text) {
 
 std::string endpoint(std::string_view url) {
   const auto endpoint = Endpoint::parse(url);
-  return endpoint ? (endpoint->tls ? "tls " : "") + endpoint->authority() : "none";
+  if (!endpoint) return "none";
+  return (endpoint->tls() ? "tls " : "") + endpoint->authority() + " " + endpoint->certifiedName();
 }
 
 TEST(Packet, IsReadFromText) {

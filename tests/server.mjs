@@ -10,6 +10,7 @@
 //   {"do":"reports","of":"x"}                 what has happened, of the kind x, in order
 //   {"do":"forget"}                           what has happened
 //   {"do":"certify","name":"x","newest":"v"}  shows x.pem over TLS, and speaks up to that version
+//   {"do":"renegotiate"}                      asks the latest TLS client to, and reports the outcome
 //   {"do":"play","scripts":["…",…]}           the port of a villain; its last script is for the rest
 //
 // In items, {"$binary":"text"} stands for bytes and {"$payload":"key"} for what the request holds.
@@ -39,7 +40,11 @@ const filledIn = (items, payload) =>
   });
 
 const http = options.tls ? createTlsServer() : createServer();
-http.on("secureConnection", ({ servername }) => report("name", servername));
+let latest;
+http.on("secureConnection", (socket) => {
+  latest = socket.on("error", ({ code }) => report("renegotiation", code));
+  report("name", socket.servername);
+});
 http.on("upgrade", (request) => report("url", request.url));
 const io = new Server(http, { transports: ["websocket"], ...options.server });
 io.engine.on("connection", (connection) =>
@@ -79,6 +84,7 @@ const commands = {
     const versions = { ciphers: "ALL:@SECLEVEL=0", minVersion: "TLSv1", maxVersion };
     http.setSecureContext({ key, cert, ...versions });
   },
+  renegotiate: () => latest.renegotiate({}, (error) => report("renegotiation", error ?? "done")),
   play: ({ scripts }) => villain(scripts, report),
 };
 createInterface({ input: process.stdin })
