@@ -16,11 +16,14 @@ void KorivaSDK::on(Socket& socket, std::string_view event,
   });
 }
 
+void KorivaSDK::tellDisconnected() {
+  koriva::printLine("KorivaSDK - socket disconnected");
+  forEachDelegate([](KorivaDelegate& delegate) { delegate.didDisconnect(); });
+}
+
 void KorivaSDK::addConnectionHandlers(Socket& socket) {
-  on(socket, koriva::socketio::disconnectEvent, [](KorivaSDK& sdk, const Items&) {
-    koriva::printLine("KorivaSDK - socket disconnected");
-    sdk.forEachDelegate([](KorivaDelegate& delegate) { delegate.didDisconnect(); });
-  });
+  on(socket, koriva::socketio::disconnectEvent,
+     [](KorivaSDK& sdk, const Items&) { sdk.tellDisconnected(); });
   on(socket, "login", [](KorivaSDK& sdk, const Items& items) {
     const auto data = getDataFromAck(items);
     if (!data) return;

@@ -6,11 +6,10 @@ namespace {
 
 /// The whole answer as text, whatever it says.
 koriva::Decoded<std::string> decodeJsonText(std::string_view items) {
-  const auto bytes = koriva::json::prettyPrinted(items);
-  const auto text = bytes ? koriva::toJsonString(*bytes) : std::nullopt;
+  auto text = koriva::json::prettyPrinted(items);
   if (!text) return KRResult<std::string>::failure(KRError::parsingFailed);
   koriva::printLine("KorivaSDK - register_profile_token result: " + *text);
-  return KRResult<std::string>::success(*text);
+  return KRResult<std::string>::success(*std::move(text));
 }
 
 }  // namespace

@@ -4,18 +4,31 @@
 #include <boost/asio/post.hpp>
 #include <cstdlib>
 #include <future>
+#include <system_error>
 #include <utility>
 
 #include "KorivaSDK/RunLoopInternals.h"
+#include "socketio/Alarm.h"
 #include "socketio/WebSocket.h"
 
 namespace {
 
 constexpr auto farewellLimit = std::chrono::seconds(1);
 
+/// Makes what a context waits with, unless it has that. False when no descriptors are left for it.
+bool prepare(boost::asio::io_context& context) {
+  try {
+    koriva::socketio::Timer(context.get_executor());
+    return true;
+  } catch (const boost::system::system_error&) {
+    return false;
+  }
+}
+
 }  // namespace
 
-KRRunLoop::KRRunLoop() : internals_(std::make_unique<Internals>()) {}
+// Prepared at once: later on, when somebody logs in, descriptors may have run out.
+KRRunLoop::KRRunLoop() : internals_(std::make_unique<Internals>()) { prepare(internals_->context); }
 KRRunLoop::~KRRunLoop() = default;
 
 KRRunLoop& KRRunLoop::main() {
@@ -32,10 +45,11 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
   loop.context.restart();
   // After the restart: a stop from another thread either is seen here or stops the context.
   if (!loop.stopRequested) {
-    if (duration == duration.max()) {
-      loop.context.run();
+    const auto now = std::chrono::steady_clock::now();
+    if (duration > now.max() - now) {
+      loop.context.run();  // the clock cannot tell the end
     } else {
-      loop.context.run_for(duration);
+      loop.context.run_until(now + duration);
     }
   }
   loop.running = false;
@@ -68,14 +82,18 @@ void KRRunLoop::post(std::function<void()> task) {
 bool KRRunLoop::attach(std::function<void()> wakeUp) {
   auto& loop = *internals_;
   const std::lock_guard lock(loop.setUpMutex);
-  if (!wakeUp || loop.executors_) return false;
+  if (!wakeUp || loop.executors_ || !prepare(loop.network)) return false;
+  koriva::socketio::prepareTls();
+  try {
+    loop.networkThread = std::thread([&loop] { loop.network.run(); });
+  } catch (const std::system_error&) {
+    return false;
+  }
 
   loop.wakeUp = std::move(wakeUp);
   loop.attached = true;
   loop.executors_.emplace(loop.network.get_executor(), loop.context.get_executor(),
                           [&loop] { loop.wake(); });
-  koriva::socketio::prepareTls();
-  loop.networkThread = std::thread([&loop] { loop.network.run(); });
   std::atexit([] { main().internals().endNetwork(); });
   loop.wake();  // for what was posted before
   return true;
@@ -86,6 +104,8 @@ const koriva::socketio::Executors& KRRunLoop::Internals::executors() {
   if (!executors_) executors_.emplace(context.get_executor(), context.get_executor());
   return *executors_;
 }
+
+bool KRRunLoop::Internals::canWait() { return prepare(context); }
 
 bool KRRunLoop::Internals::isSayingFarewell() { return executors_ && executors_->farewells() != 0; }
 

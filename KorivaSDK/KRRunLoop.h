@@ -52,7 +52,7 @@ class KR_EXPORT KRRunLoop {
   /// wakes nobody but for heartbeats and the client's 10-second timer.
   ///
   /// Call it before the first `login`. Returns false, and changes nothing, when it is too late,
-  /// was done before, or `wakeUp` is empty.
+  /// was done before, `wakeUp` is empty, or the system has no thread or descriptors left for it.
   bool attach(std::function<void()> wakeUp);
 
   KRRunLoop(const KRRunLoop&) = delete;

@@ -290,6 +290,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   void initSocket();
   void initReconnectTimer();
   void completeUndoneTasks();
+  void tellDisconnected();
 
   void addHandlers(koriva::socketio::Socket& socket);
   void addConnectionHandlers(koriva::socketio::Socket& socket);

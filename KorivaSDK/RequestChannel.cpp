@@ -9,10 +9,9 @@
 
 using koriva::socketio::Items;
 
-void koriva::printLine(std::string_view line) {
-  std::string text(line);
-  text += '\n';
-  std::fwrite(text.data(), 1, text.size(), stdout);
+void koriva::printLine(std::string line) {
+  line += '\n';
+  std::fwrite(line.data(), 1, line.size(), stdout);
   std::fflush(stdout);
 }
 
@@ -22,11 +21,11 @@ void koriva::FailureLine::print(std::string_view sentEvent) const {
   line += event.empty() ? sentEvent : event;
   line += " failed with error: ";
   line += KRError::parsingFailed.localizedDescription();
-  printLine(line);
+  printLine(std::move(line));
 }
 
 bool koriva::isReadable(std::string_view items) {
-  if (koriva::json::prettyPrinted(items)) return true;
+  if (koriva::json::firstText(items)) return true;
   koriva::printLine("KorivaSDK - getDataFromAck failed with error: the answer is not JSON");
   return false;
 }

@@ -12,7 +12,7 @@
 namespace koriva {
 
 /// Writes a whole line to standard output, and flushes it.
-void printLine(std::string_view line);
+void printLine(std::string line);
 
 /// Says that a request had no usable answer.
 struct FailureLine {

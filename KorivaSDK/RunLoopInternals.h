@@ -17,6 +17,9 @@ struct KRRunLoop::Internals {
   /// The executors of every connection. The first call settles whether there is a network thread.
   const koriva::socketio::Executors& executors();
 
+  /// Whether there are timers. False while no descriptors are left for them.
+  bool canWait();
+
   /// Keeps the exception that is being handled, to be rethrown by the call that drives the loop.
   void keepException(std::exception_ptr exception);
   void rethrowKept();

@@ -12,7 +12,7 @@ void printPayload(const std::string& event, const KRDictionary& payload) {
 }
 
 koriva::Decoded<bool> acceptAnyAnswer(std::string_view items) {
-  if (!koriva::json::prettyPrinted(items)) return std::nullopt;
+  if (!koriva::json::firstText(items)) return std::nullopt;
   return KRResult<bool>::success(true);
 }
 

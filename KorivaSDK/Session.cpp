@@ -56,7 +56,9 @@ void KorivaSDK::setShared(std::shared_ptr<KorivaSDK> client) {
 }
 
 KorivaSDK::KorivaSDK(Passkey)
-    : state_(std::make_unique<State>(koriva::parseDefaultUrl(KRPrivate::socketUrl))) {}
+    : state_(std::make_unique<State>(koriva::parseDefaultUrl(KRPrivate::socketUrl))) {
+  KRRunLoop::main();  // takes the descriptors that it needs
+}
 
 KorivaSDK::~KorivaSDK() {
   try {
@@ -86,6 +88,12 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
 }
 
 void KorivaSDK::initSocket() {
+  if (state_->isLoggingOut) return;
+  if (!KRRunLoop::main().internals().canWait()) {
+    return executors().postHandler([weak = weak_from_this()] {
+      if (const auto sdk = weak.lock()) sdk->tellDisconnected();
+    });
+  }
   socketio::Manager::Options options;
   options.nsp = "/data";
   options.connectParameters = {{"session", koriva::json::validUtf8(state_->token)},
@@ -95,9 +103,11 @@ void KorivaSDK::initSocket() {
 
   auto manager =
       std::make_shared<socketio::Manager>(executors(), state_->baseURL, std::move(options));
+  const auto notBefore =
+      state_->manager ? state_->manager->socket()->nextDial() : socketio::Clock::time_point();
   state_->socket.store(manager->socket());
   state_->manager = manager;  // the one before is released: nobody hears of it any more
-  manager->connect();
+  manager->connect(notBefore);
   addHandlers(*manager->socket());
   initReconnectTimer();
 }
@@ -130,10 +140,14 @@ void KorivaSDK::disconnect() {
   if (const auto socket = state_->socket.load()) socket->disconnect();
 }
 
+// Delegates may try to connect meanwhile, log out too, or let go of the last reference.
 void KorivaSDK::logout() {
+  const auto self = shared_from_this();
+  const bool isOutermost = !std::exchange(state_->isLoggingOut, true);
   disconnect();
   state_->delegates = std::make_shared<const State::Delegates>();
   state_->socket.store(nullptr);
+  if (isOutermost) state_->isLoggingOut = false;
 }
 
 bool KorivaSDK::isConnected() const {

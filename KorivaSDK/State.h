@@ -40,6 +40,7 @@ struct KorivaSDK::State {
   std::vector<std::function<void(bool)>> listTasks;
   bool isNew = false;
   bool isReady = false;
+  bool isLoggingOut = false;
   std::int64_t uin = 0;
   std::string token;
   std::string deviceId;

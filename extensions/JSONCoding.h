@@ -100,9 +100,6 @@ KR_EXPORT bool write(std::string& out, const boost::json::object& dictionary,
 /// Reads any JSON value; nothing when the text is not JSON. Doubles are correctly rounded.
 KR_EXPORT std::optional<boost::json::value> parseValue(std::string_view json);
 
-/// Reads the first of the values inside a JSON array, as decodeFirst() does.
-KR_EXPORT std::optional<boost::json::value> parseFirst(std::string_view items);
-
 /// Reads a JSON object; nothing when the text is not one.
 KR_EXPORT std::optional<boost::json::object> parseDictionary(std::string_view json);
 

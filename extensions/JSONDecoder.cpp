@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "extensions/JSONCoding.h"
+#include "extensions/JSONPrinter.h"
 
 namespace koriva::json {
 namespace {
@@ -179,6 +180,9 @@ class Handler {
   /// Dynamic values are collected where typed reading skips, so that it pays nothing for them.
   explicit Handler(boost::json::value_stack& values) : skipped_(1), values_(&values) {}
 
+  /// Keeps nothing, and so only finds out whether the text is JSON.
+  Handler() : skipped_(1), isCheck_(true) {}
+
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
   bool on_comment_part(Text, error_code&) { return true; }
@@ -277,10 +281,10 @@ class Handler {
   }
 
   bool on_double(double misrounded, Text number, error_code& ec) {
-    if (values_) {
+    if (values_ || isCheck_) {
       const double value = nearestDouble(number, misrounded);
       if (!std::isfinite(value)) return fail(ec, error::not_exact);
-      values_->push_double(value);
+      if (values_) values_->push_double(value);
       return true;
     }
     return put(ec, [&](const Type& type, void* member) {
@@ -453,6 +457,7 @@ class Handler {
   std::size_t skipped_ = 0;  ///< levels open in a value that is skipped
   std::size_t depth_ = 0;
   boost::json::value_stack* values_ = nullptr;
+  bool isCheck_ = false;
   std::string key_;
   bool isInText_ = false;
   Level levels_[maxDepth];
@@ -460,15 +465,17 @@ class Handler {
 
 enum class Rest { none, afterComma };
 
+/// Of the text, leaves what has been read.
 template <class... Target>
-error_code parseOnce(std::string_view json, Rest rest, Target&... target) {
+error_code parseOnce(std::string_view& json, Rest rest, Target&... target) {
   boost::json::parse_options options;
   options.max_depth = maxDepth;
   boost::json::basic_parser<Handler> parser(options, target...);
   error_code ec;
   const std::size_t used = parser.write_some(false, json.data(), json.size(), ec);
-  if (ec || used == json.size()) return ec;
-  if (rest == Rest::afterComma && json[used] == ',') return ec;
+  const auto left = json.substr(used);
+  json = json.substr(0, used);
+  if (ec || left.empty() || (rest == Rest::afterComma && left.front() == ',')) return ec;
   return make_error_code(error::extra_data);
 }
 
@@ -484,38 +491,24 @@ unsigned escapedUnit(std::string_view json, std::size_t at) {
   return result.ec == std::errc{} && result.ptr == end ? unit : 0;
 }
 
-/// The text with U+FFFD for halves of surrogate pairs, which JavaScript peers send when they cut a
-/// text in the middle of an emoji; nothing when there are none.
-std::optional<std::string> withoutLoneSurrogates(std::string_view text) {
-  std::optional<std::string> repaired;
-  for (std::size_t i = text.find('\\'); i != std::string_view::npos; i = text.find('\\', i)) {
-    const unsigned unit = escapedUnit(text, i);
-    if (isHighSurrogate(unit) && isLowSurrogate(escapedUnit(text, i + 6))) {
-      i += 12;
-    } else if (isHighSurrogate(unit) || isLowSurrogate(unit)) {
-      if (!repaired) repaired = text;
-      repaired->replace(i, 6, "\\ufffd");
-      i += 6;
-    } else {
-      i += 2;
-    }
-  }
-  return repaired;
-}
-
 void empty(const Type& type, void* value) { type.reset(value); }
 void empty(boost::json::value_stack& values) { values.reset(); }
+void empty() {}
 
 // Once the value is complete, what follows is no reason to read it again: documents within
 // documents would be read 2, 4, 8 ... times.
 template <class... Target>
-error_code parse(std::string_view json, Rest rest, Target&... target) {
+error_code parse(std::string_view& json, Rest rest, Target&... target) {
+  const auto all = json;
   const error_code ec = parseOnce(json, rest, target...);
   if (!ec || ec == error::not_object || ec == error::extra_data) return ec;
-  const auto repaired = withoutLoneSurrogates(json);
+  const auto repaired = withoutLoneSurrogates(all);
   if (!repaired) return ec;
   empty(target...);
-  return parseOnce(*repaired, rest, target...);
+  std::string_view text = *repaired;
+  const error_code second = parseOnce(text, rest, target...);
+  json = all.substr(0, text.size());  // a repair leaves everything in its place
+  return second;
 }
 
 /// Counts the documents that are being read within one another on this thread.
@@ -538,13 +531,6 @@ error_code decodeWith(Rest rest, const Type& type, void* value, std::string_view
   return parse(json, rest, type, value);
 }
 
-std::optional<boost::json::value> parseDynamic(std::string_view json, Rest rest) {
-  boost::json::value_stack values;
-  values.reset();
-  if (parse(json, rest, values)) return std::nullopt;
-  return values.release();
-}
-
 }  // namespace
 
 namespace detail {
@@ -562,11 +548,32 @@ error_code mismatch() { return make_error_code(error::not_object); }
 }  // namespace detail
 
 std::optional<boost::json::value> parseValue(std::string_view json) {
-  return parseDynamic(json, Rest::none);
+  boost::json::value_stack values;
+  values.reset();
+  if (parse(json, Rest::none, values)) return std::nullopt;
+  return values.release();
 }
 
-std::optional<boost::json::value> parseFirst(std::string_view items) {
-  return parseDynamic(items, Rest::afterComma);
+std::optional<std::string_view> firstText(std::string_view items) {
+  if (parse(items, Rest::afterComma)) return std::nullopt;
+  return items;
+}
+
+std::optional<std::string> withoutLoneSurrogates(std::string_view text) {
+  std::optional<std::string> repaired;
+  for (std::size_t i = text.find('\\'); i != std::string_view::npos; i = text.find('\\', i)) {
+    const unsigned unit = escapedUnit(text, i);
+    if (isHighSurrogate(unit) && isLowSurrogate(escapedUnit(text, i + 6))) {
+      i += 12;
+    } else if (isHighSurrogate(unit) || isLowSurrogate(unit)) {
+      if (!repaired) repaired = text;
+      repaired->replace(i, 6, "\\ufffd");
+      i += 6;
+    } else {
+      i += 2;
+    }
+  }
+  return repaired;
 }
 
 std::optional<boost::json::object> parseDictionary(std::string_view json) {

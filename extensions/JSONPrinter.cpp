@@ -9,23 +9,23 @@ namespace {
 
 using Value = boost::json::value;
 
-/// Prints containers one member a line, or all on one line and in square brackets.
+/// Prints containers on one line and in square brackets.
 class Printer {
  public:
-  Printer(std::string& out, bool isOverLines) : out_(out), isOverLines_(isOverLines) {}
+  explicit Printer(std::string& out) : out_(out) {}
 
   void print(const Value& value) {
     if (const auto* object = value.if_object()) {
       print(*object);
     } else if (const auto* array = value.if_array()) {
-      printItems(*array, "[]", [this](const Value& item) { print(item); });
+      printItems(*array, [this](const Value& item) { print(item); });
     } else if (!write(out_, value, InvalidText::replace)) {
       out_ += "null";
     }
   }
 
   void print(const boost::json::object& object) {
-    printItems(object, isOverLines_ ? "{}" : "[]", [this](const auto& member) {
+    printItems(object, [this](const auto& member) {
       print(Value(member.key()));
       out_ += ": ";
       print(member.value());
@@ -34,43 +34,65 @@ class Printer {
 
  private:
   template <class Items, class PrintItem>
-  void printItems(const Items& items, std::string_view brackets, const PrintItem& printItem) {
-    out_ += brackets.front();
-    ++depth_;
+  void printItems(const Items& items, const PrintItem& printItem) {
+    out_ += '[';
     bool isFirst = true;
     for (const auto& item : items) {
-      if (!isFirst) out_ += isOverLines_ ? "," : ", ";
+      if (!isFirst) out_ += ", ";
       isFirst = false;
-      breakLine();
       printItem(item);
     }
-    --depth_;
-    if (!isFirst) breakLine();
-    out_ += brackets.back();
-  }
-
-  void breakLine() {
-    if (isOverLines_) out_.append("\n").append(2 * depth_, ' ');
+    out_ += ']';
   }
 
   std::string& out_;
-  bool isOverLines_;
-  std::size_t depth_ = 0;
 };
+
+constexpr std::size_t maxIndented = std::size_t{64} << 10;
+
+std::size_t endOfText(std::string_view json, std::size_t begin) {
+  std::size_t at = begin + 1;
+  while (json[at] != '"') at += json[at] == '\\' ? 2 : 1;
+  return at + 1;
+}
+
+/// JSON with other white space: indented, if that does not get too long, or none.
+std::optional<std::string> laidOut(std::string_view json, bool isIndented) {
+  std::string out;
+  if (!isIndented) out.reserve(json.size());
+  std::size_t depth = 0;
+  char before = ' ';
+  for (std::size_t i = 0, end = 0; i < json.size(); i = end) {
+    const char c = json[i];
+    end = c == '"' ? endOfText(json, i) : i + 1;
+    if (c == ' ' || c == '\t' || c == '\r' || c == '\n') continue;
+    const bool isFirst = before == '[' || before == '{';
+    const bool closes = c == ']' || c == '}';
+    if (closes) --depth;
+    if (isIndented && (before == ',' || isFirst != closes)) out.append("\n").append(2 * depth, ' ');
+    out.append(json, i, end - i);
+    if (isIndented && c == ':') out += ' ';
+    if (c == '[' || c == '{') ++depth;
+    before = c;
+    if (isIndented && out.size() > maxIndented) return std::nullopt;
+  }
+  return out;
+}
 
 }  // namespace
 
 std::optional<std::string> prettyPrinted(std::string_view items) {
-  const auto value = parseFirst(items);
-  if (!value) return std::nullopt;
-  std::string printed;
-  Printer(printed, true).print(*value);
-  return printed;
+  auto text = firstText(items);
+  if (!text) return std::nullopt;
+  const auto repaired = withoutLoneSurrogates(*text);
+  if (repaired) text = *repaired;
+  auto indented = laidOut(*text, true);
+  return indented ? indented : laidOut(*text, false);
 }
 
 std::string printedForm(const boost::json::value& value) {
   std::string printed;
-  Printer(printed, false).print(value);
+  Printer(printed).print(value);
   return printed;
 }
 

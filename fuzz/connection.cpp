@@ -57,7 +57,7 @@ class Connection {
     engine_ = engine;
     socket_ = std::make_shared<Socket>(executors_, std::move(engine), "/data", limits);
     listen();
-    onApplication([this] { socket_->connect({}, {}); });
+    onApplication([this] { socket_->connect(*Endpoint::parse("http://h"), {}, {}); });
   }
 
   ~Connection() {

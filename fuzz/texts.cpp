@@ -45,11 +45,15 @@ void checkValues(std::string_view text) {
       require(koriva::toJsonString(*object) == compact, "a dictionary is written as a value is");
     }
   }
-  if (const auto printed = json::prettyPrinted(text)) {
+  const auto first = json::firstText(text);
+  require(!json::parseValue(text) || first == text, "a value is the first of its items");
+  const auto printed = json::prettyPrinted(text);
+  require(printed.has_value() == first.has_value(), "what is JSON can be indented");
+  if (printed) {
     require(json::prettyPrinted(*printed) == printed, "what was indented indents the same");
-    const auto first = json::parseValue(*printed);
-    const auto items = json::parseValue("[" + std::string(text) + "]");
-    require(first && (!items || written(*first) == written(items->get_array().front())),
+    const auto again = json::parseValue(*printed);
+    const auto value = json::parseValue(*first);
+    require(value && again && written(*value) == written(*again),
             "indentation does not change a value");
   }
 }

@@ -71,7 +71,7 @@ class Box {
 
   /// The value.
   const T& operator*() const {
-    static const T none{};
+    static const T& none = *new T();  // never destroyed: boxes may be read until the process ends
     return value_ ? *value_ : none;
   }
 

@@ -17,21 +17,30 @@ Engine::Engine(const Executors& executors, std::shared_ptr<Transport> transport,
       heartbeatTimer_(executors.io()) {}
 
 void Engine::open(const Endpoint& endpoint, const ConnectParameters& parameters,
-                  std::weak_ptr<Listener> listener) {
+                  Clock::time_point notBefore, std::weak_ptr<Listener> listener) {
   listener_ = std::move(listener);
-  asio::dispatch(executors_.io(),
-                 [self = shared_from_this(), endpoint, target = requestTarget(parameters)] {
-                   self->state_ = State::opening;
-                   self->connectTimer_.expires_after(self->limits_.connect);
-                   self->connectTimer_.async_wait(
-                       [weak = self->weak_from_this()](boost::system::error_code error) {
-                         const auto engine = weak.lock();
-                         if (!error && engine && engine->state_ != State::joined) {
-                           engine->fail("the connection attempt timed out");
-                         }
-                       });
-                   self->transport_->open(endpoint, target, self);
-                 });
+  asio::dispatch(executors_.io(), [self = shared_from_this(), endpoint, notBefore,
+                                   target = requestTarget(parameters)] {
+    if (Clock::now() >= notBefore) return self->dial(endpoint, target);
+    self->connectTimer_.expires_at(notBefore);
+    self->connectTimer_.async_wait(
+        [weak = self->weak_from_this(), endpoint, target](boost::system::error_code error) {
+          const auto engine = weak.lock();
+          if (!error && engine && engine->state_ == State::idle) engine->dial(endpoint, target);
+        });
+  });
+}
+
+void Engine::dial(const Endpoint& endpoint, const std::string& target) {
+  state_ = State::opening;
+  connectTimer_.expires_after(limits_.connect);
+  connectTimer_.async_wait([weak = weak_from_this()](boost::system::error_code error) {
+    const auto self = weak.lock();
+    if (!error && self && self->state_ != State::joined) {
+      self->fail("the connection attempt timed out");
+    }
+  });
+  transport_->open(endpoint, target, shared_from_this());
 }
 
 void Engine::send(std::string frame) {

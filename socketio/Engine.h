@@ -18,7 +18,8 @@ namespace koriva::socketio {
 struct Limits {
   std::chrono::milliseconds connect = std::chrono::seconds(20);  ///< until the namespace is joined
   std::chrono::milliseconds acknowledgement = std::chrono::seconds(5);
-  std::size_t undelivered = 1024;                     ///< events, before reading pauses
+  std::chrono::milliseconds redial{250};  ///< from an attempt's outcome to the next dial
+  std::size_t undelivered = 1024;         ///< events, before reading pauses
   std::size_t outgoingBytes = std::size_t{64} << 20;  ///< waiting to be written
 };
 
@@ -40,8 +41,9 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
   Engine(const Executors& executors, std::shared_ptr<Transport> transport, std::string nsp,
          const Limits& limits);
 
+  /// Dials, but not before the time given.
   void open(const Endpoint& endpoint, const ConnectParameters& parameters,
-            std::weak_ptr<Listener> listener);
+            Clock::time_point notBefore, std::weak_ptr<Listener> listener);
   void send(std::string frame);
   /// Leaves the namespace and closes, in the background, after what was sent before.
   void close();
@@ -66,6 +68,7 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
   void onBinary(std::string frame) override;
   void onClosed(std::string reason) override;
 
+  void dial(const Endpoint& endpoint, const std::string& target);
   void onHandshake(std::string_view json);
   void onPacket(std::string frame);
   void onMessage(Packet&& packet, std::string&& frame);

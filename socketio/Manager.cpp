@@ -14,6 +14,8 @@ Manager::Manager(const Executors& executors, const Endpoint& endpoint, Options o
 
 Manager::~Manager() { socket_->release(); }
 
-void Manager::connect() { socket_->connect(endpoint_, parameters_); }
+void Manager::connect(Clock::time_point notBefore) {
+  socket_->connect(endpoint_, parameters_, notBefore);
+}
 
 }  // namespace koriva::socketio

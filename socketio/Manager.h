@@ -26,8 +26,8 @@ class Manager {
 
   [[nodiscard]] const std::shared_ptr<Socket>& socket() const { return socket_; }
 
-  /// Asks the socket to connect. No handler runs before this returns.
-  void connect();
+  /// Asks the socket to connect, at that time or later. No handler runs before this returns.
+  void connect(Clock::time_point notBefore = {});
 
  private:
   Endpoint endpoint_;

@@ -16,10 +16,12 @@ void Socket::on(std::string_view event, Handler handler) {
   if (handlers_) (*handlers_)[std::string(event)].push_back(std::move(handler));
 }
 
-void Socket::connect(const Endpoint& endpoint, const ConnectParameters& parameters) {
+void Socket::connect(const Endpoint& endpoint, const ConnectParameters& parameters,
+                     Clock::time_point notBefore) {
   if (status() != Status::notConnected) return;
   status_ = Status::connecting;
-  engine_->open(endpoint, parameters, weak_from_this());
+  nextDial_ = notBefore;
+  engine_->open(endpoint, parameters, notBefore, weak_from_this());
 }
 
 void Socket::disconnect() {
@@ -126,7 +128,9 @@ void Socket::onAck(std::uint64_t id, const Items& items) {
 
 void Socket::onConnected() {
   auto expected = Status::connecting;
-  if (status_.compare_exchange_strong(expected, Status::connected)) raise(connectEvent, Items());
+  if (!status_.compare_exchange_strong(expected, Status::connected)) return;
+  nextDial_ = Clock::now() + limits_.redial;
+  raise(connectEvent, Items());
 }
 
 void Socket::onEvent(const std::string& event, const Items& items) {
@@ -136,7 +140,9 @@ void Socket::onEvent(const std::string& event, const Items& items) {
 }
 
 void Socket::onClosed(const std::string& reason) {
+  const bool hasFailed = status() == Status::connecting;
   if (!leave()) return;
+  if (hasFailed) nextDial_ = Clock::now() + limits_.redial;
   raiseError(reason);
   raise(disconnectEvent, Items(quoted(reason)));
 }

@@ -40,7 +40,13 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   /// Handlers of one event run in the order in which they were added.
   void on(std::string_view event, Handler handler);
 
-  void connect(const Endpoint& endpoint, const ConnectParameters& parameters);
+  /// Is connecting from now on, but dials no earlier than at the time given.
+  void connect(const Endpoint& endpoint, const ConnectParameters& parameters,
+               Clock::time_point notBefore);
+
+  /// When the next socket may dial: whatever a delegate does about every failed attempt, or about
+  /// every connection that ends as soon as it stands, it does so a few times a second.
+  [[nodiscard]] Clock::time_point nextDial() const { return nextDial_; }
 
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handlers of a socket that was connecting or connected run before this returns.
@@ -91,6 +97,7 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   const std::string nsp_;
   const Limits limits_;
   std::atomic<Status> status_ = Status::notConnected;
+  Clock::time_point nextDial_;
   std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
 
   std::mutex queueMutex_;

@@ -34,10 +34,16 @@ struct Play : ServerTest {
   const Steps steps{
       {"interval *", [](auto& it) { koriva::timing().reconnectInterval = millisecondsIn(it); }},
       {"limit *", [](auto& it) { koriva::timing().limits.acknowledgement = millisecondsIn(it); }},
+      {"redial *", [](auto& it) { koriva::timing().limits.redial = millisecondsIn(it); }},
       {"url", [this](auto&) { print(sdk->setBaseUrl("") ? "taken" : "refused"); }},
       {"url *", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
       {"login", [this](auto&) { login(); }},
       {"loginAsNew", [this](auto&) { login(true); }},
+      {"loginAs *",
+       [this](auto& it) {
+         const auto name = boost::replace_all_copy(it.argument, "(bad byte)", "\xff");
+         sdk->login(name, 1002, name, false);
+       }},
       {"logout", [this](auto&) { sdk->logout(); }},
       {"disconnect", [this](auto&) { sdk->disconnect(); }},
       {"reconnect", [this](auto&) { sdk->reconnectIfNeed(); }},
@@ -47,6 +53,8 @@ struct Play : ServerTest {
       {"release", [this](auto&) { renewClient(); }},
       {"leave", [this](auto&) { other = sdk, renewClient(); }},
       {"return", [this](auto&) { sdk.swap(other); }},
+      {"share", [this](auto&) { KorivaSDK::setShared(sdk); }},
+      {"shared", [this](auto&) { print(KorivaSDK::shared() == sdk ? "this one" : "another"); }},
       {"print *", [](auto& it) { print(it.argument); }},
       {"throw *", [](auto& it) { throw std::runtime_error(it.argument); }},
       {"caught", [](auto&) { print("caught " + awaitThrown()); }},
@@ -54,6 +62,7 @@ struct Play : ServerTest {
       {"postNothing", [this](auto&) { loop.post({}); }},
       {"guarded:", [this](auto& it) { koriva::guarded(doing(it)); }},
       {"run", [this](auto&) { loop.run(); }},
+      {"runForAges", [this](auto&) { loop.runFor(std::chrono::nanoseconds::max() - 1s); }},
       {"stop", [this](auto&) { loop.stop(); }},
       {"stopFromAThread", [this](auto&) { std::jthread([this] { loop.stop(); }); }},
       {"task:",

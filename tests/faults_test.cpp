@@ -204,7 +204,7 @@ TEST_F(ImpatientClient, IsServedAgainAfterSilence) {
 }
 
 TEST_F(ImpatientClient, CompletesEveryRequestOnce) {
-  koriva::timing().limits = {.connect = 1s, .acknowledgement = 200ms};
+  koriva::timing().limits = {.connect = 1s, .acknowledgement = 200ms, .redial = 0ms};
   play({"welcome + chaos"});
   std::mt19937 random(20'822);
   std::deque<int> completions;
@@ -239,7 +239,7 @@ TEST_F(ImpatientClient, CompletesEveryRequestOnce) {
 }
 
 TEST_F(ImpatientClient, CanBeChangedFromInsideAnyCallback) {
-  koriva::timing().limits = {.connect = 1s, .acknowledgement = 60ms};
+  koriva::timing().limits = {.connect = 1s, .acknowledgement = 60ms, .redial = 0ms};
   const auto url =
       playUrl(server, {R"(welcome + 81:42/data,["message",{}] + answer + 81:41/data, + hold)"});
   const std::vector<std::function<void()>> changes{

@@ -28,8 +28,8 @@ using koriva::printLine;
 /// What has to come may take so long, on the slowest of machines.
 inline constexpr auto patience = 60s;
 
-/// Limits that no test meets by being slow.
-inline constexpr socketio::Limits patient{.connect = 1h, .acknowledgement = 1h};
+/// Limits that no test meets by being slow, and no wait between attempts.
+inline constexpr socketio::Limits patient{.connect = 1h, .acknowledgement = 1h, .redial = 0ms};
 
 inline std::counting_semaphore<> wakeUps(0);
 
