@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <netdb.h>
+#include <sys/resource.h>
 
 #include <boost/algorithm/string.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -272,6 +273,36 @@ TEST_F(ImpatientClient, CanBeChangedFromInsideAnyCallback) {
   finish();
   EXPECT_TRUE(
       runUntil([&] { return server.reports("left").size() == server.reports("came").size(); }));
+}
+
+TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  Server server;
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const auto allow = [&](rlim_t count) {
+    const rlimit allowed{count, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &allowed);
+  };
+  const auto recover = [&](bool isClientMade) {
+    alarm(60);
+    if (isClientMade) attached(), KorivaSDK::shared();
+    allow(0);
+    koriva::timing().reconnectInterval = 20ms;
+    const auto sdk = KorivaSDK::shared();
+    const auto recorder = std::make_shared<Recorder>("d");
+    sdk->addDelegate(recorder);
+    sdk->setBaseUrl(server.url());
+    sdk->login("token", 1001, "device", true);
+    bool hasFailed = false;
+    recorder->act = [&] { hasFailed = true; };
+    if (!runUntil([&] { return hasFailed; })) std::exit(1);
+    allow(limit.rlim_cur);
+    if (!isClientMade) sdk->login("token", 1001, "device", true);
+    std::exit(runUntil([&] { return sdk->isConnected(); }) ? 0 : 2);
+  };
+  EXPECT_EXIT(recover(true), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(recover(false), testing::ExitedWithCode(0), "");
 }
 
 TEST(Exit, IsCleanAtAnyMoment) {

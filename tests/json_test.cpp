@@ -1,9 +1,21 @@
 #include <boost/json/value.hpp>
 #include <cmath>
+#include <cstdlib>
+#include <new>
 
 #include "extensions/JSONPrinter.h"
 #include "extensions/StringRewriters.h"
 #include "support/Table.h"
+
+static std::size_t allocations = 0;
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -101,6 +113,23 @@ TEST(Json, MayBeLongAndDeepWithinBounds) {
     EXPECT_EQ(reread<One<I64>>(refused), "error");
     EXPECT_EQ(dynamic(refused), "error");
   }
+}
+
+TEST(Json, IsCheckedWithoutBuildingIt) {
+  std::string list(60, '[');
+  for (int i = 0; i < 100'000; ++i) list += "1,";
+  list += "1" + std::string(60, ']');
+  const auto before = allocations;
+  const bool isJson = json::firstText(list) == list;
+  EXPECT_EQ(allocations, before);
+  EXPECT_TRUE(isJson);
+  EXPECT_TRUE(json::prettyPrinted(list) == list) << "too long to be indented";
+}
+
+TEST(Json, IsIndentedUpTo64KiB) {
+  const std::string text(65'536 - 8, 'x');
+  EXPECT_TRUE(json::prettyPrinted("[\"" + text + "\"]") == "[\n  \"" + text + "\"\n]");
+  EXPECT_TRUE(json::prettyPrinted("[ \"" + text + "x\"]") == "[\"" + text + "x\"]");
 }
 
 TEST(Json, SaysNoNumberThatIsNone) {

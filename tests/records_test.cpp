@@ -160,6 +160,21 @@ std::string chainOfQuotes(const std::string& rest = "") {
   return document;
 }
 
+struct Ending {
+  ~Ending() { hasEnded = true; }
+  static inline bool hasEnded = false;
+};
+
+TEST(Box, ReadsAsAnEmptyValueUntilTheProcessEnds) {
+  const auto leave = [] {
+    std::atexit([] { std::_Exit(Ending::hasEnded ? 1 : 0); });
+    const koriva::Box<Ending> empty;
+    static_cast<void>(*empty);
+    std::exit(0);
+  };
+  EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "");
+}
+
 TEST(Message, QuotesAreReadToABoundedDepth) {
   EXPECT_FALSE(decode<KRMessage>(chainOfQuotes("\"\\ud800\"")));  // each of them once
   auto message = decode<KRMessage>(chainOfQuotes()).value();
