@@ -19,7 +19,8 @@
 ///
 /// All calls come on the thread that drives KRRunLoop::main(), one after the other, in the order
 /// in which the delegates were added. Records live for the time of the call: copy what is kept.
-/// Delegates may be added and removed, and requests made, from inside a call.
+/// Delegates may be added and removed, and requests made, from inside a call. One that is removed
+/// while an event is told still hears that event, one that is added hears only the next.
 class KR_EXPORT KorivaDelegate {
  public:
   virtual ~KorivaDelegate() = default;
@@ -27,7 +28,8 @@ class KR_EXPORT KorivaDelegate {
   /// A new message; server event "message".
   virtual void didReceive([[maybe_unused]] const KRMessage& message) {}
 
-  /// The server has accepted the connection, the first or a new one.
+  /// The server has accepted the connection, the first or a new one. `isConnected()` may be false
+  /// by now: the tasks that waited for the connection come first, and may have disconnected.
   virtual void didConnect() {}
 
   /// The connection is lost or was closed, or an attempt has failed.

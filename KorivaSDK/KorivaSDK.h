@@ -98,8 +98,10 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   // Session and connection.
 
-  /// Sets the server: an http, https, ws or wss URL, of which the host and port count. Used from
-  /// the next `login` or reconnection on. Returns false, and changes nothing, for any other text.
+  /// Sets the server: an http, https, ws or wss URL, of which the host and port count. The host is
+  /// an IPv4 address, an IPv6 address in brackets and without a zone, or a name of letters, digits,
+  /// `-`, `_` and `.`. Used from the next `login` or reconnection on. Returns false, and changes
+  /// nothing, for any other text.
   bool setBaseUrl(std::string_view url);
 
   /// Stores the identity and connects. `isNew` marks a new device session, which the server is told
@@ -110,7 +112,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// The same as `reconnectIfNeed`; the channel is not used.
   void connectChat(const std::string& channelID);
 
-  /// Connects again if there is a socket that is neither connected nor connecting.
+  /// Connects again if there is a socket that is neither connected nor connecting. Attempts that
+  /// follow one another closely, from `didDisconnect` say, are a quarter of a second apart.
   void reconnectIfNeed();
 
   /// What the timer does every 10 seconds: `reconnectIfNeed`.
@@ -120,7 +123,9 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// returns. **The client connects again within 10 seconds**: to stay away, call `logout()`.
   void disconnect();
 
-  /// Disconnects, removes every delegate and forgets the socket. Queued tasks stay queued.
+  /// Disconnects, removes every delegate and forgets the socket. Queued tasks stay queued. This is
+  /// final: what delegates do when they hear `didDisconnect` of it makes no connection, not even a
+  /// `login`. Log in again once this has returned.
   void logout();
 
   /// Whether the server has accepted the connection. From any thread.
@@ -237,7 +242,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
                            KRCompletion<KRBlockContactList> completion = {});
 
   /// Registers the device's push token ("register_profile_token"). Success carries the server's
-  /// answer as JSON text, whatever it says; the token appears on the console.
+  /// answer as JSON text, whatever it says: indented, or if that is more than 64 KiB without any
+  /// white space. The token appears on the console.
   void registerFCMToken(std::int64_t uin, const std::string& token, KRDefines::TokenType type,
                         const std::string& deviceId, KRCompletion<std::string> completion = {});
 
