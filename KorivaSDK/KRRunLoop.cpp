@@ -27,8 +27,9 @@ bool prepare(boost::asio::io_context& context) {
 
 }  // namespace
 
-// Prepared at once: later on, when somebody logs in, descriptors may have run out.
-KRRunLoop::KRRunLoop() : internals_(std::make_unique<Internals>()) { prepare(internals_->context); }
+KRRunLoop::KRRunLoop() : internals_(std::make_unique<Internals>()) {
+  prepare(internals_->reserve.emplace());
+}
 KRRunLoop::~KRRunLoop() = default;
 
 KRRunLoop& KRRunLoop::main() {
@@ -82,7 +83,9 @@ void KRRunLoop::post(std::function<void()> task) {
 bool KRRunLoop::attach(std::function<void()> wakeUp) {
   auto& loop = *internals_;
   const std::lock_guard lock(loop.setUpMutex);
-  if (!wakeUp || loop.executors_ || !prepare(loop.network)) return false;
+  if (!wakeUp || loop.executors_) return false;
+  loop.reserve.reset();
+  if (!prepare(loop.network)) return false;
   koriva::socketio::prepareTls();
   try {
     loop.networkThread = std::thread([&loop] { loop.network.run(); });
@@ -105,7 +108,10 @@ const koriva::socketio::Executors& KRRunLoop::Internals::executors() {
   return *executors_;
 }
 
-bool KRRunLoop::Internals::canWait() { return prepare(context); }
+bool KRRunLoop::Internals::canWait() {
+  reserve.reset();
+  return prepare(attached ? network : context);
+}
 
 bool KRRunLoop::Internals::isSayingFarewell() { return executors_ && executors_->farewells() != 0; }
 

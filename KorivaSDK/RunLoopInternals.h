@@ -35,6 +35,10 @@ struct KRRunLoop::Internals {
   std::atomic<bool> stopRequested = false;
   std::atomic<bool> running = false;
 
+  /// Holds as many descriptors as a context needs that waits, for the first login: they may have
+  /// run out by then, and only then is it known which context does.
+  std::optional<boost::asio::io_context> reserve;
+
   std::mutex setUpMutex;
   std::optional<koriva::socketio::Executors> executors_;
   boost::asio::io_context network;

@@ -278,26 +278,27 @@ TEST_F(ImpatientClient, CanBeChangedFromInsideAnyCallback) {
 TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   Server server;
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const auto allow = [&](rlim_t count) {
-    const rlimit allowed{count, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &allowed);
+  const auto takeAll = [] {
+    constexpr rlimit few{100, 100};
+    setrlimit(RLIMIT_NOFILE, &few);
+    std::vector<int> taken;
+    for (int one = 0; (one = dup(STDERR_FILENO)) >= 0;) taken.push_back(one);
+    return taken;
   };
   const auto recover = [&](bool isClientMade) {
     alarm(60);
     if (isClientMade) attached(), KorivaSDK::shared();
-    allow(0);
+    const auto taken = takeAll();
     koriva::timing().reconnectInterval = 20ms;
     const auto sdk = KorivaSDK::shared();
     const auto recorder = std::make_shared<Recorder>("d");
     sdk->addDelegate(recorder);
-    sdk->setBaseUrl(server.url());
+    sdk->setBaseUrl(boost::replace_all_copy(server.url(), "127.0.0.1", "localhost"));
     sdk->login("token", 1001, "device", true);
     bool hasFailed = false;
     recorder->act = [&] { hasFailed = true; };
     if (!runUntil([&] { return hasFailed; })) std::exit(1);
-    allow(limit.rlim_cur);
+    std::ranges::for_each(taken, close);
     if (!isClientMade) sdk->login("token", 1001, "device", true);
     std::exit(runUntil([&] { return sdk->isConnected(); }) ? 0 : 2);
   };
