@@ -108,7 +108,8 @@ const koriva::socketio::Executors& KRRunLoop::Internals::executors() {
   return *executors_;
 }
 
-bool KRRunLoop::Internals::canWait() {
+bool KRRunLoop::Internals::prepareToWait() {
+  const std::lock_guard lock(setUpMutex);
   reserve.reset();
   return prepare(attached ? network : context);
 }

@@ -20,7 +20,8 @@
 /// All calls come on the thread that drives KRRunLoop::main(), one after the other, in the order
 /// in which the delegates were added. Records live for the time of the call: copy what is kept.
 /// Delegates may be added and removed, and requests made, from inside a call. One that is removed
-/// while an event is told still hears that event, one that is added hears only the next.
+/// during an event still hears that event (of an event that makes two calls, the one under way);
+/// one that is added hears the next.
 class KR_EXPORT KorivaDelegate {
  public:
   virtual ~KorivaDelegate() = default;

@@ -99,9 +99,9 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   // Session and connection.
 
   /// Sets the server: an http, https, ws or wss URL, of which the host and port count. The host is
-  /// an IPv4 address, an IPv6 address in brackets and without a zone, or a name of letters, digits,
-  /// `-`, `_` and `.`. Used from the next `login` or reconnection on. Returns false, and changes
-  /// nothing, for any other text.
+  /// an IPv4 address, an IPv6 address in brackets and without a zone, or a name: letters, digits,
+  /// `-` and `_`, with single dots between. Used from the next `login` or reconnection on. Returns
+  /// false, and changes nothing, for any other text.
   bool setBaseUrl(std::string_view url);
 
   /// Stores the identity and connects. `isNew` marks a new device session, which the server is told
@@ -112,8 +112,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// The same as `reconnectIfNeed`; the channel is not used.
   void connectChat(const std::string& channelID);
 
-  /// Connects again if there is a socket that is neither connected nor connecting. Attempts that
-  /// follow one another closely, from `didDisconnect` say, are a quarter of a second apart.
+  /// Connects again if there is a socket that is neither connected nor connecting. It is connecting
+  /// at once, but dials a quarter of a second after it last did, or failed to, at the earliest.
   void reconnectIfNeed();
 
   /// What the timer does every 10 seconds: `reconnectIfNeed`.
@@ -124,8 +124,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   void disconnect();
 
   /// Disconnects, removes every delegate and forgets the socket. Queued tasks stay queued. This is
-  /// final: what delegates do when they hear `didDisconnect` of it makes no connection, not even a
-  /// `login`. Log in again once this has returned.
+  /// final: nothing that delegates do meanwhile makes a connection, not even a `login`. Log in
+  /// again once this has returned.
   void logout();
 
   /// Whether the server has accepted the connection. From any thread.
@@ -294,6 +294,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   using AckHandler = std::function<void(const koriva::socketio::Items&)>;
 
   void initSocket();
+  void failWithoutTimers();
   void initReconnectTimer();
   void completeUndoneTasks();
   void tellDisconnected();

@@ -17,8 +17,8 @@ struct KRRunLoop::Internals {
   /// The executors of every connection. The first call settles whether there is a network thread.
   const koriva::socketio::Executors& executors();
 
-  /// Whether there are timers. False while no descriptors are left for them.
-  bool canWait();
+  /// Makes what timers wait with, unless it is there. False while no descriptors are left for it.
+  bool prepareToWait();
 
   /// Keeps the exception that is being handled, to be rethrown by the call that drives the loop.
   void keepException(std::exception_ptr exception);

@@ -89,11 +89,8 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
 
 void KorivaSDK::initSocket() {
   if (state_->isLoggingOut) return;
-  if (!KRRunLoop::main().internals().canWait()) {
-    return executors().postHandler([weak = weak_from_this()] {
-      if (const auto sdk = weak.lock()) sdk->tellDisconnected();
-    });
-  }
+  if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
+  state_->isStranded = false;
   socketio::Manager::Options options;
   options.nsp = "/data";
   options.connectParameters = {{"session", koriva::json::validUtf8(state_->token)},
@@ -112,6 +109,16 @@ void KorivaSDK::initSocket() {
   initReconnectTimer();
 }
 
+// Neither a socket nor a timer can be made. Told once, as nothing would keep the attempts apart
+// that delegates make when they hear of it.
+void KorivaSDK::failWithoutTimers() {
+  if (std::exchange(state_->isStranded, true)) return;
+  executors().postHandler([weak = weak_from_this()] {
+    const auto sdk = weak.lock();
+    if (sdk && sdk->state_->isStranded) sdk->tellDisconnected();
+  });
+}
+
 void KorivaSDK::initReconnectTimer() {
   if (!state_->reconnectTimer) {
     state_->reconnectTimer = std::make_shared<socketio::Alarm>(executors());
@@ -128,10 +135,12 @@ void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(
 void KorivaSDK::reconnectFired() { reconnectIfNeed(); }
 
 void KorivaSDK::reconnectIfNeed() {
-  const auto socket = state_->socket.load();
-  if (!socket) return;
-  const auto status = socket->status();
-  if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
+  if (const auto socket = state_->socket.load()) {
+    const auto status = socket->status();
+    if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
+  } else if (!state_->isStranded) {
+    return;
+  }
   initSocket();
 }
 
@@ -143,11 +152,15 @@ void KorivaSDK::disconnect() {
 // Delegates may try to connect meanwhile, log out too, or let go of the last reference.
 void KorivaSDK::logout() {
   const auto self = shared_from_this();
-  const bool isOutermost = !std::exchange(state_->isLoggingOut, true);
+  struct LoggingOut {
+    ~LoggingOut() { flag = before; }
+    bool& flag;
+    const bool before = std::exchange(flag, true);
+  } const loggingOut{state_->isLoggingOut};
   disconnect();
   state_->delegates = std::make_shared<const State::Delegates>();
   state_->socket.store(nullptr);
-  if (isOutermost) state_->isLoggingOut = false;
+  state_->isStranded = false;
 }
 
 bool KorivaSDK::isConnected() const {

@@ -41,6 +41,7 @@ struct KorivaSDK::State {
   bool isNew = false;
   bool isReady = false;
   bool isLoggingOut = false;
+  bool isStranded = false;  ///< wants to connect, but not even a socket could be made
   std::int64_t uin = 0;
   std::string token;
   std::string deviceId;

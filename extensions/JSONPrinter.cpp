@@ -56,8 +56,8 @@ std::size_t endOfText(std::string_view json, std::size_t begin) {
   return at + 1;
 }
 
-/// JSON with other white space: indented, if that does not get too long, or none.
-std::optional<std::string> laidOut(std::string_view json, bool isIndented) {
+/// JSON with other white space, indented or none; nothing when it would be longer than the limit.
+std::optional<std::string> laidOut(std::string_view json, bool isIndented, std::size_t limit) {
   std::string out;
   if (!isIndented) out.reserve(json.size());
   std::size_t depth = 0;
@@ -70,11 +70,11 @@ std::optional<std::string> laidOut(std::string_view json, bool isIndented) {
     const bool closes = c == ']' || c == '}';
     if (closes) --depth;
     if (isIndented && (before == ',' || isFirst != closes)) out.append("\n").append(2 * depth, ' ');
+    if (out.size() + (end - i) > limit) return std::nullopt;
     out.append(json, i, end - i);
     if (isIndented && c == ':') out += ' ';
     if (c == '[' || c == '{') ++depth;
     before = c;
-    if (isIndented && out.size() > maxIndented) return std::nullopt;
   }
   return out;
 }
@@ -86,8 +86,8 @@ std::optional<std::string> prettyPrinted(std::string_view items) {
   if (!text) return std::nullopt;
   const auto repaired = withoutLoneSurrogates(*text);
   if (repaired) text = *repaired;
-  auto indented = laidOut(*text, true);
-  return indented ? indented : laidOut(*text, false);
+  if (auto indented = laidOut(*text, true, maxIndented)) return indented;
+  return laidOut(*text, false, text->size());
 }
 
 std::string printedForm(const boost::json::value& value) {

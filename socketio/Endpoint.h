@@ -13,8 +13,8 @@ namespace koriva::socketio {
 /// is never empty, and has nothing in it but what hosts are made of.
 class Endpoint {
  public:
-  /// Reads an http, https, ws or wss URL; nothing for any other text. The host is an address or a
-  /// name of letters, digits, `-`, `_` and `.`, as it stands there: nothing is percent-decoded.
+  /// Reads an http, https, ws or wss URL; nothing for any other text. The host is an address, or a
+  /// name of letters, digits, `-`, `_` and single dots, as it stands there: nothing is decoded.
   static std::optional<Endpoint> parse(std::string_view url);
 
   Endpoint(const Endpoint&) = default;

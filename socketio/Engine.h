@@ -18,7 +18,7 @@ namespace koriva::socketio {
 struct Limits {
   std::chrono::milliseconds connect = std::chrono::seconds(20);  ///< until the namespace is joined
   std::chrono::milliseconds acknowledgement = std::chrono::seconds(5);
-  std::chrono::milliseconds redial{250};  ///< from an attempt's outcome to the next dial
+  std::chrono::milliseconds redial{250};  ///< from a dial or its failure to the next dial
   std::size_t undelivered = 1024;         ///< events, before reading pauses
   std::size_t outgoingBytes = std::size_t{64} << 20;  ///< waiting to be written
 };

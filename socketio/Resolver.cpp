@@ -53,7 +53,7 @@ void Resolver::startNext() {
     const auto next = it++;
     if (next->isUnderWay) continue;
     try {
-      std::thread([this, name = next->name] { lookUp(name); }).detach();
+      std::thread([this, name = next->name] { run(name); }).detach();
       next->isUnderWay = true;
       --room;
     } catch (const std::system_error& noThread) {
@@ -63,7 +63,7 @@ void Resolver::startNext() {
   }
 }
 
-void Resolver::lookUp(const std::string& name) {
+void Resolver::run(const std::string& name) {
   boost::asio::io_context context;
   error_code error;
   Addresses found;

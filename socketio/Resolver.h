@@ -14,8 +14,8 @@
 namespace koriva::socketio {
 
 /// Looks names up, for the whole process. Each look-up has a thread of its own: one that hangs, as
-/// they do when a device changes networks, holds up no other. As long as they hang they are few: at
-/// most four at a time and one a name, and the other names wait for their turn.
+/// they do when a device changes networks, holds up no other name. So that they do not pile up
+/// there are at most four at a time and one a name, and the other names wait for their turn.
 class Resolver {
  public:
   using Addresses = std::vector<boost::asio::ip::address>;
@@ -44,7 +44,7 @@ class Resolver {
 
   void forgetAbandoned();
   void startNext();
-  void lookUp(const std::string& name);
+  void run(const std::string& name);
 
   std::mutex mutex_;
   std::list<LookUp> lookUps_;  // in the order in which they are started

@@ -20,8 +20,12 @@ void Socket::connect(const Endpoint& endpoint, const ConnectParameters& paramete
                      Clock::time_point notBefore) {
   if (status() != Status::notConnected) return;
   status_ = Status::connecting;
-  nextDial_ = notBefore;
+  lastDial_ = std::max(notBefore, Clock::now());
   engine_->open(endpoint, parameters, notBefore, weak_from_this());
+}
+
+Clock::time_point Socket::nextDial() const {
+  return lastDial_ > Clock::now() ? lastDial_ : lastDial_ + limits_.redial;
 }
 
 void Socket::disconnect() {
@@ -128,9 +132,7 @@ void Socket::onAck(std::uint64_t id, const Items& items) {
 
 void Socket::onConnected() {
   auto expected = Status::connecting;
-  if (!status_.compare_exchange_strong(expected, Status::connected)) return;
-  nextDial_ = Clock::now() + limits_.redial;
-  raise(connectEvent, Items());
+  if (status_.compare_exchange_strong(expected, Status::connected)) raise(connectEvent, Items());
 }
 
 void Socket::onEvent(const std::string& event, const Items& items) {
@@ -142,7 +144,7 @@ void Socket::onEvent(const std::string& event, const Items& items) {
 void Socket::onClosed(const std::string& reason) {
   const bool hasFailed = status() == Status::connecting;
   if (!leave()) return;
-  if (hasFailed) nextDial_ = Clock::now() + limits_.redial;
+  if (hasFailed) lastDial_ = Clock::now();
   raiseError(reason);
   raise(disconnectEvent, Items(quoted(reason)));
 }

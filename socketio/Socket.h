@@ -44,9 +44,9 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   void connect(const Endpoint& endpoint, const ConnectParameters& parameters,
                Clock::time_point notBefore);
 
-  /// When the next socket may dial: whatever a delegate does about every failed attempt, or about
-  /// every connection that ends as soon as it stands, it does so a few times a second.
-  [[nodiscard]] Clock::time_point nextDial() const { return nextDial_; }
+  /// When the next socket may dial: whatever a delegate does about each failed attempt, or about
+  /// connections that end as soon as they stand, it does so a few times a second.
+  [[nodiscard]] Clock::time_point nextDial() const;
 
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handlers of a socket that was connecting or connected run before this returns.
@@ -97,7 +97,7 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   const std::string nsp_;
   const Limits limits_;
   std::atomic<Status> status_ = Status::notConnected;
-  Clock::time_point nextDial_;
+  Clock::time_point lastDial_;  ///< its failure, if it has failed; may be still to come
   std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
 
   std::mutex queueMutex_;

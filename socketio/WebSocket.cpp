@@ -34,8 +34,11 @@ constexpr auto closeLimit = std::chrono::seconds(3);
 
 using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
 
-ssl::context& tlsContext() {
-  static ssl::context& context = *[] {
+/// Throws a system_error as long as no descriptor is left for the trust store: found unreadable, it
+/// would stay empty for good.
+ssl::context& tlsContext(const Executor& executor) {
+  static ssl::context& context = *[&executor] {
+    TcpSocket(executor, tcp::v4());
     auto* made = new ssl::context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
     SSL_CTX_set_options(made->native_handle(), SSL_OP_NO_RENEGOTIATION);
@@ -55,7 +58,8 @@ bool verifyHost(SSL* handle, const Endpoint& endpoint) {
   asio::ip::make_address(endpoint.host(), notAnAddress);
   if (!notAnAddress) return X509_VERIFY_PARAM_set1_ip_asc(wanted, name.c_str()) == 1;
   // The subject of a certificate was never meant to hold a host.
-  X509_VERIFY_PARAM_set_hostflags(wanted, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
+  X509_VERIFY_PARAM_set_hostflags(
+      wanted, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
   return X509_VERIFY_PARAM_set1_host(wanted, name.c_str(), name.size()) == 1 &&
          SSL_set_tlsext_host_name(handle, name.c_str()) == 1;
 }
@@ -66,7 +70,7 @@ class Stream {
   using executor_type = Executor;
 
   Stream(const Executor& executor, bool tls) : tcp_(executor) {
-    if (tls) tls_.emplace(tcp_, tlsContext());
+    if (tls) tls_.emplace(tcp_, tlsContext(executor));
   }
 
   executor_type get_executor() { return tcp_.get_executor(); }
@@ -173,7 +177,13 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   target_ = target;
   listener_ = std::move(listener);
   state_ = State::connecting;
-  ws_.emplace(executor_, endpoint.tls());
+  try {
+    ws_.emplace(executor_, endpoint.tls());
+  } catch (const boost::system::system_error& failure) {
+    return asio::post(executor_, [self = shared_from_this(), error = failure.code()] {
+      if (self->state_ == State::connecting) self->fail("cannot connect", error);
+    });
+  }
 
   error_code error;
   const auto address = asio::ip::make_address(endpoint.host(), error);
@@ -243,7 +253,8 @@ void WebSocket::abandonAttempts() {
 void WebSocket::shakeHandsOverTls() {
   auto& tls = *ws_->next_layer().tlsStream();
   SSL* const handle = tls.native_handle();
-  if (!verifyHost(handle, *endpoint_)) return fail("TLS handshake failed", {});
+  if (!verifyHost(handle, *endpoint_))
+    return fail("the server's certificate cannot be verified", {});
   tls.async_handshake(ssl::stream_base::client,
                       [self = shared_from_this(), handle](error_code error) {
                         if (self->state_ != State::connecting) return;

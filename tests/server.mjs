@@ -42,7 +42,7 @@ const filledIn = (items, payload) =>
 const http = options.tls ? createTlsServer() : createServer();
 let latest;
 http.on("secureConnection", (socket) => {
-  latest = socket.on("error", ({ code }) => report("renegotiation", code));
+  latest = socket;
   report("name", socket.servername);
 });
 http.on("upgrade", (request) => report("url", request.url));
@@ -84,7 +84,10 @@ const commands = {
     const versions = { ciphers: "ALL:@SECLEVEL=0", minVersion: "TLSv1", maxVersion };
     http.setSecureContext({ key, cert, ...versions });
   },
-  renegotiate: () => latest.renegotiate({}, (error) => report("renegotiation", error ?? "done")),
+  renegotiate() {
+    latest.once("error", ({ code }) => report("renegotiation", code));
+    return latest.renegotiate({}, (error) => report("renegotiation", error?.code ?? "done"));
+  },
   play: ({ scripts }) => villain(scripts, report),
 };
 createInterface({ input: process.stdin })

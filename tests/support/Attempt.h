@@ -1,5 +1,9 @@
 #pragma once
 
+#include <sys/resource.h>
+
+#include <algorithm>
+
 #include "KorivaSDK/RunLoopInternals.h"
 #include "socketio/Manager.h"
 #include "tests/support/Harness.h"
@@ -36,6 +40,18 @@ struct Attempt {
 
   std::unique_ptr<socketio::Manager> manager;
   std::shared_ptr<Heard> heard = std::make_shared<Heard>();
+};
+
+/// While it lives the process has no descriptor left, nor room for many ever after.
+struct TakenDescriptors {
+  TakenDescriptors() {
+    constexpr rlimit few{100, 100};
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (int one = 0; (one = dup(STDERR_FILENO)) >= 0;) all.push_back(one);
+  }
+  ~TakenDescriptors() { std::ranges::for_each(all, close); }
+
+  std::vector<int> all;
 };
 
 /// The URL of a server that follows the scripts, as villain.mjs describes them.
