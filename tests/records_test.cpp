@@ -146,7 +146,8 @@ TEST(Records, FollowTheirOwnLogic) {
        {"user info", userInfo},
        {"KRError", error},
        {"cases", cases<KRMessageType, D::OnlineStatus, D::GroupType, D::Answer, D::IgnoreType,
-                       D::MessageStatus, D::TokenType, D::GroupSortType>}});
+                       D::MessageStatus, D::TokenType, D::GroupSortType>}},
+      koriva::test::readTable("records.txt"));
   EXPECT_EQ(koriva::fromRawValue<KRCallEvent::Key>("Event"), std::nullopt);
 }
 

@@ -142,8 +142,9 @@ inline std::vector<Row> readTable(const std::string& file, const std::vector<Row
 using Functions = std::map<std::string, std::string (*)(std::string_view)>;
 
 /// Checks that the functions that the rows name make the outputs of the inputs.
-inline void checkTable(const std::string& file, const Functions& functions) {
-  for (const auto& row : readTable(file)) {
+inline void checkTable(const std::string& file, const Functions& functions,
+                       const std::vector<Row>& samples = {}) {
+  for (const auto& row : readTable(file, samples)) {
     const auto made = located(row.place, [&] { return named(functions, row.name)(row.input); });
     EXPECT_EQ(made, row.output) << row.place << ": " << row.name << " of " << row.input;
   }
