@@ -91,10 +91,13 @@ struct Request {
       json::parse("[" + call.substr(name.size() + 1, call.size() - name.size() - 2) + "]")
           .as_array();
   json::array sent = json::parse(named(rows, "sends").output).as_array();
+  std::string event{sent.at(0).as_string()};
   bool isAsked = sent.at(2).as_bool();
   std::string trace = rows.contains("prints") ? lines(rows.at("prints").output) : "";
-  std::string failure =
-      isAsked ? lines(named(rows, "fails").output) : "";  ///< when there is no data
+  /// When there is no data.
+  std::string failure = rows.contains("fails")
+                            ? lines(rows.at("fails").output)
+                            : "KorivaSDK - " + event + " failed with error: Parsing error\n";
 };
 
 bool isWord(const std::string& input) { return !input.empty() && std::isalpha(input.front()) != 0; }
@@ -117,8 +120,9 @@ std::vector<Request> readRequests() {
         const auto& answers = *used.insert(rows.at("answers").output).first;
         rows.merge(Rows(named(blocks, answers)));
       }
-      rows.merge(Rows(named(blocks, rows.contains("fails") ? "asked" : "unasked")));
-      return Request{block.first, rows};
+      Request request{block.first, rows};
+      request.rows.merge(Rows(named(blocks, request.isAsked ? "asked" : "unasked")));
+      return request;
     }));
   }
   for (const auto& [name, rows] : blocks) {
@@ -137,8 +141,7 @@ TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
       const auto& row = each.second;
       if (isWord(row.input)) continue;
       SCOPED_TRACE(row.place + ": " + request.call);
-      const std::string event(request.sent.at(0).as_string());
-      located(row.place, [&] { server.answer(event, row.input); });
+      located(row.place, [&] { server.answer(request.event, row.input); });
       server.tell(R"({"do":"forget"})");
       request.send();
       const auto told = boost::replace_all_copy(lines(row.output), "<failure>\n", request.failure);
