@@ -139,7 +139,6 @@ class Play {
       {"connect", [this](auto&) { connect(); }},
       {"open", [this](auto&) { open(); }},
       {"join", [this](auto&) { join(); }},
-      {"text", [this](auto&) { listener()->onText(""); }},
       {"text *", [this](auto& it) { listener()->onText(it.argument); }},
       {"binary *", [this](auto& it) { listener()->onBinary(it.argument); }},
       {"largest", [this](auto&) { listener()->onBinary(std::string(maxIncomingBytes, 'x')); }},
