@@ -41,13 +41,11 @@ TEST(Script, NamesThePlaceOfAMistake) {
       {"[a]\n[b]\n  do\n", "t.txt:1: nothing is below this heading"},
       {"[a]\n  do\n  od\n", "t.txt:3: there is no step 'od' like this"},
       {"[a]\n  do it\n", "t.txt:2: there is no step 'do' like this"},
-      {"[a]\n  later it:\n    od\n", "t.txt:3: there is no step 'od' like this"},
       {"[a]\n  later it: later it:\n    od\n", "t.txt:3: there is no step 'od' like this"},
       {"[a]\n  later it: later it:\n  do\n", "t.txt:2: nothing is indented below this"},
       {"[a]\n  later it: do => seen\n", "none"},
       {"[a]\n  later it:\n    do => seen\n", "t.txt:3: what is seen stands in no body"},
       {"[a]\n  do\n    do\n", "t.txt:3: this is indented too far"},
-      {"[a]\n  later it:\n  do\n", "t.txt:2: nothing is indented below this"},
       {"[a]\n   do\n", "t.txt:2: this is indented too far"},
       {"[a]\n do\n", "t.txt:2: a step is indented by two spaces"},
   };
