@@ -18,7 +18,7 @@ constexpr auto farewellLimit = std::chrono::seconds(1);
 /// Makes what a context waits with, unless it has that. False when no descriptors are left for it.
 bool prepare(boost::asio::io_context& context) {
   try {
-    koriva::socketio::Timer(context.get_executor());
+    const koriva::socketio::Timer made(context.get_executor());
     return true;
   } catch (const boost::system::system_error&) {
     return false;
@@ -28,7 +28,7 @@ bool prepare(boost::asio::io_context& context) {
 }  // namespace
 
 KRRunLoop::KRRunLoop() : internals_(std::make_unique<Internals>()) {
-  prepare(internals_->reserve.emplace());
+  prepare(*internals_->reserve);
 }
 KRRunLoop::~KRRunLoop() = default;
 

@@ -4,6 +4,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -37,7 +38,7 @@ struct KRRunLoop::Internals {
 
   /// Holds as many descriptors as a context needs that waits, for the first login: they may have
   /// run out by then, and only then is it known which context does.
-  std::optional<boost::asio::io_context> reserve;
+  std::unique_ptr<boost::asio::io_context> reserve = std::make_unique<boost::asio::io_context>();
 
   std::mutex setUpMutex;
   std::optional<koriva::socketio::Executors> executors_;

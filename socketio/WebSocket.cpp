@@ -38,7 +38,7 @@ using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
 /// would stay empty for good.
 ssl::context& tlsContext(const Executor& executor) {
   static ssl::context& context = *[&executor] {
-    TcpSocket(executor, tcp::v4());
+    const TcpSocket possible(executor, tcp::v4());
     auto* made = new ssl::context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
     SSL_CTX_set_options(made->native_handle(), SSL_OP_NO_RENEGOTIATION);
