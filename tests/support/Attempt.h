@@ -42,6 +42,10 @@ struct Attempt {
   std::shared_ptr<Heard> heard = std::make_shared<Heard>();
 };
 
+/// Whether the process itself can do without descriptors. The sanitizer looks at memory through a
+/// pipe, and takes what it cannot look at for a fault.
+inline constexpr bool canRunOut = KORIVA_TEST_CAN_RUN_OUT;
+
 /// While it lives the process has no descriptor left, nor room for many ever after.
 struct TakenDescriptors {
   TakenDescriptors() {
