@@ -85,11 +85,16 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   const std::lock_guard lock(loop.setUpMutex);
   if (!wakeUp || loop.executors_) return false;
   loop.reserve.reset();
-  if (!prepare(loop.network)) return false;
   koriva::socketio::prepareTls();
   try {
     loop.networkThread = std::thread([&loop] { loop.network.run(); });
   } catch (const std::system_error&) {
+    return false;
+  }
+  if (!prepare(loop.network)) {
+    loop.network.stop();
+    loop.networkThread.join();
+    loop.network.restart();
     return false;
   }
 

@@ -100,8 +100,8 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   /// Sets the server: an http, https, ws or wss URL, of which the host and port count. The host is
   /// an IPv4 address, an IPv6 address in brackets and without a zone, or a name: letters, digits,
-  /// `-` and `_`, with single dots between. Used from the next `login` or reconnection on. Returns
-  /// false, and changes nothing, for any other text.
+  /// `-` and `_`, with single dots between and perhaps one at the end. Used from the next `login`
+  /// or reconnection on. Returns false, and changes nothing, for any other text.
   bool setBaseUrl(std::string_view url);
 
   /// Stores the identity and connects. `isNew` marks a new device session, which the server is told

@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "KorivaSDK/RequestChannel.h"
@@ -90,7 +92,7 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
 void KorivaSDK::initSocket() {
   if (state_->isLoggingOut) return;
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
-  state_->isStranded = false;
+  state_->stranded.reset();
   socketio::Manager::Options options;
   options.nsp = "/data";
   options.connectParameters = {{"session", koriva::json::validUtf8(state_->token)},
@@ -109,14 +111,31 @@ void KorivaSDK::initSocket() {
   initReconnectTimer();
 }
 
-// Neither a socket nor a timer can be made. Told once, as nothing would keep the attempts apart
-// that delegates make when they hear of it.
+// Neither a socket nor a timer can be made. Until the next attempt, what delegates do about this
+// one is ignored: nothing could keep their attempts apart.
 void KorivaSDK::failWithoutTimers() {
-  if (std::exchange(state_->isStranded, true)) return;
-  executors().postHandler([weak = weak_from_this()] {
-    const auto sdk = weak.lock();
-    if (sdk && sdk->state_->isStranded) sdk->tellDisconnected();
+  if (state_->stranded) return;
+  state_->stranded = std::make_shared<State::Stranded>();
+  const auto unlessOver = [weak = weak_from_this(),
+                           stranded = std::weak_ptr(state_->stranded)](void (*act)(KorivaSDK&)) {
+    return [weak, stranded, act] {
+      const auto sdk = weak.lock();
+      if (sdk && !stranded.expired()) act(*sdk);
+    };
+  };
+  executors().postHandler(unlessOver([](KorivaSDK& sdk) { sdk.tellDisconnected(); }));
+  const auto retry = unlessOver([](KorivaSDK& sdk) {
+    sdk.state_->stranded.reset();
+    sdk.initSocket();
   });
+  try {
+    std::thread([retry, interval = koriva::timing().reconnectInterval] {
+      std::this_thread::sleep_for(interval);
+      executors().postHandler(retry);
+    }).detach();
+  } catch (const std::system_error&) {
+    // No thread either: the application has to try again.
+  }
 }
 
 void KorivaSDK::initReconnectTimer() {
@@ -138,7 +157,7 @@ void KorivaSDK::reconnectIfNeed() {
   if (const auto socket = state_->socket.load()) {
     const auto status = socket->status();
     if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
-  } else if (!state_->isStranded) {
+  } else if (!state_->stranded) {
     return;
   }
   initSocket();
@@ -160,7 +179,7 @@ void KorivaSDK::logout() {
   disconnect();
   state_->delegates = std::make_shared<const State::Delegates>();
   state_->socket.store(nullptr);
-  state_->isStranded = false;
+  state_->stranded.reset();
 }
 
 bool KorivaSDK::isConnected() const {

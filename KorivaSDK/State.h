@@ -30,6 +30,7 @@ socketio::Endpoint parseDefaultUrl(std::string_view url);
 
 struct KorivaSDK::State {
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
+  struct Stranded {};
 
   explicit State(const koriva::socketio::Endpoint& url) : baseURL(url) {}
 
@@ -41,7 +42,7 @@ struct KorivaSDK::State {
   bool isNew = false;
   bool isReady = false;
   bool isLoggingOut = false;
-  bool isStranded = false;  ///< wants to connect, but not even a socket could be made
+  std::shared_ptr<Stranded> stranded;  ///< present when not even a socket could be made for a login
   std::int64_t uin = 0;
   std::string token;
   std::string deviceId;

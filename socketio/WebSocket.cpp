@@ -34,11 +34,14 @@ constexpr auto closeLimit = std::chrono::seconds(3);
 
 using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
 
-/// Throws a system_error as long as no descriptor is left for the trust store: found unreadable, it
-/// would stay empty for good.
-ssl::context& tlsContext(const Executor& executor) {
-  static ssl::context& context = *[&executor] {
-    const TcpSocket possible(executor, tcp::v4());
+/// Throws a system_error as long as no descriptors are left, as a few timers take: found
+/// unreadable, the trust store would stay empty for good.
+ssl::context& tlsContext() {
+  static ssl::context& context = *[] {
+    {
+      asio::io_context waiting;
+      const Timer possible(waiting.get_executor());
+    }
     auto* made = new ssl::context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
     SSL_CTX_set_options(made->native_handle(), SSL_OP_NO_RENEGOTIATION);
@@ -70,7 +73,7 @@ class Stream {
   using executor_type = Executor;
 
   Stream(const Executor& executor, bool tls) : tcp_(executor) {
-    if (tls) tls_.emplace(tcp_, tlsContext(executor));
+    if (tls) tls_.emplace(tcp_, tlsContext());
   }
 
   executor_type get_executor() { return tcp_.get_executor(); }
