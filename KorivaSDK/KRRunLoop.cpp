@@ -18,7 +18,7 @@ constexpr auto farewellLimit = std::chrono::seconds(1);
 /// Makes what a context waits with, unless it has that. False when no descriptors are left for it.
 bool prepare(boost::asio::io_context& context) {
   try {
-    const koriva::socketio::Timer made(context.get_executor());
+    const koriva::socketio::SystemTimer made(context.get_executor());
     return true;
   } catch (const boost::system::system_error&) {
     return false;
@@ -83,7 +83,7 @@ void KRRunLoop::post(std::function<void()> task) {
 bool KRRunLoop::attach(std::function<void()> wakeUp) {
   auto& loop = *internals_;
   const std::lock_guard lock(loop.setUpMutex);
-  if (!wakeUp || loop.executors_) return false;
+  if (!wakeUp || loop.environment_) return false;
   loop.reserve.reset();
   koriva::socketio::prepareTls();
   try {
@@ -100,17 +100,17 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
 
   loop.wakeUp = std::move(wakeUp);
   loop.attached = true;
-  loop.executors_.emplace(loop.network.get_executor(), loop.context.get_executor(),
-                          [&loop] { loop.wake(); });
+  loop.environment_.emplace(loop.network.get_executor(), loop.context.get_executor(),
+                            [&loop] { loop.wake(); });
   std::atexit([] { main().internals().endNetwork(); });
   loop.wake();  // for what was posted before
   return true;
 }
 
-const koriva::socketio::Executors& KRRunLoop::Internals::executors() {
+const koriva::socketio::Environment& KRRunLoop::Internals::environment() {
   const std::lock_guard lock(setUpMutex);
-  if (!executors_) executors_.emplace(context.get_executor(), context.get_executor());
-  return *executors_;
+  if (!environment_) environment_.emplace(context.get_executor(), context.get_executor());
+  return *environment_;
 }
 
 bool KRRunLoop::Internals::prepareToWait() {
@@ -119,7 +119,9 @@ bool KRRunLoop::Internals::prepareToWait() {
   return prepare(attached ? network : context);
 }
 
-bool KRRunLoop::Internals::isSayingFarewell() { return executors_ && executors_->farewells() != 0; }
+bool KRRunLoop::Internals::isSayingFarewell() {
+  return environment_ && environment_->farewells() != 0;
+}
 
 // A logout is often the last thing before the loop is stopped.
 void KRRunLoop::Internals::finishFarewells() {

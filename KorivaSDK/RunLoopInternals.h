@@ -10,13 +10,13 @@
 #include <thread>
 
 #include "KorivaSDK/KRRunLoop.h"
-#include "socketio/Executors.h"
+#include "socketio/Environment.h"
 
 struct KRRunLoop::Internals {
   using WorkGuard = boost::asio::executor_work_guard<boost::asio::io_context::executor_type>;
 
-  /// The executors of every connection. The first call settles whether there is a network thread.
-  const koriva::socketio::Executors& executors();
+  /// The environment of every connection. The first call settles whether there is a network thread.
+  const koriva::socketio::Environment& environment();
 
   /// Makes what timers wait with, unless it is there. False while no descriptors are left for it.
   bool prepareToWait();
@@ -41,7 +41,7 @@ struct KRRunLoop::Internals {
   std::unique_ptr<boost::asio::io_context> reserve = std::make_unique<boost::asio::io_context>();
 
   std::mutex setUpMutex;
-  std::optional<koriva::socketio::Executors> executors_;
+  std::optional<koriva::socketio::Environment> environment_;
   boost::asio::io_context network;
   WorkGuard networkWork{network.get_executor()};
   std::thread networkThread;

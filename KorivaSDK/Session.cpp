@@ -29,7 +29,7 @@ Shared& sharedClient() {
   return holder;
 }
 
-const socketio::Executors& executors() { return KRRunLoop::main().internals().executors(); }
+const socketio::Environment& environment() { return KRRunLoop::main().internals().environment(); }
 
 }  // namespace
 
@@ -67,7 +67,7 @@ KorivaSDK::~KorivaSDK() {
     if (state_->reconnectTimer) state_->reconnectTimer->cancel();
     if (!state_->manager) return;
     // The last reference may go on any thread, but the socket belongs to the main thread.
-    executors().dispatchHandler([manager = std::move(state_->manager)] {});
+    environment().dispatchHandler([manager = std::move(state_->manager)] {});
   } catch (const std::bad_alloc&) {
     // Too little memory for a detour: the connection is released right here.
   }
@@ -101,9 +101,9 @@ void KorivaSDK::initSocket() {
   options.limits = koriva::timing().limits;
 
   auto manager =
-      std::make_shared<socketio::Manager>(executors(), state_->baseURL, std::move(options));
+      std::make_shared<socketio::Manager>(environment(), state_->baseURL, std::move(options));
   const auto notBefore =
-      state_->manager ? state_->manager->socket()->nextDial() : socketio::Clock::time_point();
+      state_->manager ? state_->manager->socket()->nextDial() : socketio::TimePoint();
   state_->socket.store(manager->socket());
   state_->manager = manager;  // the one before is released: nobody hears of it any more
   manager->connect(notBefore);
@@ -123,7 +123,7 @@ void KorivaSDK::failWithoutTimers() {
       if (sdk && !stranded.expired()) act(*sdk);
     };
   };
-  executors().postHandler(unlessOver([](KorivaSDK& sdk) { sdk.tellDisconnected(); }));
+  environment().postHandler(unlessOver([](KorivaSDK& sdk) { sdk.tellDisconnected(); }));
   const auto retry = unlessOver([](KorivaSDK& sdk) {
     sdk.state_->stranded.reset();
     sdk.initSocket();
@@ -131,7 +131,7 @@ void KorivaSDK::failWithoutTimers() {
   try {
     std::thread([retry, interval = koriva::timing().reconnectInterval] {
       std::this_thread::sleep_for(interval);
-      executors().postHandler(retry);
+      environment().postHandler(retry);
     }).detach();
   } catch (const std::system_error&) {
     // No thread either: the application has to try again.
@@ -139,14 +139,13 @@ void KorivaSDK::failWithoutTimers() {
 }
 
 void KorivaSDK::initReconnectTimer() {
-  if (!state_->reconnectTimer) {
-    state_->reconnectTimer = std::make_shared<socketio::Alarm>(executors());
-  }
+  if (state_->reconnectTimer) state_->reconnectTimer->cancel();
+  state_->reconnectTimer = std::make_shared<socketio::Alarm>(environment());
   const auto fire = [weak = weak_from_this()] {
     if (const auto sdk = weak.lock()) sdk->reconnectFired();
   };
   const auto interval = koriva::timing().reconnectInterval;
-  state_->reconnectTimer->set(socketio::Clock::now() + interval, fire, interval);
+  state_->reconnectTimer->set(environment().clock()->now() + interval, fire, interval);
 }
 
 void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(); }

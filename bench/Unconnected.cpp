@@ -5,7 +5,7 @@
 using koriva::socketio::Endpoint;
 using koriva::socketio::Transport;
 
-std::shared_ptr<Transport> koriva::socketio::makeWebSocket(const Executors& /*executors*/) {
+std::shared_ptr<Transport> koriva::socketio::makeWebSocket(const Environment& /*environment*/) {
   return {std::shared_ptr<void>(), &Unconnected::instance()};
 }
 

@@ -228,7 +228,7 @@ class Many {
     options.nsp = "/data";
     options.connectParameters = {{"session", "token-1001"}, {"deviceid", "bench"}};
     auto& manager = *managers_.emplace_back(
-        std::make_unique<socketio::Manager>(executors_, *endpoint_, std::move(options)));
+        std::make_unique<socketio::Manager>(environment_, *endpoint_, std::move(options)));
     manager.connect();
     manager.socket()->on(socketio::connectEvent, [this](const auto&) { onConnected(); });
     manager.socket()->on(socketio::disconnectEvent, [](const socketio::Items& items) {
@@ -263,7 +263,7 @@ class Many {
   const std::optional<socketio::Endpoint> endpoint_;
   const std::string request_ = bench::readData("request.json");
   asio::io_context context_;
-  socketio::Executors executors_{context_.get_executor(), context_.get_executor()};
+  socketio::Environment environment_{context_.get_executor(), context_.get_executor()};
   std::vector<std::unique_ptr<socketio::Manager>> managers_;
   std::optional<bench::Stopwatch> stopwatch_;
   double firstKib_ = 0;

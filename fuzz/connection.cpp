@@ -47,15 +47,16 @@ struct Far final : Transport {
 class Connection {
  public:
   explicit Connection(bool attached)
-      : executors_(network_.get_executor(),
-                   attached ? application_.get_executor() : network_.get_executor()) {
+      : environment_(network_.get_executor(),
+                     attached ? application_.get_executor() : network_.get_executor()) {
     Limits limits;
     limits.acknowledgement = 1ms;
     limits.undelivered = 4;
     limits.outgoingBytes = 4096;
-    auto engine = std::make_shared<Engine>(executors_, far_, "/data", limits);
+    environment_.exchangeWorld({environment_.clock(), [this] { return far_; }});
+    auto engine = std::make_shared<Engine>(environment_, "/data", limits);
     engine_ = engine;
-    socket_ = std::make_shared<Socket>(executors_, std::move(engine), "/data", limits);
+    socket_ = std::make_shared<Socket>(environment_, std::move(engine), "/data", limits);
     listen();
     onApplication([this] { socket_->connect(*Endpoint::parse("http://h"), {}, {}); });
   }
@@ -66,9 +67,9 @@ class Connection {
       require(socket_->status() == Status::disconnected, "a socket can be disconnected");
     });
     const std::weak_ptr<Socket> socket = std::exchange(socket_, nullptr);
-    const auto deadline = Clock::now() + 5s;
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
     while (!socket.expired() || !engine_.expired()) {
-      require(Clock::now() < deadline, "nothing of a connection stays");
+      require(std::chrono::steady_clock::now() < deadline, "nothing of a connection stays");
       network_.restart();
       network_.run_for(1ms);
       drain(application_);
@@ -134,7 +135,7 @@ class Connection {
         if (const auto listener = far_->listener.lock()) listener->onClosed("lost");
       });
     } else if (what == "poll") {
-      if (!executors_.onHandleQueue()) drain(application_);
+      if (!environment_.onHandleQueue()) drain(application_);
     } else {
       socket_->emit(std::string(what), "");
     }
@@ -142,7 +143,7 @@ class Connection {
 
   template <class Task>
   void onApplication(Task task) {
-    executors_.postHandler(std::move(task));
+    environment_.postHandler(std::move(task));
     drain(application_);
     drain(network_);
   }
@@ -162,7 +163,7 @@ class Connection {
 
   boost::asio::io_context network_;
   boost::asio::io_context application_;
-  Executors executors_;
+  Environment environment_;
   std::shared_ptr<Far> far_ = std::make_shared<Far>();
   std::weak_ptr<Engine> engine_;
   std::shared_ptr<Socket> socket_;

@@ -1,34 +1,31 @@
 #pragma once
 
 #include <atomic>
-#include <boost/asio/basic_waitable_timer.hpp>
-#include <chrono>
 #include <functional>
 #include <memory>
 
-#include "socketio/Executors.h"
+#include "socketio/Environment.h"
 
 namespace koriva::socketio {
-
-using Clock = std::chrono::steady_clock;
-using Timer = boost::asio::basic_waitable_timer<Clock, boost::asio::wait_traits<Clock>, Executor>;
 
 /// A timer that waits on the I/O executor and runs its task on the handle queue.
 /// Both functions may be called from any thread, and take effect in call order.
 class Alarm : public std::enable_shared_from_this<Alarm> {
  public:
-  explicit Alarm(const Executors& executors) : executors_(executors), timer_(executors.io()) {}
+  explicit Alarm(const Environment& environment)
+      : environment_(environment), clock_(environment.clock()), timer_(clock_->makeTimer()) {}
 
   /// Replaces what was set before. With a period the task is repeated until it is replaced or
   /// cancelled, but for turns that come before it could run; else it is destroyed once it has run.
-  void set(Clock::time_point when, std::function<void()> task, Clock::duration period = {});
+  void set(TimePoint when, std::function<void()> task, Duration period = {});
   void cancel();
 
  private:
-  void wait(Clock::time_point when, std::function<void()> task, Clock::duration period);
+  void wait(TimePoint when, const std::function<void()>& task, Duration period);
 
-  const Executors& executors_;
-  Timer timer_;
+  const Environment& environment_;
+  const std::shared_ptr<Clock> clock_;
+  const std::shared_ptr<Timer> timer_;
   std::atomic<bool> isDue_ = false;  ///< a repeated task waits to be run
 };
 

@@ -7,38 +7,33 @@ namespace koriva::socketio {
 
 namespace asio = boost::asio;
 
-Engine::Engine(const Executors& executors, std::shared_ptr<Transport> transport, std::string nsp,
-               const Limits& limits)
-    : executors_(executors),
-      transport_(std::move(transport)),
+Engine::Engine(const Environment& environment, std::string nsp, const Limits& limits)
+    : environment_(environment),
+      transport_(environment.makeTransport()),
       nsp_(std::move(nsp)),
       limits_(limits),
-      connectTimer_(executors.io()),
-      heartbeatTimer_(executors.io()) {}
+      clock_(environment.clock()),
+      connectTimer_(clock_->makeTimer()),
+      heartbeatTimer_(clock_->makeTimer()) {}
 
 void Engine::open(const Endpoint& endpoint, const ConnectParameters& parameters,
-                  Clock::time_point notBefore, std::weak_ptr<Listener> listener) {
+                  TimePoint notBefore, std::weak_ptr<Listener> listener) {
   listener_ = std::move(listener);
-  asio::dispatch(executors_.io(), [self = shared_from_this(), endpoint, notBefore,
-                                   target = requestTarget(parameters)] {
-    if (Clock::now() >= notBefore) return self->dial(endpoint, target);
-    self->connectTimer_.expires_at(notBefore);
-    self->connectTimer_.async_wait(
-        [weak = self->weak_from_this(), endpoint, target](boost::system::error_code error) {
-          const auto engine = weak.lock();
-          if (!error && engine && engine->state_ == State::idle) engine->dial(endpoint, target);
-        });
+  asio::dispatch(environment_.io(), [self = shared_from_this(), endpoint, notBefore,
+                                     target = requestTarget(parameters)] {
+    if (self->clock_->now() >= notBefore) return self->dial(endpoint, target);
+    self->connectTimer_->set(notBefore, [weak = self->weak_from_this(), endpoint, target] {
+      const auto engine = weak.lock();
+      if (engine && engine->state_ == State::idle) engine->dial(endpoint, target);
+    });
   });
 }
 
 void Engine::dial(const Endpoint& endpoint, const std::string& target) {
   state_ = State::opening;
-  connectTimer_.expires_after(limits_.connect);
-  connectTimer_.async_wait([weak = weak_from_this()](boost::system::error_code error) {
+  connectTimer_->set(clock_->now() + limits_.connect, [weak = weak_from_this()] {
     const auto self = weak.lock();
-    if (!error && self && self->state_ != State::joined) {
-      self->fail("the connection attempt timed out");
-    }
+    if (self && self->state_ != State::joined) self->fail("the connection attempt timed out");
   });
   transport_->open(endpoint, target, shared_from_this());
 }
@@ -46,7 +41,7 @@ void Engine::dial(const Endpoint& endpoint, const std::string& target) {
 void Engine::send(std::string frame) {
   const auto size = frame.size();
   bytesOnTheWay_ += size;
-  asio::dispatch(executors_.io(),
+  asio::dispatch(environment_.io(),
                  [self = shared_from_this(), frame = std::move(frame), size]() mutable {
                    if (self->state_ == State::joined) self->transport_->send(std::move(frame));
                    self->bytesOnTheWay_ -= size;
@@ -54,7 +49,7 @@ void Engine::send(std::string frame) {
 }
 
 void Engine::close() {
-  asio::dispatch(executors_.io(), [self = shared_from_this()] {
+  asio::dispatch(environment_.io(), [self = shared_from_this()] {
     if (self->state_ == State::joined) self->transport_->send(encodeDisconnect(self->nsp_));
     self->shut();
   });
@@ -72,7 +67,7 @@ const char* Engine::refusal(std::size_t frameSize) const {
 /// Calls the listener on the handle queue.
 template <class Call>
 void Engine::tell(Call call) {
-  executors_.dispatchHandler([weak = listener_, call = std::move(call)]() mutable {
+  environment_.dispatchHandler([weak = listener_, call = std::move(call)]() mutable {
     if (const auto listener = weak.lock()) call(*listener);
   });
 }
@@ -89,7 +84,7 @@ void Engine::onText(std::string frame) {
       if (transport_->queuedBytes() / 2 > limits_.outgoingBytes) {
         return fail("the server does not read");
       }
-      lastHeartbeat_ = Clock::now();
+      lastHeartbeat_ = clock_->now();
       frame.front() = '3';
       return transport_->send(std::move(frame));
     case '4':
@@ -105,7 +100,7 @@ void Engine::onHandshake(std::string_view json) {
   if (!handshake) return fail("the server's open packet is malformed");
   maxPayload_ = handshake->maxPayload;
   heartbeatLimit_ = std::chrono::milliseconds(handshake->pingInterval + handshake->pingTimeout);
-  lastHeartbeat_ = Clock::now();
+  lastHeartbeat_ = clock_->now();
   transport_->setIdleLimit(heartbeatLimit_);
   watchHeartbeat();
   state_ = State::joining;
@@ -113,11 +108,10 @@ void Engine::onHandshake(std::string_view json) {
 }
 
 void Engine::watchHeartbeat() {
-  heartbeatTimer_.expires_at(lastHeartbeat_ + heartbeatLimit_);
-  heartbeatTimer_.async_wait([weak = weak_from_this()](boost::system::error_code error) {
+  heartbeatTimer_->set(lastHeartbeat_ + heartbeatLimit_, [weak = weak_from_this()] {
     const auto self = weak.lock();
-    if (error || !self || self->state_ == State::closed) return;
-    if (Clock::now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
+    if (!self || self->state_ == State::closed) return;
+    if (self->clock_->now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
       return self->fail("the server's heartbeat stopped");
     }
     self->watchHeartbeat();
@@ -132,7 +126,7 @@ void Engine::onPacket(std::string frame) {
     case PacketType::connect:
       if (state_ != State::joining) return;
       state_ = State::joined;
-      connectTimer_.cancel();
+      connectTimer_->cancel();
       return tell([](Listener& listener) { listener.onConnected(); });
     case PacketType::disconnect:
       return fail("the server ended the session");
@@ -179,7 +173,7 @@ void Engine::onBinary(std::string frame) {
 }
 
 void Engine::deliver(Partial message) {
-  if (executors_.onHandleQueue()) {
+  if (environment_.onHandleQueue()) {
     if (const auto listener = listener_.lock()) message.tell(*listener);
     return;
   }
@@ -187,7 +181,7 @@ void Engine::deliver(Partial message) {
     paused_ = true;
     transport_->pauseReading(true);
   }
-  executors_.postHandler([self = shared_from_this(), message = std::move(message)] {
+  environment_.postHandler([self = shared_from_this(), message = std::move(message)] {
     if (--self->undelivered_ == 0) self->resumeReading();
     if (const auto listener = self->listener_.lock()) message.tell(*listener);
   });
@@ -202,7 +196,7 @@ void Engine::Partial::tell(Listener& listener) const {
 }
 
 void Engine::resumeReading() {
-  asio::dispatch(executors_.io(), [self = shared_from_this()] {
+  asio::dispatch(environment_.io(), [self = shared_from_this()] {
     if (std::exchange(self->paused_, false)) self->transport_->pauseReading(false);
   });
 }
@@ -211,8 +205,8 @@ void Engine::onClosed(std::string reason) { fail(std::move(reason)); }
 
 void Engine::shut() {
   state_ = State::closed;
-  connectTimer_.cancel();
-  heartbeatTimer_.cancel();
+  connectTimer_->cancel();
+  heartbeatTimer_->cancel();
   partial_.reset();
   transport_->close();
 }

@@ -38,12 +38,11 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
     virtual void onClosed(const std::string& reason) = 0;
   };
 
-  Engine(const Executors& executors, std::shared_ptr<Transport> transport, std::string nsp,
-         const Limits& limits);
+  Engine(const Environment& environment, std::string nsp, const Limits& limits);
 
   /// Dials, but not before the time given.
-  void open(const Endpoint& endpoint, const ConnectParameters& parameters,
-            Clock::time_point notBefore, std::weak_ptr<Listener> listener);
+  void open(const Endpoint& endpoint, const ConnectParameters& parameters, TimePoint notBefore,
+            std::weak_ptr<Listener> listener);
   void send(std::string frame);
   /// Leaves the namespace and closes, in the background, after what was sent before.
   void close();
@@ -80,17 +79,18 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
   template <class Call>
   void tell(Call call);
 
-  const Executors& executors_;
+  const Environment& environment_;
   const std::shared_ptr<Transport> transport_;
   const std::string nsp_;
   const Limits limits_;
 
   std::weak_ptr<Listener> listener_;
   State state_ = State::idle;
-  Timer connectTimer_;
-  Timer heartbeatTimer_;
+  const std::shared_ptr<Clock> clock_;
+  const std::shared_ptr<Timer> connectTimer_;
+  const std::shared_ptr<Timer> heartbeatTimer_;
   std::chrono::milliseconds heartbeatLimit_{};
-  Clock::time_point lastHeartbeat_;
+  TimePoint lastHeartbeat_;
   std::optional<Partial> partial_;  ///< a binary packet whose attachments are still to come
   bool paused_ = false;
 

@@ -15,11 +15,10 @@ class Manager {
     std::string nsp = "/";
     ConnectParameters connectParameters;
     Limits limits;
-    std::shared_ptr<Transport> transport;  ///< a WebSocket unless given
   };
 
-  /// `executors` outlives every connection made on it.
-  Manager(const Executors& executors, const Endpoint& endpoint, Options options);
+  /// `environment` outlives every connection made on it.
+  Manager(const Environment& environment, const Endpoint& endpoint, Options options);
   ~Manager();
   Manager(const Manager&) = delete;
   Manager& operator=(const Manager&) = delete;
@@ -27,7 +26,7 @@ class Manager {
   [[nodiscard]] const std::shared_ptr<Socket>& socket() const { return socket_; }
 
   /// Asks the socket to connect, at that time or later. No handler runs before this returns.
-  void connect(Clock::time_point notBefore = {});
+  void connect(TimePoint notBefore = {});
 
  private:
   Endpoint endpoint_;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "socketio/Executors.h"
+#include "socketio/SystemClock.h"
 
 namespace koriva::socketio {
 

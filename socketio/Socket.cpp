@@ -4,28 +4,29 @@
 
 namespace koriva::socketio {
 
-Socket::Socket(const Executors& executors, std::shared_ptr<Engine> engine, std::string nsp,
+Socket::Socket(const Environment& environment, std::shared_ptr<Engine> engine, std::string nsp,
                const Limits& limits)
-    : executors_(executors),
+    : environment_(environment),
       engine_(std::move(engine)),
       nsp_(std::move(nsp)),
       limits_(limits),
-      ackAlarm_(std::make_shared<Alarm>(executors)) {}
+      clock_(environment.clock()),
+      ackAlarm_(std::make_shared<Alarm>(environment)) {}
 
 void Socket::on(std::string_view event, Handler handler) {
   if (handlers_) (*handlers_)[std::string(event)].push_back(std::move(handler));
 }
 
 void Socket::connect(const Endpoint& endpoint, const ConnectParameters& parameters,
-                     Clock::time_point notBefore) {
+                     TimePoint notBefore) {
   if (status() != Status::notConnected) return;
   status_ = Status::connecting;
-  lastDial_ = std::max(notBefore, Clock::now());
+  lastDial_ = std::max(notBefore, clock_->now());
   engine_->open(endpoint, parameters, notBefore, weak_from_this());
 }
 
-Clock::time_point Socket::nextDial() const {
-  return lastDial_ > Clock::now() ? lastDial_ : lastDial_ + limits_.redial;
+TimePoint Socket::nextDial() const {
+  return lastDial_ > clock_->now() ? lastDial_ : lastDial_ + limits_.redial;
 }
 
 void Socket::disconnect() {
@@ -59,13 +60,13 @@ void Socket::emitWithAck(std::string event, std::string items, Handler onAck) {
 void Socket::enqueue(Emission emission) {
   std::unique_lock lock(queueMutex_);
   const bool isFirst = queue_.empty();
-  if (isFirst && executors_.onHandleQueue()) {
+  if (isFirst && environment_.onHandleQueue()) {
     lock.unlock();
     return send(std::move(emission));
   }
   queue_.push_back(std::move(emission));
   lock.unlock();
-  if (isFirst) executors_.postHandler([self = shared_from_this()] { self->sendQueued(); });
+  if (isFirst) environment_.postHandler([self = shared_from_this()] { self->sendQueued(); });
 }
 
 void Socket::sendQueued() {
@@ -88,12 +89,12 @@ void Socket::send(Emission emission) {
 
 // Later: the caller may be an emission, in which no handler runs.
 void Socket::refuse(const std::string& event, const char* reason) {
-  executors_.postHandler([self = shared_from_this(), text = "\"" + event + "\" was not sent: " +
-                                                            reason] { self->raiseError(text); });
+  environment_.postHandler([self = shared_from_this(), text = "\"" + event + "\" was not sent: " +
+                                                              reason] { self->raiseError(text); });
 }
 
 std::uint64_t Socket::awaitAck(Handler onAck) {
-  acks_.push_back({Clock::now() + limits_.acknowledgement, std::move(onAck)});
+  acks_.push_back({clock_->now() + limits_.acknowledgement, std::move(onAck)});
   watchAcks();
   return firstAckId_ + acks_.size() - 1;
 }
@@ -108,7 +109,7 @@ void Socket::watchAcks() {
 
 void Socket::expireAcks() {
   ackAlarmSet_ = false;
-  const auto now = Clock::now();
+  const auto now = clock_->now();
   std::vector<Handler> expired;
   while (!acks_.empty() && (!acks_.front().onAck || acks_.front().deadline <= now)) {
     if (acks_.front().onAck) expired.push_back(std::move(acks_.front().onAck));
@@ -144,7 +145,7 @@ void Socket::onEvent(const std::string& event, const Items& items) {
 void Socket::onClosed(const std::string& reason) {
   const bool hasFailed = status() == Status::connecting;
   if (!leave()) return;
-  if (hasFailed) lastDial_ = Clock::now();
+  if (hasFailed) lastDial_ = clock_->now();
   raiseError(reason);
   raise(disconnectEvent, Items(quoted(reason)));
 }

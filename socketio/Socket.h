@@ -32,7 +32,7 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
  public:
   using Handler = std::function<void(const Items&)>;
 
-  Socket(const Executors& executors, std::shared_ptr<Engine> engine, std::string nsp,
+  Socket(const Environment& environment, std::shared_ptr<Engine> engine, std::string nsp,
          const Limits& limits);
 
   [[nodiscard]] Status status() const { return status_.load(std::memory_order_acquire); }
@@ -41,12 +41,11 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   void on(std::string_view event, Handler handler);
 
   /// Is connecting from now on, but dials no earlier than at the time given.
-  void connect(const Endpoint& endpoint, const ConnectParameters& parameters,
-               Clock::time_point notBefore);
+  void connect(const Endpoint& endpoint, const ConnectParameters& parameters, TimePoint notBefore);
 
   /// When the next socket may dial: whatever a delegate does about each failed attempt, or about
   /// connections that end as soon as they stand, it does so a few times a second.
-  [[nodiscard]] Clock::time_point nextDial() const;
+  [[nodiscard]] TimePoint nextDial() const;
 
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handlers of a socket that was connecting or connected run before this returns.
@@ -70,7 +69,7 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
     Handler onAck;
   };
   struct PendingAck {
-    Clock::time_point deadline;
+    TimePoint deadline;
     Handler onAck;  ///< empty once answered
   };
   // By event. Adding moves no running handler.
@@ -92,12 +91,13 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   void raiseError(std::string_view text);
   bool leave();
 
-  const Executors& executors_;
+  const Environment& environment_;
   const std::shared_ptr<Engine> engine_;
   const std::string nsp_;
   const Limits limits_;
+  const std::shared_ptr<Clock> clock_;
   std::atomic<Status> status_ = Status::notConnected;
-  Clock::time_point lastDial_;  ///< its failure, if it has failed; may be still to come
+  TimePoint lastDial_;  ///< its failure, if it has failed; may be still to come
   std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
 
   std::mutex queueMutex_;

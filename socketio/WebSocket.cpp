@@ -14,7 +14,6 @@
 #include <deque>
 #include <optional>
 
-#include "socketio/Alarm.h"
 #include "socketio/Resolver.h"
 
 namespace koriva::socketio {
@@ -40,7 +39,7 @@ ssl::context& tlsContext() {
   static ssl::context& context = *[] {
     {
       asio::io_context waiting;
-      const Timer possible(waiting.get_executor());
+      const SystemTimer possible(waiting.get_executor());
     }
     auto* made = new ssl::context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
@@ -115,9 +114,9 @@ class Stream {
 
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
-  explicit WebSocket(const Executors& executors)
-      : executors_(executors),
-        executor_(executors.io()),
+  explicit WebSocket(const Environment& environment)
+      : environment_(environment),
+        executor_(environment.io()),
         attemptTimer_(executor_),
         closeTimer_(executor_) {}
 
@@ -147,17 +146,17 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void onRead(error_code error);
   void writeNext();
   void closeGracefully();
-  void closeBy(Clock::duration limit);
+  void closeBy(Duration limit);
   void drop();
   void fail(const std::string& what, const error_code& error);
 
-  const Executors& executors_;
+  const Environment& environment_;
   Executor executor_;
   Resolver::Addresses addresses_;  // still to be tried, the next one last
   std::vector<std::shared_ptr<TcpSocket>> attempts_;
-  Timer attemptTimer_;
+  SystemTimer attemptTimer_;
   std::optional<websocket::stream<Stream, true>> ws_;
-  Timer closeTimer_;
+  SystemTimer closeTimer_;
   websocket::response_type response_;
   std::weak_ptr<Listener> listener_;
   std::optional<Endpoint> endpoint_;
@@ -376,7 +375,7 @@ void WebSocket::writeNext() {
 void WebSocket::close() {
   if (state_ != State::open) return drop();
   state_ = State::closing;
-  ++executors_.farewells();
+  ++environment_.farewells();
   closeBy(closeLimit);
   if (outgoing_.empty()) closeGracefully();
 }
@@ -386,7 +385,7 @@ void WebSocket::closeGracefully() {
                    [self = shared_from_this()](error_code) { self->drop(); });
 }
 
-void WebSocket::closeBy(Clock::duration limit) {
+void WebSocket::closeBy(Duration limit) {
   closeTimer_.expires_after(limit);
   closeTimer_.async_wait([self = shared_from_this()](error_code error) {
     if (error) return;
@@ -396,7 +395,7 @@ void WebSocket::closeBy(Clock::duration limit) {
 }
 
 void WebSocket::drop() {
-  if (state_ == State::closing) --executors_.farewells();
+  if (state_ == State::closing) --environment_.farewells();
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();
@@ -412,8 +411,8 @@ void WebSocket::fail(const std::string& what, const error_code& error) {
 
 }  // namespace
 
-std::shared_ptr<Transport> makeWebSocket(const Executors& executors) {
-  return std::make_shared<WebSocket>(executors);
+std::shared_ptr<Transport> makeWebSocket(const Environment& environment) {
+  return std::make_shared<WebSocket>(environment);
 }
 
 void prepareTls() { OPENSSL_init_ssl(0, nullptr); }

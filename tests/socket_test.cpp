@@ -42,8 +42,8 @@ struct FakeTransport final : Transport {
 class Play {
  public:
   std::string next() {
-    const auto end = Clock::now() + std::chrono::minutes(1);
-    while (seen_.empty() && Clock::now() < end) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (seen_.empty() && std::chrono::steady_clock::now() < end) {
       run();
       if (seen_.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -59,8 +59,9 @@ class Play {
  private:
   Socket& socket() {
     if (socket_) return *socket_;
-    Manager::Options options{"/data", {{"session", "t"}}, limits_, far_};
-    manager_ = std::make_unique<Manager>(executors_, *Endpoint::parse("http://h"), options);
+    environment_.exchangeWorld({environment_.clock(), [this] { return far_; }});
+    Manager::Options options{"/data", {{"session", "t"}}, limits_};
+    manager_ = std::make_unique<Manager>(environment_, *Endpoint::parse("http://h"), options);
     socket_ = manager_->socket();
     for (const auto event : {connectEvent, disconnectEvent, errorEvent, std::string_view("ev")}) {
       socket_->on(event, noting(std::string(event)));
@@ -123,7 +124,7 @@ class Play {
   Limits limits_{.connect = std::chrono::hours(1), .acknowledgement = std::chrono::hours(1)};
   boost::asio::io_context network_;
   boost::asio::io_context handlers_;
-  Executors executors_{network_.get_executor(), handlers_.get_executor()};
+  Environment environment_{network_.get_executor(), handlers_.get_executor()};
   std::shared_ptr<FakeTransport> far_ = std::make_shared<FakeTransport>(note_);
   std::unique_ptr<Manager> manager_;
   std::shared_ptr<Socket> socket_;

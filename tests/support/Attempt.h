@@ -21,9 +21,9 @@ struct Attempt {
 
   explicit Attempt(const std::string& url, const socketio::Limits& limits = patient)
       : manager(std::make_unique<socketio::Manager>(
-            (attached(), KRRunLoop::main().internals().executors()),
+            (attached(), KRRunLoop::main().internals().environment()),
             *socketio::Endpoint::parse(url),
-            socketio::Manager::Options{"/data", {{"session", "secret"}}, limits, {}})) {
+            socketio::Manager::Options{"/data", {{"session", "secret"}}, limits})) {
     auto& socket = *manager->socket();
     socket.on(socketio::errorEvent,
               [to = heard](const auto& items) { to->errors += items.text(); });

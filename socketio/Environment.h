@@ -4,26 +4,33 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <functional>
+#include <memory>
 #include <utility>
+
+#include "socketio/SystemClock.h"
+#include "socketio/World.h"
 
 namespace koriva::socketio {
 
-using Executor = boost::asio::io_context::executor_type;
-
-/// Where things run: network I/O on one executor, handlers on another (the "handle queue").
-/// The two may be the same. Outlives everything that was built on it.
-class Executors {
+/// What connections are built on: where they run, what time it is and how they reach a server.
+/// Network I/O runs on one executor, handlers on another (the "handle queue"); the two may be the
+/// same. Outlives everything that was built on it.
+class Environment {
  public:
   /// `handlerPosted` is called after each task posted to the handle queue, on the posting thread.
-  Executors(Executor io, Executor handlers, std::function<void()> handlerPosted = {})
-      : io_(std::move(io)),
-        handlers_(std::move(handlers)),
-        handlerPosted_(std::move(handlerPosted)) {}
+  Environment(Executor io, Executor handlers, std::function<void()> handlerPosted = {});
 
   [[nodiscard]] const Executor& io() const { return io_; }
 
   /// True while the caller is run by the handle queue.
   [[nodiscard]] bool onHandleQueue() const { return handlers_.running_in_this_thread(); }
+
+  [[nodiscard]] const std::shared_ptr<Clock>& clock() const { return world_.clock; }
+  [[nodiscard]] std::shared_ptr<Transport> makeTransport() const { return world_.makeTransport(); }
+
+  /// Puts another world in the place of the system's time and of WebSockets, for what is built from
+  /// now on, and gives the one before. On the handle queue, which I/O then has to run on as well.
+  World exchangeWorld(World world) { return std::exchange(world_, std::move(world)); }
 
   /// How many connections are being closed in the background, after what was sent before.
   [[nodiscard]] std::atomic<int>& farewells() const { return farewells_; }
@@ -49,6 +56,7 @@ class Executors {
   Executor io_;
   Executor handlers_;
   std::function<void()> handlerPosted_;
+  World world_;
   mutable std::atomic<int> farewells_ = 0;
 };
 
