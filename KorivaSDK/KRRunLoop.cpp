@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "KorivaSDK/KRVersion.h"
 #include "KorivaSDK/RunLoopInternals.h"
 #include "socketio/Alarm.h"
 #include "socketio/WebSocket.h"
@@ -14,6 +15,9 @@
 namespace {
 
 constexpr auto farewellLimit = std::chrono::seconds(1);
+
+/// How long a stage's time goes on for a run without an end.
+constexpr auto stageLimit = std::chrono::hours(24);
 
 /// Makes what a context waits with, unless it has that. False when no descriptors are left for it.
 bool prepare(boost::asio::io_context& context) {
@@ -47,7 +51,9 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
   // After the restart: a stop from another thread either is seen here or stops the context.
   if (!loop.stopRequested) {
     const auto now = std::chrono::steady_clock::now();
-    if (duration > now.max() - now) {
+    if (loop.stage) {
+      loop.runOnStage(duration);
+    } else if (duration > now.max() - now) {
       loop.context.run();  // the clock cannot tell the end
     } else {
       loop.context.run_until(now + duration);
@@ -57,6 +63,18 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
   if (loop.stopRequested && !loop.attached) loop.finishFarewells();
   loop.stopRequested = false;
   loop.rethrowKept();
+}
+
+void KRRunLoop::Internals::runOnStage(std::chrono::steady_clock::duration duration) {
+  const auto on = stage;  // a callback may end it
+  const auto now = on->world().clock->now();
+  const bool isEndless = duration > now.max() - now;
+  const auto end = isEndless ? now + stageLimit : now + duration;
+  do {
+    context.poll();
+    if (context.stopped()) return;
+  } while (on->advance(end));
+  if (isEndless) on->onEndlessRun();
 }
 
 void KRRunLoop::poll() {
@@ -105,6 +123,19 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   std::atexit([] { main().internals().endNetwork(); });
   loop.wake();  // for what was posted before
   return true;
+}
+
+koriva::testing::Staging koriva::testing::setStage(std::shared_ptr<Stage> stage, int version) {
+  auto& loop = KRRunLoop::main().internals();
+  if (version != KORIVA_SDK_VERSION) return {{}, "the library is of another version"};
+  if (loop.attached) return {{}, "the network has a thread of its own"};
+  if (stage && loop.stage) return {{}, "there is another one"};
+  loop.environment();  // settles that the network has no thread of its own
+  auto& environment = *loop.environment_;
+  const auto system = environment.systemWorld();
+  environment.setWorld(stage ? stage->world() : system);
+  loop.stage = std::move(stage);
+  return {system.clock};
 }
 
 const koriva::socketio::Environment& KRRunLoop::Internals::environment() {

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "KorivaSDK/KRRunLoop.h"
+#include "KorivaSDK/Stage.h"
 #include "socketio/Environment.h"
 
 struct KRRunLoop::Internals {
@@ -27,6 +28,7 @@ struct KRRunLoop::Internals {
   void wake();
   /// Whether connections are being closed that still have something to send.
   bool isSayingFarewell();
+  void runOnStage(std::chrono::steady_clock::duration duration);
   void finishFarewells();
   void endNetwork();
 
@@ -42,6 +44,7 @@ struct KRRunLoop::Internals {
 
   std::mutex setUpMutex;
   std::optional<koriva::socketio::Environment> environment_;
+  std::shared_ptr<koriva::testing::Stage> stage;  ///< null unless a test is on
   boost::asio::io_context network;
   WorkGuard networkWork{network.get_executor()};
   std::thread networkThread;

@@ -53,7 +53,7 @@ class Connection {
     limits.acknowledgement = 1ms;
     limits.undelivered = 4;
     limits.outgoingBytes = 4096;
-    environment_.exchangeWorld({environment_.clock(), [this] { return far_; }});
+    environment_.setWorld({environment_.clock(), [this] { return far_; }});
     auto engine = std::make_shared<Engine>(environment_, "/data", limits);
     engine_ = engine;
     socket_ = std::make_shared<Socket>(environment_, std::move(engine), "/data", limits);

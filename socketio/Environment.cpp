@@ -8,6 +8,10 @@ Environment::Environment(Executor io, Executor handlers, std::function<void()> h
     : io_(std::move(io)),
       handlers_(std::move(handlers)),
       handlerPosted_(std::move(handlerPosted)),
-      world_{std::make_shared<SystemClock>(io_), [this] { return makeWebSocket(*this); }} {}
+      world_(systemWorld()) {}
+
+World Environment::systemWorld() const {
+  return {std::make_shared<SystemClock>(io_), [this] { return makeWebSocket(*this); }};
+}
 
 }  // namespace koriva::socketio

@@ -28,9 +28,10 @@ class Environment {
   [[nodiscard]] const std::shared_ptr<Clock>& clock() const { return world_.clock; }
   [[nodiscard]] std::shared_ptr<Transport> makeTransport() const { return world_.makeTransport(); }
 
-  /// Puts another world in the place of the system's time and of WebSockets, for what is built from
-  /// now on, and gives the one before. On the handle queue, which I/O then has to run on as well.
-  World exchangeWorld(World world) { return std::exchange(world_, std::move(world)); }
+  /// The system's time, and WebSockets.
+  [[nodiscard]] World systemWorld() const;
+  /// Sets the world of what is built from now on. On the thread that builds.
+  void setWorld(World world) { world_ = std::move(world); }
 
   /// How many connections are being closed in the background, after what was sent before.
   [[nodiscard]] std::atomic<int>& farewells() const { return farewells_; }

@@ -59,7 +59,7 @@ class Play {
  private:
   Socket& socket() {
     if (socket_) return *socket_;
-    environment_.exchangeWorld({environment_.clock(), [this] { return far_; }});
+    environment_.setWorld({environment_.clock(), [this] { return far_; }});
     Manager::Options options{"/data", {{"session", "t"}}, limits_};
     manager_ = std::make_unique<Manager>(environment_, *Endpoint::parse("http://h"), options);
     socket_ = manager_->socket();

@@ -1,0 +1,443 @@
+#include <algorithm>
+#include <boost/json/array.hpp>
+#include <charconv>
+#include <deque>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+#include "KorivaSDK/KRRunLoop.h"
+#include "KorivaSDK/KRVersion.h"
+#include "KorivaSDK/Stage.h"
+#include "testing/KRTesting.h"
+#include "testing/VirtualClock.h"
+
+namespace koriva::testing {
+namespace {
+
+using socketio::Transport;
+
+constexpr std::string_view nsp = "/data,";
+
+void post(std::function<void()> task) { KRRunLoop::main().post(std::move(task)); }
+
+std::string quoted(std::string_view text) { return KRJSONEncoder{}.encode(std::string(text)); }
+
+std::string textOf(const KRDictionary& item) {
+  std::string text;
+  if (!json::write(text, item)) throw std::invalid_argument("this is no JSON");
+  return text;
+}
+
+std::string decoded(std::string_view text) {
+  std::string result;
+  for (; !text.empty(); text.remove_prefix(1)) {
+    int code = text.front();
+    if (code == '%' && text.size() > 2) {
+      std::from_chars(text.data() + 1, text.data() + 3, code, 16);
+      text.remove_prefix(2);
+    }
+    result += static_cast<char>(code);
+  }
+  return result;
+}
+
+/// What the query has under a name; empty if it has nothing.
+std::string parameter(std::string_view target, const std::string& name) {
+  const auto start = target.find('&' + name + '=');
+  if (start == target.npos) return {};
+  const auto value = target.substr(start + name.size() + 2);
+  return decoded(value.substr(0, value.find('&')));
+}
+
+Login loginOf(const socketio::Endpoint& endpoint, const std::string& target) {
+  const bool isV6 = endpoint.host().find(':') != std::string::npos;
+  return {(endpoint.tls() ? "https://" : "http://") +
+              (isV6 ? "[" + endpoint.host() + "]" : endpoint.host()) + ":" +
+              std::to_string(endpoint.port()),
+          parameter(target, "session"), parameter(target, "deviceid"),
+          parameter(target, "new") == "true", target};
+}
+
+/// The request that a frame is, if it is one.
+std::optional<Request> requestOf(std::string_view frame, const std::string& token) {
+  const std::string start = "42" + std::string(nsp);
+  if (!frame.starts_with(start)) return std::nullopt;
+  Request request;
+  request.token = token;
+  frame.remove_prefix(start.size());
+  if (frame.find('[') > 0) {
+    std::from_chars(frame.data(), frame.data() + frame.size(), request.id.emplace());
+    frame.remove_prefix(std::min(frame.find('['), frame.size()));
+  }
+  const auto items = json::parseValue(frame);
+  const auto* array = items ? items->if_array() : nullptr;
+  if (!array || array->empty() || !array->front().is_string()) return std::nullopt;
+  request.event = array->front().get_string();
+  if (array->size() > 1 && (*array)[1].is_object()) request.payload = (*array)[1].get_object();
+  return request;
+}
+
+}  // namespace
+
+/// The far ends of all connections.
+class Server::World final : public Stage, public std::enable_shared_from_this<World> {
+ public:
+  explicit World(const Handshake& handshake) : handshake_(handshake) {}
+
+  socketio::World world() override {
+    return {clock_, [self = shared_from_this()] { return self->makeConnection(); }};
+  }
+  bool advance(socketio::TimePoint end) override { return clock_->advance(end); }
+  void onEndlessRun() override { fail("KRRunLoop::run() was not stopped for a day"); }
+
+  void end(std::shared_ptr<socketio::Clock> system);
+  void fail(const std::string& what);
+  std::string pending();
+  void sendEvent(std::string_view event, std::string_view items, std::string_view token);
+  void send(std::string_view frame, bool binary, std::string_view token);
+  void drop(std::string_view token, const std::string& reason);
+  void accept();
+  bool isConnected(std::string_view token);
+
+  using RawAnswer = std::function<std::string(const Request&)>;
+
+  const std::shared_ptr<VirtualClock> clock_ =
+      std::make_shared<VirtualClock>(std::chrono::steady_clock::now(), post);
+  std::map<std::string, RawAnswer, std::less<>> answers_;
+  std::function<void(const std::string&)> onFailure_;
+  std::optional<std::string> refusal_;
+  bool isDown_ = false;
+  bool isHanging_ = false;
+  std::vector<Login> logins_;
+  std::vector<Request> requests_;
+  std::vector<std::string> frames_;
+
+ private:
+  class Connection;
+
+  std::shared_ptr<Transport> makeConnection();
+  std::vector<std::shared_ptr<Connection>> connections(std::string_view token = {});
+
+  const Handshake handshake_;
+  std::vector<std::weak_ptr<Connection>> connections_;
+};
+
+class Server::World::Connection final : public Transport,
+                                        public std::enable_shared_from_this<Connection> {
+ public:
+  explicit Connection(std::shared_ptr<World> world)
+      : world_(std::move(world)), pings_(world_->clock_->makeTimer()) {}
+
+  void open(const socketio::Endpoint& endpoint, const std::string& target,
+            std::weak_ptr<Listener> listener) override {
+    listener_ = std::move(listener);
+    login_ = world_->logins_.emplace_back(loginOf(endpoint, target));
+    isOpen_ = true;
+    post([self = shared_from_this()] { self->greet(); });
+  }
+
+  void send(std::string frame) override {
+    queuedBytes_ += frame.size();
+    auto request = requestOf(frame, login_.token);
+    if (request) world_->requests_.push_back(*request);
+    if (request && request->id) unanswered_[*request->id] = request->event;
+    world_->frames_.push_back(frame);
+    unread_.push_back({std::move(frame), std::move(request)});
+    post([self = shared_from_this()] { self->read(); });
+  }
+
+  void close() override {
+    isOpen_ = false;
+    pings_->cancel();
+  }
+
+  // The connection's own watchdog, which waits as long, hears less.
+  void setIdleLimit(std::chrono::milliseconds /*limit*/) override {}
+
+  void pauseReading(bool pause) override {
+    isPaused_ = pause;
+    for (auto left = incoming_.size(); left > 0 && !pause; --left) deliverLater();
+  }
+
+  [[nodiscard]] std::size_t queuedBytes() const override { return queuedBytes_; }
+
+  [[nodiscard]] bool isOpen() const { return isOpen_; }
+  [[nodiscard]] bool isJoined() const { return isOpen_ && isJoined_; }
+  [[nodiscard]] const Login& login() const { return login_; }
+  [[nodiscard]] const std::map<std::uint64_t, std::string>& unanswered() const {
+    return unanswered_;
+  }
+
+  void send(std::string frame, bool binary) {
+    incoming_.push_back([frame = std::move(frame), binary](Listener& listener) {
+      binary ? listener.onBinary(frame) : listener.onText(frame);
+    });
+    deliverLater();
+  }
+
+  void lose(const std::string& reason) {
+    isJoined_ = false;
+    pings_->cancel();
+    incoming_.push_back([this, reason](Listener& listener) {
+      isOpen_ = false;
+      listener.onClosed(reason);
+    });
+    deliverLater();
+  }
+
+  /// Says the first word, unless it was said.
+  void greet() {
+    if (!isOpen_ || isGreeted_ || world_->isHanging_) return;
+    if (world_->isDown_) return lose("cannot connect: Connection refused");
+    isGreeted_ = true;
+    const auto& handshake = world_->handshake_;
+    send(R"(0{"sid":"engine","upgrades":[],"pingInterval":)" +
+             std::to_string(handshake.pingInterval.count()) +
+             ",\"pingTimeout\":" + std::to_string(handshake.pingTimeout.count()) +
+             ",\"maxPayload\":" + std::to_string(handshake.maxPayload) + "}",
+         false);
+    pingLater();
+  }
+
+  void read() {
+    while (!unread_.empty() && !world_->isHanging_) {
+      const auto [frame, request] = std::move(unread_.front());
+      unread_.pop_front();
+      queuedBytes_ -= frame.size();
+      if (frame.size() > world_->handshake_.maxPayload)
+        return lose("the server closed the connection");
+      if (frame.starts_with("40")) join();
+      if (frame.starts_with("41")) isJoined_ = false;
+      if (request) answer(*request);
+    }
+  }
+
+ private:
+  struct Unread {
+    std::string frame;
+    std::optional<Request> request;
+  };
+
+  void deliverLater() {
+    post([self = shared_from_this()] {
+      if (self->isPaused_ || self->incoming_.empty()) return;
+      const auto tell = std::move(self->incoming_.front());
+      self->incoming_.pop_front();
+      const auto listener = self->listener_.lock();
+      if (listener && self->isOpen_) tell(*listener);
+    });
+  }
+
+  void pingLater() {
+    const auto& clock = *world_->clock_;
+    pings_->set(clock.now() + world_->handshake_.pingInterval, [weak = weak_from_this()] {
+      const auto self = weak.lock();
+      if (!self || !self->isOpen_) return;
+      if (!self->world_->isHanging_) self->send("2", false);
+      self->pingLater();
+    });
+  }
+
+  void join() {
+    const auto start = std::string(nsp);
+    if (world_->refusal_) {
+      return send("44" + start + "{\"message\":" + quoted(*world_->refusal_) + "}", false);
+    }
+    isJoined_ = true;
+    send("40" + start + R"({"sid":"session"})", false);
+  }
+
+  void answer(const Request& request) {
+    if (!request.id || !isJoined()) return;
+    const auto found = world_->answers_.find(request.event);
+    if (found == world_->answers_.end()) return;
+    unanswered_.erase(*request.id);
+    const auto give = found->second;  // which may give another answer from now on
+    send("43" + std::string(nsp) + std::to_string(*request.id) + "[" + give(request) + "]", false);
+  }
+
+  const std::shared_ptr<World> world_;
+  const std::shared_ptr<socketio::Timer> pings_;
+  std::weak_ptr<Listener> listener_;
+  Login login_;
+  std::deque<std::function<void(Listener&)>> incoming_;
+  std::deque<Unread> unread_;
+  std::map<std::uint64_t, std::string> unanswered_;
+  std::size_t queuedBytes_ = 0;
+  bool isOpen_ = false;
+  bool isGreeted_ = false;
+  bool isJoined_ = false;
+  bool isPaused_ = false;
+};
+
+std::shared_ptr<Transport> Server::World::makeConnection() {
+  std::erase_if(connections_, [](const auto& connection) { return connection.expired(); });
+  auto connection = std::make_shared<Connection>(shared_from_this());
+  connections_.push_back(connection);
+  return connection;
+}
+
+/// Those that are open, of one client or of all.
+std::vector<std::shared_ptr<Server::World::Connection>> Server::World::connections(
+    std::string_view token) {
+  std::vector<std::shared_ptr<Connection>> open;
+  for (const auto& each : connections_) {
+    const auto connection = each.lock();
+    if (!connection || !connection->isOpen()) continue;
+    if (token.empty() || connection->login().token == token) open.push_back(connection);
+  }
+  return open;
+}
+
+// The application's functions may refer to what is gone soon.
+void Server::World::end(std::shared_ptr<socketio::Clock> system) {
+  answers_.clear();
+  onFailure_ = nullptr;
+  isHanging_ = false;
+  isDown_ = true;
+  drop({}, "the test's server is gone");
+  clock_->release(std::move(system));
+}
+
+void Server::World::fail(const std::string& what) {
+  const auto failure = what + "; pending: " + pending();
+  if (onFailure_) return onFailure_(failure);
+  std::cerr << "KorivaSDK - " << failure << std::endl;
+}
+
+std::string Server::World::pending() {
+  std::string text;
+  for (const auto& connection : connections()) {
+    if (!text.empty()) text += ", ";
+    text += quoted(connection->login().token);
+    text += connection->isJoined() ? " is connected" : " is connecting";
+    for (const auto& [id, event] : connection->unanswered()) text += ", waits for " + quoted(event);
+  }
+  return text.empty() ? "no connection" : text;
+}
+
+void Server::World::sendEvent(std::string_view event, std::string_view items,
+                              std::string_view token) {
+  const auto frame = "42" + std::string(nsp) + "[" + quoted(event) + (items.empty() ? "" : ",") +
+                     std::string(items) + "]";
+  for (const auto& connection : connections(token)) {
+    if (connection->isJoined()) connection->send(frame, false);
+  }
+}
+
+void Server::World::send(std::string_view frame, bool binary, std::string_view token) {
+  for (const auto& connection : connections(token)) connection->send(std::string(frame), binary);
+}
+
+void Server::World::drop(std::string_view token, const std::string& reason) {
+  for (const auto& connection : connections(token)) connection->lose(reason);
+}
+
+void Server::World::accept() {
+  refusal_.reset();
+  isDown_ = false;
+  isHanging_ = false;
+  for (const auto& connection : connections()) {
+    connection->greet();
+    connection->read();
+  }
+}
+
+bool Server::World::isConnected(std::string_view token) {
+  const auto open = connections(token);
+  return std::ranges::any_of(open, [](const auto& each) { return each->isJoined(); });
+}
+
+Server::Server(const Handshake& handshake) : world_(std::make_shared<World>(handshake)) {
+  if (const auto* refusal = setStage(world_, KORIVA_SDK_VERSION).refusal) {
+    throw std::logic_error(std::string("no test server can be made: ") + refusal);
+  }
+}
+
+Server::~Server() { world_->end(setStage(nullptr, KORIVA_SDK_VERSION).systemClock); }
+
+void Server::run() { KRRunLoop::main().poll(); }
+
+void Server::advance(Duration duration) { KRRunLoop::main().runFor(duration); }
+
+bool Server::runUntil(const std::function<bool()>& condition, std::string_view what,
+                      Duration limit) {
+  const auto end = world_->clock_->now() + limit;
+  do {
+    run();
+    if (condition()) return true;
+  } while (world_->advance(end));
+  world_->fail("waited in vain for " + std::string(what));
+  return false;
+}
+
+void Server::onFailure(std::function<void(const std::string& failure)> handler) {
+  world_->onFailure_ = std::move(handler);
+}
+
+std::string Server::pending() const { return world_->pending(); }
+
+void Server::answer(std::string_view event, Answer answer) {
+  world_->answers_[std::string(event)] = [answer = std::move(answer)](const Request& request) {
+    return textOf(answer(request));
+  };
+}
+
+void Server::answer(std::string_view event, const KRDictionary& answer) {
+  answerRaw(event, textOf(answer));
+}
+
+void Server::answerRaw(std::string_view event, std::string items) {
+  world_->answers_[std::string(event)] = [items = std::move(items)](const Request&) {
+    return items;
+  };
+}
+
+void Server::ignore(std::string_view event) { world_->answers_.erase(std::string(event)); }
+
+void Server::push(std::string_view event, const KRDictionary& item, std::string_view token) {
+  world_->sendEvent(event, textOf(item), token);
+}
+
+void Server::pushRaw(std::string_view event, std::string_view items, std::string_view token) {
+  world_->sendEvent(event, items, token);
+}
+
+void Server::send(std::string_view frame, std::string_view token) {
+  world_->send(frame, false, token);
+}
+
+void Server::sendBinary(std::string_view bytes, std::string_view token) {
+  world_->send(bytes, true, token);
+}
+
+void Server::drop(std::string_view token) { world_->drop(token, "connection lost"); }
+
+void Server::refuse(std::string_view reason) { world_->refusal_ = reason; }
+
+void Server::shutDown() {
+  world_->isDown_ = true;
+  drop();
+}
+
+void Server::hang() { world_->isHanging_ = true; }
+
+void Server::accept() { world_->accept(); }
+
+const std::vector<Login>& Server::logins() const { return world_->logins_; }
+
+std::vector<Request> Server::sent(std::string_view event, std::string_view token) const {
+  std::vector<Request> chosen;
+  std::ranges::copy_if(world_->requests_, std::back_inserter(chosen), [&](const Request& request) {
+    return (event.empty() || request.event == event) && (token.empty() || request.token == token);
+  });
+  return chosen;
+}
+
+const std::vector<std::string>& Server::frames() const { return world_->frames_; }
+
+bool Server::isConnected(std::string_view token) const { return world_->isConnected(token); }
+
+}  // namespace koriva::testing
