@@ -66,10 +66,10 @@ inline std::string awaitThrown() {
 
 /// Catches standard output, failures included, and shows it after all when the test fails.
 struct Console {
-  Console() { testing::internal::CaptureStdout(); }
+  Console() { ::testing::internal::CaptureStdout(); }
   ~Console() {
-    all += testing::internal::GetCapturedStdout();
-    if (testing::Test::HasFailure()) std::cout << all;
+    all += ::testing::internal::GetCapturedStdout();
+    if (::testing::Test::HasFailure()) std::cout << all;
   }
 
   /// What was printed since the last taking, up to and including the text, if that has come.
@@ -93,8 +93,8 @@ struct Console {
 
  private:
   void read() {
-    all += testing::internal::GetCapturedStdout();
-    testing::internal::CaptureStdout();
+    all += ::testing::internal::GetCapturedStdout();
+    ::testing::internal::CaptureStdout();
   }
 };
 
@@ -217,7 +217,7 @@ struct Recorder : KorivaDelegate {
 };
 
 /// A fresh client before its login, and a server for it.
-class ServerTest : public testing::Test {
+class ServerTest : public ::testing::Test {
  protected:
   ServerTest() {
     timing().limits = patient;
