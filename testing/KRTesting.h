@@ -114,7 +114,7 @@ class Server {
   /// The requests that wait for an answer and the connections, in one line.
   [[nodiscard]] std::string pending() const;
 
-  // Answers. A request whose event has none is never acknowledged.
+  // Answers. A request whose event has none waits.
 
   /// Answers from now on, to each request of the event.
   void answer(std::string_view event, Answer answer);
@@ -124,8 +124,12 @@ class Server {
   /// an answer that is no JSON is wanted.
   void answerRaw(std::string_view event, std::string items);
 
-  /// Takes the answer back.
+  /// Takes the answer back: the event's requests are not acknowledged from now on.
   void ignore(std::string_view event);
+
+  /// Answers one request that waits, as `sent` gives it. Nothing happens when it waits no longer.
+  void reply(const Request& request, const KRDictionary& answer);
+  void replyRaw(const Request& request, std::string_view items);
 
   // To the client with the session token, or to all. What is sent is on its way when these return.
 
@@ -168,6 +172,9 @@ class Server {
 
   /// All that has been sent, as it was.
   [[nodiscard]] const std::vector<std::string>& frames() const;
+
+  /// Forgets all this.
+  void forget();
 
   /// Whether a client has a session, by its token.
   [[nodiscard]] bool isConnected(std::string_view token) const;

@@ -95,6 +95,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
   void end(std::shared_ptr<socketio::Clock> system);
   void fail(const std::string& what);
   std::string pending();
+  void reply(const Request& request, std::string_view items);
   void sendEvent(std::string_view event, std::string_view items, std::string_view token);
   void send(std::string_view frame, bool binary, std::string_view token);
   void drop(std::string_view token, const std::string& reason);
@@ -177,6 +178,14 @@ class Server::World::Connection final : public Transport,
     deliverLater();
   }
 
+  void reply(const Request& request, std::string_view items) {
+    const auto waiting = unanswered_.find(request.id.value_or(0));
+    if (waiting == unanswered_.end() || waiting->second != request.event || !isJoined()) return;
+    unanswered_.erase(waiting);
+    send("43" + std::string(nsp) + std::to_string(*request.id) + "[" + std::string(items) + "]",
+         false);
+  }
+
   void lose(const std::string& reason) {
     isJoined_ = false;
     pings_->cancel();
@@ -250,12 +259,10 @@ class Server::World::Connection final : public Transport,
   }
 
   void answer(const Request& request) {
-    if (!request.id || !isJoined()) return;
     const auto found = world_->answers_.find(request.event);
-    if (found == world_->answers_.end()) return;
-    unanswered_.erase(*request.id);
-    const auto give = found->second;  // which may give another answer from now on
-    send("43" + std::string(nsp) + std::to_string(*request.id) + "[" + give(request) + "]", false);
+    if (!request.id || found == world_->answers_.end()) return;
+    const auto answer = found->second;  // it may change its own event's answer
+    reply(request, answer(request));
   }
 
   const std::shared_ptr<World> world_;
@@ -316,6 +323,10 @@ std::string Server::World::pending() {
     for (const auto& [id, event] : connection->unanswered()) text += ", waits for " + quoted(event);
   }
   return text.empty() ? "no connection" : text;
+}
+
+void Server::World::reply(const Request& request, std::string_view items) {
+  for (const auto& connection : connections(request.token)) connection->reply(request, items);
 }
 
 void Server::World::sendEvent(std::string_view event, std::string_view items,
@@ -397,6 +408,14 @@ void Server::answerRaw(std::string_view event, std::string items) {
 
 void Server::ignore(std::string_view event) { world_->answers_.erase(std::string(event)); }
 
+void Server::reply(const Request& request, const KRDictionary& answer) {
+  world_->reply(request, textOf(answer));
+}
+
+void Server::replyRaw(const Request& request, std::string_view items) {
+  world_->reply(request, items);
+}
+
 void Server::push(std::string_view event, const KRDictionary& item, std::string_view token) {
   world_->sendEvent(event, textOf(item), token);
 }
@@ -437,6 +456,12 @@ std::vector<Request> Server::sent(std::string_view event, std::string_view token
 }
 
 const std::vector<std::string>& Server::frames() const { return world_->frames_; }
+
+void Server::forget() {
+  world_->logins_ = {};
+  world_->requests_ = {};
+  world_->frames_ = {};
+}
 
 bool Server::isConnected(std::string_view token) const { return world_->isConnected(token); }
 

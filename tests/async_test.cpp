@@ -7,6 +7,8 @@ namespace {
 
 class AsyncTest : public ServerTest {
  protected:
+  AsyncTest() : ServerTest(std::make_unique<MemoryServer>()) {}
+
   Detached mute(KRCompletion<bool> done) {
     done(co_await async(&KorivaSDK::muteGroup, sdk, "g1", true));
   }
@@ -22,24 +24,28 @@ TEST_F(AsyncTest, EndsAlsoWhenNoCompletionComes) {
   printedTo("no socket: failure 1\n");
 
   connect();
-  server.answer("mute_group", R"([{"result":0}])");
-  server.answer("delete_group", R"([{}])");
+  peer->answer("mute_group", R"([{"result":0}])");
+  peer->answer("delete_group", R"([{}])");
   mute(Done{"answered"});
   deleteGroup(Done{"unreadable"});
   const KRCallEvent stop = KRCallEvent::StopCall{KRStopCall{"c1", "1001"}};
   auto unanswered = future(&KorivaSDK::send, sdk, stop, "c1", "g1", "1001", "1002");
   auto muted = future(&KorivaSDK::muteGroup, sdk, "g1", true);
-  EXPECT_THAT(printedTo("unreadable: failure 1\n"), testing::StartsWith("answered: true\n"));
+  EXPECT_THAT(printedTo("unreadable: failure 1\n"), ::testing::StartsWith("answered: true\n"));
   settle();
   EXPECT_EQ(unanswered.get().error(), KRError::failed);
   EXPECT_EQ(muted.get(), KRResult<bool>::success(true));
 
-  timing().limits.acknowledgement = 100ms;
+  auto& far = static_cast<MemoryServer&>(*peer).far;
+  timing() = {};
   connect();
-  server.tell(R"({"do":"hold"})");
+  far.ignore("mute_group");
   mute(Done{"released"});
   KorivaSDK::setShared(nullptr), sdk.reset();
-  printedTo("released: failure 1\n");
+  far.advance(5s - 1ns);
+  EXPECT_EQ(console.take(), "");
+  far.advance(1ns);
+  EXPECT_EQ(console.take(), "released: failure 1\n");
 }
 
 TEST_F(AsyncTest, ThrowsFromTheRunLoop) {

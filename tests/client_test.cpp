@@ -1,4 +1,3 @@
-#include <list>
 #include <thread>
 
 #include "tests/support/Harness.h"
@@ -8,12 +7,18 @@ using namespace koriva::test;
 
 namespace {
 
-using ClientTest = ServerTest;
-
 void print(const std::string& line) { koriva::printLine(line); }
 
-/// A client that a script's steps are done to, and what is printed.
+/// A client that a script's steps are done to, and what is printed. Time passes, by the client's
+/// own constants, only where a script says so.
 struct Play : ServerTest {
+  static bool knowsTime() { return !realServer(); }
+  explicit Play(bool inTime) {
+    koriva::timing() = {};
+    if (inTime) return;
+    koriva::timing().limits = patient;
+    koriva::timing().reconnectInterval = 1h;
+  }
   void TestBody() override {}
   std::string next() {
     auto line = printedTo("\n");
@@ -27,14 +32,17 @@ struct Play : ServerTest {
     };
   }
 
+  koriva::testing::Server& far() { return dynamic_cast<MemoryServer&>(*peer).far; }
+
   KRRunLoop& loop = KRRunLoop::main();
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
   std::shared_ptr<KorivaSDK> other;
   std::map<std::string, std::shared_ptr<Recorder>> recorders;
   const Steps steps{
-      {"interval *", [](auto& it) { koriva::timing().reconnectInterval = millisecondsIn(it); }},
-      {"limit *", [](auto& it) { koriva::timing().limits.acknowledgement = millisecondsIn(it); }},
-      {"redial *", [](auto& it) { koriva::timing().limits.redial = millisecondsIn(it); }},
+      {"pass *", [this](auto& it) { far().advance(millisecondsIn(it)); }},
+      {"hang", [this](auto&) { far().hang(); }},
+      {"accept", [this](auto&) { far().accept(); }},
+      {"say *", [this](auto& it) { far().send(it.argument); }},
       {"url", [this](auto&) { print(sdk->setBaseUrl("") ? "taken" : "refused"); }},
       {"url *", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
       {"login", [this](auto&) { login(); }},
@@ -57,7 +65,7 @@ struct Play : ServerTest {
       {"shared", [this](auto&) { print(KorivaSDK::shared() == sdk ? "this one" : "another"); }},
       {"print *", [](auto& it) { print(it.argument); }},
       {"throw *", [](auto& it) { throw std::runtime_error(it.argument); }},
-      {"caught", [](auto&) { print("caught " + awaitThrown()); }},
+      {"caught", [this](auto&) { print("caught " + awaitThrown()); }},
       {"post:", [this](auto& it) { loop.post(doing(it)); }},
       {"postNothing", [this](auto&) { loop.post({}); }},
       {"guarded:", [this](auto& it) { koriva::guarded(doing(it)); }},
@@ -91,20 +99,19 @@ struct Play : ServerTest {
        [this](auto& it) { sdk->removeDelegate(std::make_shared<Recorder>(it.argument)); }},
       {"uses *",
        [this](auto& it) { print(std::to_string(named(recorders, it.argument).use_count())); }},
-      {"kill", [this](auto&) { server.kill(); }},
+      {"kill", [this](auto&) { peer->kill(); }},
       {"revive",
        [this](auto&) {
-         server.returnToLife();
-         sdk->setBaseUrl(server.url());
+         peer->returnToLife();
+         sdk->setBaseUrl(peer->url());
        }},
-      {"refuse *",
-       [this](auto& it) { server.tell(R"({"do":"refuse","on":)" + it.argument + "}"); }},
-      {"error *", [this](auto& it) { server.push("error", "{\"error\":" + it.argument + "}"); }},
+      {"refuse *", [this](auto& it) { peer->refuse(it.argument == "true"); }},
+      {"error *", [this](auto& it) { peer->push("error", "{\"error\":" + it.argument + "}"); }},
       {"heard *", [this](auto& it) { EXPECT_TRUE(awaitReports(it.argument, 1)) << it.place; }},
-      {"count *", [this](auto& it) { print(std::to_string(server.reports(it.argument).size())); }},
+      {"count *", [this](auto& it) { print(std::to_string(peer->reports(it.argument).size())); }},
       {"last *",
        [this](auto& it) {
-         const auto reports = server.reports(it.argument);
+         const auto reports = peer->reports(it.argument);
          print(reports.empty() ? "nothing" : json::serialize(reports.back()));
        }},
       {"settle", [this](auto&) { sdk->deleteGroup("sentinel", Done{"settled"}); }},
@@ -112,58 +119,6 @@ struct Play : ServerTest {
 };
 
 TEST(Client, FollowsTheScript) { followScripts<Play>("clients.txt"); }
-
-TEST_F(ClientTest, LogsInOnTheWire) {
-  Server pinging(R"({"server":{"pingInterval":50}})");
-  EXPECT_TRUE(sdk->setBaseUrl(pinging.url()));
-  sdk->login("a+b/c=&\u00e9?#", 1001, "dev ice", true);
-  EXPECT_FALSE(sdk->isConnected());
-  EXPECT_TRUE(runUntil([&] { return pinging.reports("packet").size() >= 3; }));
-  EXPECT_THAT(pinging.reports("packet"), testing::Each(testing::AnyOf("message0/data,", "pong")));
-  EXPECT_EQ(pinging.reports("packet").at(0), "message0/data,");
-  EXPECT_EQ(pinging.reports("url"), json::array({"/socket.io/?transport=websocket&EIO=4&session="
-                                                 "a%2Bb%2Fc%3D%26%C3%A9%3F%23&deviceid=dev%20ice"
-                                                 "&new=true"}));
-  EXPECT_FALSE(KRRunLoop::main().attach([] {})) << "too late";
-}
-
-TEST_F(ClientTest, TakesRequestsFromAnyThread) {
-  server.answer("create_link", R"([{"result":0,"link":{"$payload":"group_id"}}])");
-  static std::counting_semaphore<> turns(0);
-  std::atomic<bool> ended = false;
-  std::vector<std::vector<int>> links(8);
-  std::list<std::jthread> threads;
-  const auto here = std::this_thread::get_id();
-  for (auto& own : links) {
-    threads.emplace_back([&] {
-      for (int i = 0; !ended; ++i) {
-        turns.acquire();
-        const auto client = KorivaSDK::shared();
-        client->createJoinGroupLink(std::to_string(i), [&](const KRResult<std::string>& link) {
-          EXPECT_EQ(std::this_thread::get_id(), here);
-          if (link) own.push_back(std::stoi(link.value()));
-        });
-      }
-    });
-  }
-  for (std::size_t round = 1; round <= 10; ++round) {
-    login();
-    EXPECT_TRUE(runUntil([&] {
-      turns.release(2);
-      return std::ranges::all_of(links, [&](const auto& own) { return own.size() >= 5 * round; });
-    }));
-    turns.release(100);  // for what comes now
-    round % 2 == 0 ? renewClient() : sdk->logout();
-  }
-  ended = true;
-  turns.release(std::ssize(links));
-  threads.clear();
-  renewClient();  // which ends what still waits
-  KRRunLoop::main().post([] { print("end"); });
-  printedTo("end\n");
-  for (const auto& own : links) EXPECT_TRUE(std::ranges::is_sorted(own, std::less_equal<>()));
-  console.take();
-}
 
 TEST(DefaultUrlDeathTest, EndsTheProcessUnlessItIsAUrl) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -170,7 +170,9 @@ TEST(Names, AreLookedUpOnceFourAtATimeAndOnlyIfNeeded) {
 
 /// A client with constants for the impatient.
 struct ImpatientClient : ServerTest {
-  ImpatientClient() { koriva::timing().reconnectInterval = 20ms; }
+  ImpatientClient() : ServerTest(std::make_unique<Server>()) {
+    koriva::timing().reconnectInterval = 20ms;
+  }
   void play(const std::vector<std::string>& scripts) {
     EXPECT_TRUE(sdk->setBaseUrl(playUrl(server, scripts)));
     login();
@@ -182,6 +184,8 @@ struct ImpatientClient : ServerTest {
     sdk->deleteGroup("g", Done{"last"});
     printedTo("last: failure");
   }
+
+  Server& server = static_cast<Server&>(*peer);
 };
 
 TEST_F(ImpatientClient, IsServedAgainAfterEveryFault) {
@@ -242,6 +246,44 @@ TEST_F(ImpatientClient, CompletesEveryRequestOnce) {
   EXPECT_TRUE(runUntil([&] { return completions == expected; }));
   finish();
   EXPECT_EQ(completions, expected);
+}
+
+TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
+  server.answer("create_link", R"([{"result":0,"link":{"$payload":"group_id"}}])");
+  static std::counting_semaphore<> turns(0);
+  std::atomic<bool> ended = false;
+  std::vector<std::vector<int>> links(8);
+  std::list<std::jthread> threads;
+  const auto here = std::this_thread::get_id();
+  for (auto& own : links) {
+    threads.emplace_back([&] {
+      for (int i = 0; !ended; ++i) {
+        turns.acquire();
+        const auto client = KorivaSDK::shared();
+        client->createJoinGroupLink(std::to_string(i), [&](const KRResult<std::string>& link) {
+          EXPECT_EQ(std::this_thread::get_id(), here);
+          if (link) own.push_back(std::stoi(link.value()));
+        });
+      }
+    });
+  }
+  for (std::size_t round = 1; round <= 10; ++round) {
+    login();
+    EXPECT_TRUE(runUntil([&] {
+      turns.release(2);
+      return std::ranges::all_of(links, [&](const auto& own) { return own.size() >= 5 * round; });
+    }));
+    turns.release(100);  // for what comes now
+    round % 2 == 0 ? renewClient() : sdk->logout();
+  }
+  ended = true;
+  turns.release(std::ssize(links));
+  threads.clear();
+  renewClient();  // which ends what still waits
+  KRRunLoop::main().post([] { koriva::printLine("end"); });
+  printedTo("end\n");
+  for (const auto& own : links) EXPECT_TRUE(std::ranges::is_sorted(own, std::less_equal<>()));
+  console.take();
 }
 
 TEST_F(ImpatientClient, CanBeChangedFromInsideAnyCallback) {

@@ -141,12 +141,12 @@ TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
       const auto& row = each.second;
       if (isWord(row.input)) continue;
       SCOPED_TRACE(row.place + ": " + request.call);
-      located(row.place, [&] { server.answer(request.event, row.input); });
-      server.tell(R"({"do":"forget"})");
+      located(row.place, [&] { peer->answer(request.event, row.input); });
+      peer->forget();
       request.send();
       const auto told = boost::replace_all_copy(lines(row.output), "<failure>\n", request.failure);
       EXPECT_EQ(settle(), request.trace + told);
-      EXPECT_EQ(server.reports("event").at(0), request.sent);
+      EXPECT_EQ(peer->reports("event").at(0), request.sent);
     }
   }
 }
@@ -164,11 +164,16 @@ TEST_F(RequestsTest, WithoutASocketOnlyPrintTheirTrace) {
   EXPECT_EQ(printedTo("end\n"), traces + "end\n");
 }
 
-TEST_F(RequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
-  koriva::timing() = {};
-  login();
-  printedTo("KorivaSDK - socket connected\n");
-  const auto start = std::chrono::steady_clock::now();
+struct TimedRequestsTest : ServerTest {
+  TimedRequestsTest() : ServerTest(std::make_unique<MemoryServer>()) {
+    koriva::timing() = {};
+    connect();
+  }
+
+  koriva::testing::Server& far = static_cast<MemoryServer&>(*peer).far;
+};
+
+TEST_F(TimedRequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
   std::string traces;
   std::string outcomes;
   for (const auto& request : readRequests()) {
@@ -178,37 +183,35 @@ TEST_F(RequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
     traces += request.trace + request.trace;
     outcomes += request.failure + "done: failure 6\n" + request.failure;
   }
-  EXPECT_EQ(printedTo(outcomes), traces + outcomes);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
-  KRRunLoop::main().post([] { koriva::printLine("end"); });
-  EXPECT_EQ(printedTo("end\n"), "end\n");
+  EXPECT_EQ(console.take(), traces);
+  far.advance(5s - 1ns);
+  EXPECT_EQ(console.take(), "");
+  far.advance(1ns);
+  EXPECT_EQ(console.take(), outcomes);
 }
 
-TEST_F(RequestsTest, CompleteOnceEachWithTenThousandInFlight) {
+TEST_F(TimedRequestsTest, CompleteOnceEachWithTenThousandInFlight) {
   constexpr std::size_t half = 5000;
   constexpr std::size_t slack = 1'000'000;
-  connect();
-  server.answer("create_link", R"([{"result":0,"link":{"$payload":"group_id"}}])");
-  server.tell(R"({"do":"hold"})");
   std::vector<int> completions(2 * half);
-  std::size_t total = 0;
   const auto inUse = [] { return mallinfo2().uordblks; };
   const auto inUseAfterSending = [&](std::size_t from) {
     for (std::size_t i = from; i < from + half; ++i) {
       sdk->createJoinGroupLink(std::to_string(i), [&, i](const KRResult<std::string>& link) {
         completions[i] += link && link.value() == std::to_string(i) ? 1 : 2;
-        ++total;
       });
     }
-    EXPECT_TRUE(runUntil([&] { return server.tell(R"({"do":"held"})") == from + half; }));
+    far.run();
     return inUse();
   };
   const auto atStart = inUse();
   const auto halfWay = inUseAfterSending(0);
   EXPECT_LE(inUseAfterSending(half) - atStart, 2 * (halfWay - atStart) + slack);
-  server.tell(R"({"do":"release"})");
-  EXPECT_TRUE(runUntil([&] { return total >= 2 * half; }));
-  settle();
+  for (const auto& request : far.sent()) {
+    far.reply(request, {{"result", 0}, {"link", request.payload.at("group_id")}});
+  }
+  far.forget();
+  far.advance(5s);
   EXPECT_EQ(completions, std::vector<int>(2 * half, 1));
   EXPECT_LE(inUse(), atStart + slack);
 }

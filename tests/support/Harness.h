@@ -1,68 +1,17 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <boost/algorithm/string/erase.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
-#include <boost/json.hpp>
-#include <csignal>
-#include <cstdlib>
-#include <functional>
 #include <iostream>
 #include <optional>
-#include <semaphore>
-#include <stdexcept>
 
 #include "KorivaSDK/RequestChannel.h"
-#include "KorivaSDK/State.h"
+#include "tests/support/Peer.h"
 
 namespace koriva::test {
 
-namespace json = boost::json;
-using namespace std::chrono_literals;
 using koriva::printLine;
-
-/// What has to come may take so long, on the slowest of machines.
-inline constexpr auto patience = 60s;
-
-/// Limits that no test meets by being slow, and no wait between attempts.
-inline constexpr socketio::Limits patient{.connect = 1h, .acknowledgement = 1h, .redial = 0ms};
-
-inline std::counting_semaphore<> wakeUps(0);
-
-/// Gives the network a thread of its own when KORIVA_TEST_ATTACHED is set.
-inline bool attached() {
-  static const bool done = std::getenv("KORIVA_TEST_ATTACHED") != nullptr &&
-                           KRRunLoop::main().attach([] { wakeUps.release(); });
-  return done;
-}
-
-/// Drives the run loop for a moment. When attached, polls only after a wake-up.
-inline void drive() {
-  if (!attached()) return KRRunLoop::main().runFor(2ms);
-  if (wakeUps.try_acquire_for(2ms)) KRRunLoop::main().poll();
-}
-
-/// Drives the run loop until the condition holds; false when it never does.
-[[nodiscard]] bool runUntil(const auto& condition) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  for (; !condition(); drive()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-  }
-  return true;
-}
-
-/// The text of the runtime error that the run loop throws.
-inline std::string awaitThrown() {
-  try {
-    return runUntil([] { return false; }) ? "" : "nothing";
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-}
 
 /// Catches standard output, failures included, and shows it after all when the test fails.
 struct Console {
@@ -100,65 +49,6 @@ struct Console {
 
 /// What a table says of the console.
 inline std::string lines(const std::string& told) { return told == "nothing" ? "" : told + "\n"; }
-
-/// The scriptable server of server.mjs, in a process of its own.
-class Server {
- public:
-  explicit Server(const std::string& options = "{}") { start(options); }
-  ~Server() { kill(); }
-
-  std::string url() const { return "http://127.0.0.1:" + port_; }
-  /// Its answer; throws when it cannot do what it is told.
-  json::value tell(const std::string& command) {
-    stream_ << command << std::endl;
-    const auto said = json::parse(readLine());
-    const auto* refusal = said.is_object() ? said.get_object().if_contains("refused") : nullptr;
-    if (refusal) throw std::logic_error(json::value_to<std::string>(*refusal));
-    return said;
-  }
-  void answer(const std::string& event, const std::string& items) {
-    tell(R"({"do":"answer","event":")" + event + R"(","items":)" + items + "}");
-  }
-  void push(const std::string& event, const std::string& items) {
-    tell(R"({"do":"push","items":[")" + event + (items.empty() ? "\"" : "\",") + items + "]}");
-  }
-  json::array reports(const std::string& of) {
-    return tell(R"({"do":"reports","of":")" + of + "\"}").as_array();
-  }
-  void kill() {
-    if (process_ == 0) return;
-    ::kill(process_, SIGKILL);
-    waitpid(std::exchange(process_, 0), nullptr, 0);
-    stream_.close();
-  }
-  void returnToLife() { start("{}"); }
-
- private:
-  void start(const std::string& options) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
-    process_ = fork();
-    if (process_ == 0) {
-      dup2(ends[1], STDIN_FILENO);
-      dup2(ends[1], STDOUT_FILENO);
-      const char* other = std::getenv("KORIVA_OTHER_SERVER");
-      execl(other ? other : KORIVA_TEST_SERVER, "server", options.c_str(), nullptr);
-      _exit(127);
-    }
-    close(ends[1]);
-    stream_.socket().assign(boost::asio::local::stream_protocol(), ends[0]);
-    port_ = readLine();
-  }
-  std::string readLine() {
-    std::string line;
-    if (!std::getline(stream_, line)) throw std::logic_error("the test server has ended");
-    return line;
-  }
-
-  pid_t process_ = 0;
-  boost::asio::local::stream_protocol::iostream stream_;
-  std::string port_;
-};
 
 inline std::string text(const std::string& value) { return value; }
 inline std::string text(bool value) { return value ? "true" : "false"; }
@@ -219,7 +109,7 @@ struct Recorder : KorivaDelegate {
 /// A fresh client before its login, and a server for it.
 class ServerTest : public ::testing::Test {
  protected:
-  ServerTest() {
+  explicit ServerTest(std::unique_ptr<Peer> server = makePeer()) : peer(std::move(server)) {
     timing().limits = patient;
     renewClient();
   }
@@ -232,7 +122,7 @@ class ServerTest : public ::testing::Test {
     attached();
     KorivaSDK::setShared(nullptr);
     sdk = KorivaSDK::shared();
-    EXPECT_TRUE(sdk->setBaseUrl(server.url()));
+    EXPECT_TRUE(sdk->setBaseUrl(peer->url()));
   }
   std::shared_ptr<Recorder> addRecorder(const std::string& name) {
     const auto recorder = std::make_shared<Recorder>(name);
@@ -245,15 +135,23 @@ class ServerTest : public ::testing::Test {
     printedTo("KorivaSDK - socket connected\n");
     console.take();
   }
-  bool awaitConnection() { return runUntil(std::bind_front(&KorivaSDK::isConnected, sdk)); }
+  bool awaitConnection() { return peer->await(std::bind_front(&KorivaSDK::isConnected, sdk)); }
   /// What is printed up to and including the text, which has to come.
   std::string printedTo(const std::string& text) {
     std::optional<std::string> printed;
-    EXPECT_TRUE(runUntil([&] { return (printed = console.takeTo(text)).has_value(); })) << text;
+    EXPECT_TRUE(peer->await([&] { return (printed = console.takeTo(text)).has_value(); })) << text;
     return printed.value_or("");
   }
   bool awaitReports(const std::string& of, std::size_t count) {
-    return runUntil([&] { return server.reports(of).size() >= count; });
+    return peer->await([&] { return peer->reports(of).size() >= count; });
+  }
+  /// The text of the runtime error that the run loop throws.
+  std::string awaitThrown() {
+    try {
+      return peer->await([] { return false; }) ? "" : "nothing";
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
   }
   /// Waits for everything that the server sends because of what came before, and gives what is
   /// printed until then.
@@ -263,7 +161,7 @@ class ServerTest : public ::testing::Test {
     return boost::erase_last_copy(printedTo(end), end);
   }
 
-  Server server;
+  const std::unique_ptr<Peer> peer;
   Console console;
   std::shared_ptr<KorivaSDK> sdk;
 };

@@ -96,12 +96,15 @@ inline void perform(const Steps& steps, const std::vector<Step>& script) {
 }
 
 /// Follows each script of a file with a `Play` of its own, which has the `steps` and tells what is
-/// seen: the `next` line, for which it waits, and in the end the `rest`.
+/// seen: the `next` line, for which it waits, and in the end the `rest`. Scripts whose name ends
+/// with "(in time)" need one that knows time.
 template <class Play>
 void followScripts(const std::string& file) {
   for (const auto& [place, name, script] : readScripts(readLines(file))) {
     SCOPED_TRACE(place + ": " + name);
-    Play play;
+    const bool inTime = name.ends_with("(in time)");
+    if (inTime && !Play::knowsTime()) continue;
+    Play play(inTime);
     auto steps = play.steps;
     steps["=> *"] = [&](const Step& step) {
       std::vector<std::string> lines;
