@@ -18,6 +18,10 @@ using Texts = std::vector<std::string>;
 //! [fixture]
 class EchoBotTest : public testing::Test {
  protected:
+  koriva::testing::Server server;  // before the clients, which end first
+  std::vector<std::shared_ptr<KorivaSDK>> clients;
+  Texts ends;
+
   EchoBotTest() {
     server.onFailure([](const std::string& failure) { ADD_FAILURE() << failure; });
     server.answer("create_message", [](const koriva::testing::Request& request) {
@@ -35,6 +39,7 @@ class EchoBotTest : public testing::Test {
     server.run();  // it is connected now, unless the server is against it
     return bot;
   }
+  //! [fixture]
 
   /// What a user says, to all bots that are connected.
   void say(const std::string& text, const std::string& uin = "2001") {
@@ -52,12 +57,7 @@ class EchoBotTest : public testing::Test {
     }
     return values;
   }
-
-  koriva::testing::Server server;  // before the clients, which end first
-  std::vector<std::shared_ptr<KorivaSDK>> clients;
-  Texts ends;
 };
-//! [fixture]
 
 TEST_F(EchoBotTest, EchoesWhatOthersSay) {
   const auto bot = startBot();
@@ -131,7 +131,6 @@ TEST_F(EchoBotTest, ComesBackAfterItWasRefused) {
   EXPECT_EQ(bot->delivered(), 1);
 }
 
-//! [two]
 TEST_F(EchoBotTest, HasAConnectionOfItsOwn) {
   const auto first = startBot("token-1001", 1001);
   const auto second = startBot("token-1002", 1002);
@@ -142,6 +141,5 @@ TEST_F(EchoBotTest, HasAConnectionOfItsOwn) {
   EXPECT_EQ(sent("message", "token-1001"), Texts{"Good night"});
   EXPECT_EQ(sent("message", "token-1002"), (Texts{"Hello", "Good night"}));
 }
-//! [two]
 
 }  // namespace
