@@ -44,7 +44,7 @@ using Answer = std::function<KRDictionary(const Request& request)>;
 struct Handshake {
   std::chrono::milliseconds pingInterval{25'000};
   std::chrono::milliseconds pingTimeout{20'000};
-  std::uint64_t maxPayload = 1'000'000;  ///< bytes; a client that sends a larger frame is cut off
+  std::uint64_t maxPayload = 1'000'000;  ///< bytes: clients send no larger frame
 };
 
 /// The chat server of every client that logs in while it lives. There is no network and no other
@@ -80,7 +80,9 @@ struct Handshake {
 /// function that drives the run loop. Dictionaries that JSON cannot say, for NaN in them, are
 /// std::invalid_argument.
 ///
-/// Everything belongs to the main thread.
+/// Everything belongs to the main thread, and may be called from within the application's callbacks
+/// and answers. Clients that go on sending while no time passes, as one that repeats at once what
+/// was refused, are a failure: from 100,000 frames on the server hangs.
 class Server {
  public:
   using Duration = std::chrono::steady_clock::duration;
@@ -114,7 +116,9 @@ class Server {
   /// The requests that wait for an answer and the connections, in one line.
   [[nodiscard]] std::string pending() const;
 
-  // Answers. A request whose event has none waits.
+  // Answers. A request whose event has none waits. What belongs in answers and pushes is told by
+  // the records and by the table of events in the documentation: an answer to "create_message" that
+  // is to be a success needs its "message", a pushed "login" its "uin".
 
   /// Answers from now on, to each request of the event.
   void answer(std::string_view event, Answer answer);
@@ -160,6 +164,9 @@ class Server {
 
   /// Ends `refuse`, `shutDown` and `hang`. What was sent meanwhile is read.
   void accept();
+
+  /// Hears of each session as it begins. What it pushes is the first that the client hears.
+  void onLogin(std::function<void(const Login& login)> handler);
 
   // What clients have done, in order.
 

@@ -19,6 +19,7 @@ namespace {
 using socketio::Transport;
 
 constexpr std::string_view nsp = "/data,";
+constexpr int maxSentAtOnce = 100'000;
 
 void post(std::function<void()> task) { KRRunLoop::main().post(std::move(task)); }
 
@@ -94,6 +95,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
 
   void end(std::shared_ptr<socketio::Clock> system);
   void fail(const std::string& what);
+  void expectAnEnd();
   std::string pending();
   void reply(const Request& request, std::string_view items);
   void sendEvent(std::string_view event, std::string_view items, std::string_view token);
@@ -108,6 +110,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
       std::make_shared<VirtualClock>(std::chrono::steady_clock::now(), post);
   std::map<std::string, RawAnswer, std::less<>> answers_;
   std::function<void(const std::string&)> onFailure_;
+  std::function<void(const Login&)> onLogin_;
   std::optional<std::string> refusal_;
   bool isDown_ = false;
   bool isHanging_ = false;
@@ -123,6 +126,8 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
 
   const Handshake handshake_;
   std::vector<std::weak_ptr<Connection>> connections_;
+  socketio::TimePoint lastSent_;
+  int sentAtOnce_ = 0;
 };
 
 class Server::World::Connection final : public Transport,
@@ -146,6 +151,7 @@ class Server::World::Connection final : public Transport,
     if (request && request->id) unanswered_[*request->id] = request->event;
     world_->frames_.push_back(frame);
     unread_.push_back({std::move(frame), std::move(request)});
+    world_->expectAnEnd();
     post([self = shared_from_this()] { self->read(); });
   }
 
@@ -215,8 +221,6 @@ class Server::World::Connection final : public Transport,
       const auto [frame, request] = std::move(unread_.front());
       unread_.pop_front();
       queuedBytes_ -= frame.size();
-      if (frame.size() > world_->handshake_.maxPayload)
-        return lose("the server closed the connection");
       if (frame.starts_with("40")) join();
       if (frame.starts_with("41")) isJoined_ = false;
       if (request) answer(*request);
@@ -256,6 +260,7 @@ class Server::World::Connection final : public Transport,
     }
     isJoined_ = true;
     send("40" + start + R"({"sid":"session"})", false);
+    if (world_->onLogin_) std::function(world_->onLogin_)(login_);
   }
 
   void answer(const Request& request) {
@@ -302,6 +307,7 @@ std::vector<std::shared_ptr<Server::World::Connection>> Server::World::connectio
 void Server::World::end(std::shared_ptr<socketio::Clock> system) {
   answers_.clear();
   onFailure_ = nullptr;
+  onLogin_ = nullptr;
   isHanging_ = false;
   isDown_ = true;
   drop({}, "the test's server is gone");
@@ -314,13 +320,23 @@ void Server::World::fail(const std::string& what) {
   std::cerr << "KorivaSDK - " << failure << std::endl;
 }
 
+/// Two who answer each other at once never let time pass.
+void Server::World::expectAnEnd() {
+  if (std::exchange(lastSent_, clock_->now()) != clock_->now()) sentAtOnce_ = 0;
+  if (++sentAtOnce_ != maxSentAtOnce) return;
+  isHanging_ = true;
+  fail("clients go on sending while no time passes");
+}
+
 std::string Server::World::pending() {
   std::string text;
   for (const auto& connection : connections()) {
     if (!text.empty()) text += ", ";
     text += quoted(connection->login().token);
     text += connection->isJoined() ? " is connected" : " is connecting";
-    for (const auto& [id, event] : connection->unanswered()) text += ", waits for " + quoted(event);
+    for (const auto& [id, event] : connection->unanswered()) {
+      text += ", has no answer to " + quoted(event);
+    }
   }
   return text.empty() ? "no connection" : text;
 }
@@ -386,6 +402,10 @@ bool Server::runUntil(const std::function<bool()>& condition, std::string_view w
 
 void Server::onFailure(std::function<void(const std::string& failure)> handler) {
   world_->onFailure_ = std::move(handler);
+}
+
+void Server::onLogin(std::function<void(const Login& login)> handler) {
+  world_->onLogin_ = std::move(handler);
 }
 
 std::string Server::pending() const { return world_->pending(); }

@@ -1,5 +1,7 @@
 #include <malloc.h>
 
+#include <deque>
+#include <random>
 #include <set>
 
 #include "tests/support/Harness.h"
@@ -188,6 +190,34 @@ TEST_F(TimedRequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
   EXPECT_EQ(console.take(), "");
   far.advance(1ns);
   EXPECT_EQ(console.take(), outcomes);
+}
+
+TEST_F(TimedRequestsTest, CompleteOnceEachWhateverHappens) {
+  std::mt19937 random(20'822);
+  std::deque<int> completions;
+  std::deque<int> expected;
+  bool isIn = true;
+  const std::vector<std::function<void()>> turns{
+      [&] { far.drop(); },
+      [&] { far.hang(); },
+      [&] { far.refuse("not now"); },
+      [&] { far.shutDown(); },
+      [&] { far.accept(); },
+      [&] { far.accept(); },
+      [&] { sdk->disconnect(); },
+      [&] { sdk->reconnectIfNeed(); },
+      [&] { sdk->logout(), isIn = false; },
+      [&] { login(), isIn = true; },
+      [&] { far.run(); },
+      [&] { far.advance(std::chrono::milliseconds(random() % 8000)); }};
+  far.answer("delete_group", {{"result", 0}});
+  for (int i = 0; i < 10'000; ++i) {
+    turns[random() % turns.size()]();
+    sdk->deleteGroup("g", [&count = completions.emplace_back()](const auto&) { ++count; });
+    expected.push_back(isIn ? 1 : 0);
+  }
+  far.advance(5s);
+  EXPECT_EQ(completions, expected);
 }
 
 TEST_F(TimedRequestsTest, CompleteOnceEachWithTenThousandInFlight) {

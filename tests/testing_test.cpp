@@ -1,2 +1,172 @@
 #include "testing/KRTesting.h"
-int main() {}
+
+#include "tests/support/Harness.h"
+
+using namespace koriva::test;
+
+namespace {
+
+using Far = koriva::testing::Server;
+using Texts = std::vector<std::string>;
+
+/// A client, and a server in memory that may go before it.
+class TestingTest : public ::testing::Test {
+ protected:
+  TestingTest() {
+    KorivaSDK::setShared(nullptr);
+    server->onFailure([this](const std::string& failure) { failures.push_back(failure); });
+  }
+  ~TestingTest() override {
+    KorivaSDK::setShared(nullptr);
+    koriva::timing() = {};
+  }
+
+  std::shared_ptr<KorivaSDK> login(const std::string& token = "token") {
+    KorivaSDK::setShared(nullptr);
+    const auto sdk = KorivaSDK::shared();
+    sdk->login(token, 1001, "device", false);
+    server->run();
+    return sdk;
+  }
+  void mute(KorivaSDK& sdk, const std::string& name = "muted") {
+    sdk.muteGroup("g1", true, Done{name});
+  }
+
+  std::optional<Far> server{std::in_place};
+  std::vector<std::string> failures;
+  Console console;
+  KRRunLoop& loop = KRRunLoop::main();
+};
+
+TEST_F(TestingTest, IsTheOnlyOne) {
+  EXPECT_THROW(Far(), std::logic_error);
+  EXPECT_FALSE(loop.attach([] {}));
+  server.reset();
+  EXPECT_NO_THROW(Far());
+  EXPECT_FALSE(loop.attach([] {}));
+}
+
+TEST_F(TestingTest, TellsWhatIsWaitedForInVain) {
+  EXPECT_FALSE(server->runUntil([] { return false; }, "a client", 1s));
+  const auto sdk = login();
+  const auto other = login("other");
+  mute(*sdk);
+  server->run();
+  const auto end = [this] { return console.takeTo("muted: failure 6\n").has_value(); };
+  EXPECT_TRUE(server->runUntil(end, "the time-out", 5s));
+  server->hang();
+  EXPECT_FALSE(server->runUntil([] { return false; }, "Godot", 45s));
+  server->accept();
+  loop.run();
+  EXPECT_EQ(failures,
+            (Texts{"waited in vain for a client; pending: no connection",
+                   "waited in vain for Godot; pending: \"token\" is connecting, "
+                   "\"other\" is connecting",
+                   "KRRunLoop::run() was not stopped for a day; pending: \"token\" is connected, "
+                   "\"other\" is connected"}));
+}
+
+TEST_F(TestingTest, LetsTheRunLoopPassTime) {
+  const auto sdk = login();
+  mute(*sdk);
+  loop.poll();
+  loop.runFor(5s - 1ns);
+  EXPECT_EQ(console.takeTo("muted"), std::nullopt);
+  loop.runFor(1ns);
+  EXPECT_TRUE(console.takeTo("muted: failure 6\n"));
+  sdk->muteGroup("g1", true, [this](const auto&) { loop.stop(); });
+  mute(*sdk, "next");
+  loop.run();
+  loop.post([] { throw std::runtime_error("posted"); });
+  EXPECT_THROW(loop.runFor(1s), std::runtime_error);
+  server->advance(0s);
+  EXPECT_TRUE(console.takeTo("next: failure 6\n"));
+  EXPECT_EQ(failures, Texts());
+}
+
+TEST_F(TestingTest, ServesClientsByTheirTokens) {
+  server->onLogin([this](const auto& login) {
+    server->push("error", {{"error", login.token == "a" ? 1 : 2}}, login.token);
+  });
+  const auto recorder = std::make_shared<Recorder>("heard");
+  KorivaSDK::shared()->addDelegate(recorder);
+  const auto first = KorivaSDK::shared();
+  first->setBaseUrl("https://[::1]:1");
+  first->login("a", 1, "d +%", true);
+  server->run();
+  EXPECT_TRUE(console.takeTo("heard didReceiveError 1\n"));
+  const auto second = login("b");
+  second->addDelegate(recorder);
+  mute(*first, "first");
+  mute(*second, "second");
+  server->run();
+  EXPECT_EQ(server->sent("mute_group").size(), 2U);
+  const auto sent = server->sent({}, "b");
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].event + *koriva::toJsonString(sent[0].payload),
+            R"(mute_group{"group_id":"g1"})");
+  server->reply(sent[0], {{"result", 0}});
+  server->reply(sent[0], {{"result", 1}});
+  server->drop("a");
+  server->run();
+  EXPECT_TRUE(console.takeTo("second: true\n"));
+  EXPECT_FALSE(server->isConnected("a"));
+  EXPECT_TRUE(server->isConnected("b"));
+  const auto& logins = server->logins();
+  ASSERT_EQ(logins.size(), 2U);
+  EXPECT_EQ(logins[0].server + logins[0].token + logins[0].deviceId, "https://[::1]:1ad +%");
+  EXPECT_TRUE(logins[0].isNew && !logins[1].isNew);
+  server->forget();
+  EXPECT_TRUE(server->logins().empty() && server->sent().empty() && server->frames().empty());
+}
+
+TEST_F(TestingTest, EndsWhatNeverEnds) {
+  server->answer("mute_group", {{"result", 1}});
+  const auto sdk = login();
+  std::function<void(const KRResult<bool>&)> repeat = [&](const auto&) {
+    sdk->muteGroup("g1", true, repeat);
+  };
+  repeat(KRResult<bool>::success(true));
+  server->run();
+  EXPECT_EQ(failures, Texts{"clients go on sending while no time passes; pending: \"token\" is "
+                            "connected, has no answer to \"mute_group\""});
+  sdk->logout();
+}
+
+TEST_F(TestingTest, SaysWhatItIsTold) {
+  server.reset();
+  server.emplace(koriva::testing::Handshake{.pingInterval = 1s, .pingTimeout = 2s});
+  server->answer("mute_group", [this](const auto& request) {
+    server->ignore(request.event);
+    return KRDictionary{{"result", 5}};
+  });
+  const auto sdk = login();
+  mute(*sdk, "first");
+  mute(*sdk, "second");
+  server->run();
+  EXPECT_TRUE(console.takeTo("first: false\n"));
+  server->send("42/data,[\"no such event\"]", "another token");
+  server->advance(2s);
+  EXPECT_EQ(server->frames(), (Texts{"40/data,", R"(42/data,0["mute_group",{"group_id":"g1"}])",
+                                     R"(42/data,1["mute_group",{"group_id":"g1"}])", "3", "3"}));
+  EXPECT_THROW(server->push("message", {{"nan", std::nan("")}}), std::invalid_argument);
+}
+
+TEST_F(TestingTest, LeavesItsClientsToTheRealWorld) {
+  koriva::timing().limits = {.connect = 20ms, .acknowledgement = 20ms};
+  koriva::timing().reconnectInterval = 1h;
+  const auto sdk = login();
+  server->advance(24h - 1s);
+  mute(*sdk);
+  server.reset();
+  EXPECT_TRUE(runUntil([&] { return console.takeTo("muted: failure 6\n").has_value(); }));
+  EXPECT_FALSE(sdk->isConnected());
+  mute(*sdk, "later");
+  EXPECT_TRUE(runUntil([&] { return console.takeTo("later: failure 6\n").has_value(); }));
+  server.emplace();
+  sdk->reconnectIfNeed();
+  server->advance(1s);
+  EXPECT_TRUE(sdk->isConnected());
+}
+
+}  // namespace
