@@ -74,7 +74,7 @@ void KRRunLoop::Internals::runOnStage(std::chrono::steady_clock::duration durati
     context.poll();
     if (context.stopped()) return;
   } while (on->advance(end));
-  if (isEndless) on->onEndlessRun();
+  if (isEndless) koriva::guarded([&] { on->onEndlessRun(); });
 }
 
 void KRRunLoop::poll() {

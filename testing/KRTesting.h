@@ -158,8 +158,8 @@ class Server {
   /// Cuts all connections, and takes no others.
   void shutDown();
 
-  /// Says nothing more and reads nothing more, on any connection, but takes new ones: the heartbeat
-  /// stops, requests wait, attempts take too long.
+  /// Says nothing more by itself and reads nothing more, on any connection, but takes new ones: the
+  /// heartbeat stops, requests wait, attempts take too long.
   void hang();
 
   /// Ends `refuse`, `shutDown` and `hang`. What was sent meanwhile is read.

@@ -193,6 +193,7 @@ class Server::World::Connection final : public Transport,
   }
 
   void lose(const std::string& reason) {
+    isCut_ = true;
     isJoined_ = false;
     pings_->cancel();
     incoming_.push_back([this, reason](Listener& listener) {
@@ -204,7 +205,7 @@ class Server::World::Connection final : public Transport,
 
   /// Says the first word, unless it was said.
   void greet() {
-    if (!isOpen_ || isGreeted_ || world_->isHanging_) return;
+    if (!isOpen_ || isCut_ || isGreeted_ || world_->isHanging_) return;
     if (world_->isDown_) return lose("cannot connect: Connection refused");
     isGreeted_ = true;
     const auto& handshake = world_->handshake_;
@@ -217,7 +218,7 @@ class Server::World::Connection final : public Transport,
   }
 
   void read() {
-    while (!unread_.empty() && !world_->isHanging_) {
+    while (!unread_.empty() && !isCut_ && !world_->isHanging_) {
       const auto [frame, request] = std::move(unread_.front());
       unread_.pop_front();
       queuedBytes_ -= frame.size();
@@ -260,7 +261,8 @@ class Server::World::Connection final : public Transport,
     }
     isJoined_ = true;
     send("40" + start + R"({"sid":"session"})", false);
-    if (world_->onLogin_) std::function(world_->onLogin_)(login_);
+    const auto tell = world_->onLogin_;  // it may set another
+    if (tell) tell(login_);
   }
 
   void answer(const Request& request) {
@@ -281,6 +283,7 @@ class Server::World::Connection final : public Transport,
   bool isOpen_ = false;
   bool isGreeted_ = false;
   bool isJoined_ = false;
+  bool isCut_ = false;
   bool isPaused_ = false;
 };
 
@@ -325,7 +328,7 @@ void Server::World::expectAnEnd() {
   if (std::exchange(lastSent_, clock_->now()) != clock_->now()) sentAtOnce_ = 0;
   if (++sentAtOnce_ != maxSentAtOnce) return;
   isHanging_ = true;
-  fail("clients go on sending while no time passes");
+  post([self = shared_from_this()] { self->fail("clients go on sending while no time passes"); });
 }
 
 std::string Server::World::pending() {
