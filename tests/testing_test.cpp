@@ -153,20 +153,27 @@ TEST_F(TestingTest, SaysWhatItIsTold) {
 }
 
 TEST_F(TestingTest, LeavesItsClientsToTheRealWorld) {
-  koriva::timing().limits = {.connect = 20ms, .acknowledgement = 20ms};
+  koriva::timing().limits = {.connect = 1h, .acknowledgement = 20ms};
   koriva::timing().reconnectInterval = 1h;
   const auto sdk = login();
   server->advance(24h - 1s);
   mute(*sdk);
+  server->run();
   server.reset();
   EXPECT_TRUE(runUntil([&] { return console.takeTo("muted: failure 6\n").has_value(); }));
   EXPECT_FALSE(sdk->isConnected());
   mute(*sdk, "later");
   EXPECT_TRUE(runUntil([&] { return console.takeTo("later: failure 6\n").has_value(); }));
-  server.emplace();
+  Server real;
+  sdk->setBaseUrl(real.url());
   sdk->reconnectIfNeed();
-  server->advance(1s);
-  EXPECT_TRUE(sdk->isConnected());
+  EXPECT_TRUE(runUntil([&] { return sdk->isConnected(); }));
+  server.emplace();
+  server->advance(1h);
+  EXPECT_TRUE(sdk->isConnected() && server->logins().empty());
+  sdk->login("token", 1001, "device", false);
+  server->run();
+  EXPECT_EQ(server->logins().size(), 1U);
 }
 
 }  // namespace
