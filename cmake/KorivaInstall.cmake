@@ -15,10 +15,20 @@ install(
     COMPONENT dev)
 
 install(
-  EXPORT KorivaSDKTargets
-  NAMESPACE KorivaSDK::
-  DESTINATION ${packages_dir}
-  COMPONENT dev)
+  TARGETS KorivaSDKTesting
+  EXPORT KorivaSDKTestingTargets
+  ARCHIVE COMPONENT dev
+  FILE_SET HEADERS
+    DESTINATION ${KORIVA_INSTALL_INCLUDEDIR}
+    COMPONENT dev)
+
+foreach(export IN ITEMS KorivaSDKTargets KorivaSDKTestingTargets)
+  install(
+    EXPORT ${export}
+    NAMESPACE KorivaSDK::
+    DESTINATION ${packages_dir}
+    COMPONENT dev)
+endforeach()
 configure_package_config_file(
   ${CMAKE_CURRENT_LIST_DIR}/KorivaSDKConfig.cmake.in ${PROJECT_BINARY_DIR}/KorivaSDKConfig.cmake
   INSTALL_DESTINATION ${packages_dir})
@@ -38,14 +48,16 @@ if(NOT BUILD_SHARED_LIBS)
   set(KORIVA_PC_REQUIRES "openssl >= 3")
 endif()
 string(REGEX REPLACE "[^/]+" ".." KORIVA_PC_PREFIX ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-configure_file(${CMAKE_CURRENT_LIST_DIR}/koriva-sdk.pc.in koriva-sdk.pc @ONLY)
-install(
-  FILES ${PROJECT_BINARY_DIR}/koriva-sdk.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-  COMPONENT dev)
+foreach(package IN ITEMS koriva-sdk koriva-sdk-testing)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.pc.in ${package}.pc @ONLY)
+  install(
+    FILES ${PROJECT_BINARY_DIR}/${package}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT dev)
+endforeach()
 
 # Debian packages of the shared library; `cmake --workflow --preset package` makes them. There is no
-# archive in them: it would make everybody who builds against them install OpenSSL's headers.
+# archive of it in them: it would make everybody who builds against them install OpenSSL's headers.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "The KorivaSDK developers")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

@@ -64,6 +64,9 @@ sdk_version() {
 
 # The installed headers, as the build lists them.
 public_headers() {
-  sed -nE 's|^ +\.\./([a-z]+/[A-Za-z]+\.h)\)?$|\1|p; s|^ +([A-Za-z]+\.h)\)?$|KorivaSDK/\1|p' \
-    KorivaSDK/CMakeLists.txt
+  local folder
+  for folder in KorivaSDK testing; do
+    sed -nE "s|^ +\.\./([a-z]+/[A-Za-z]+\.h)\)?\$|\1|p; s|^ +([A-Za-z]+\.h)\)?\$|$folder/\1|p" \
+      "$folder/CMakeLists.txt"
+  done
 }

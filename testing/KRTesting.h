@@ -30,11 +30,11 @@ struct Request {
 
 /// A client's attempt to connect.
 struct Login {
-  std::string server;  ///< the URL that the client was given: scheme, host and port
-  std::string token;   ///< the session token
-  std::string deviceId;
-  bool isNew = false;
-  std::string target;  ///< path and query, as the client sent them
+  std::string server;    ///< the URL that the client was given: scheme, host and port
+  std::string token;     ///< the session token
+  std::string deviceId;  ///< as given to `KorivaSDK::login`
+  bool isNew = false;    ///< whether it is a new device session
+  std::string target;    ///< path and query, as the client sent them
 };
 
 /// Gives the answer to a request: the first item of the acknowledgement.
@@ -42,9 +42,9 @@ using Answer = std::function<KRDictionary(const Request& request)>;
 
 /// What a server says to all connections when they open.
 struct Handshake {
-  std::chrono::milliseconds pingInterval{25'000};
-  std::chrono::milliseconds pingTimeout{20'000};
-  std::uint64_t maxPayload = 1'000'000;  ///< bytes: clients send no larger frame
+  std::chrono::milliseconds pingInterval{25'000};  ///< between two heartbeats
+  std::chrono::milliseconds pingTimeout{20'000};   ///< how late a heartbeat may be
+  std::uint64_t maxPayload = 1'000'000;            ///< bytes: clients send no larger frame
 };
 
 /// The chat server of every client that logs in while it lives. There is no network and no other
@@ -85,6 +85,7 @@ struct Handshake {
 /// was refused, are a failure: from 100,000 frames on the server hangs.
 class Server {
  public:
+  /// Of virtual time.
   using Duration = std::chrono::steady_clock::duration;
 
   /// Takes the place of network and time. Throws std::logic_error when it cannot: there is a server
@@ -122,6 +123,7 @@ class Server {
 
   /// Answers from now on, to each request of the event.
   void answer(std::string_view event, Answer answer);
+  /// The same answer to each.
   void answer(std::string_view event, const KRDictionary& answer);
 
   /// Answers with these items, which are sent as they are: JSON values with commas between, unless
@@ -145,6 +147,7 @@ class Server {
 
   /// Sends a frame of the protocol, such as `41/data,`, also on connections that are being made.
   void send(std::string_view frame, std::string_view token = {});
+  /// The same with a binary message of the WebSocket.
   void sendBinary(std::string_view bytes, std::string_view token = {});
 
   /// Cuts the connection. Clients connect again when their time has come.

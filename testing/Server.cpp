@@ -34,7 +34,7 @@ std::string textOf(const KRDictionary& item) {
 std::string decoded(std::string_view text) {
   std::string result;
   for (; !text.empty(); text.remove_prefix(1)) {
-    int code = text.front();
+    auto code = static_cast<unsigned char>(text.front());
     if (code == '%' && text.size() > 2) {
       std::from_chars(text.data() + 1, text.data() + 3, code, 16);
       text.remove_prefix(2);
