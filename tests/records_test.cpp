@@ -85,13 +85,35 @@ struct Numbers : KRDefines, KRError, KRCall, KRStartCall, KRAnswerCall, KRIceSdp
                             EVENT_TYPE_CALL_CONNECTING}));
 };
 
+boost::json::value emptied(const boost::json::value& value) {
+  if (value.is_string()) return "";
+  if (value.is_array()) return boost::json::array();
+  if (value.is_object()) return KRDictionary();
+  if (value.is_bool()) return false;
+  return 0;
+}
+
+/// What has to come of {}.
+std::string defaultsOf(const Row& row) {
+  if (row.output == "error") return row.output;
+  const auto full = parseDictionary(row.input).value();
+  auto told = row.output == row.input ? KRDictionary() : parseDictionary(row.output).value();
+  KRDictionary defaults;
+  for (const auto& [key, value] : full) {
+    const auto& expected = told.emplace(key, emptied(value)).first->value();
+    if (!expected.is_null()) defaults.emplace(key, expected);
+  }
+  return toJsonString(defaults).value();
+}
+
 /// Checks what comes of a full record and of {}. A null, or a list that no member accepts, is the
 /// same as no member: it fails a strict record and gives a lenient one that member's default.
 template <class T>
 void check(const Row& row) {
-  const auto& [place, name, full, defaults] = row;
-  SCOPED_TRACE(place);
-  EXPECT_EQ(name, boost::core::demangle(typeid(T).name()));
+  SCOPED_TRACE(row.place);
+  const auto& full = row.input;
+  const auto defaults = defaultsOf(row);
+  EXPECT_EQ(row.name, boost::core::demangle(typeid(T).name()));
   EXPECT_EQ(reread<T>(full), full);
   EXPECT_EQ(reread<T>("{}"), defaults);
   const auto members = parseDictionary(full).value();
@@ -139,14 +161,15 @@ TEST(Records, AreReadStrictlyOrLenientlyAndWrittenBack) {
            KRListGroupLinkResponse, KRUserStatusResponse, KRLoginEvent>(rows);
 
   const auto call = *decode<KRCall>(rows[1].input);
-  EXPECT_EQ(std::tie(call.type, call.mediaType, call.callStatus), std::tuple(1, 2, 3));
+  EXPECT_EQ(std::tie(call.type, call.mediaType, call.callStatus), std::tuple(-1, -2, -3));
   EXPECT_EQ(call.id + call.callerUin + call.calleeUins[0] + call.acceptedUins[0], "c123");
   EXPECT_EQ(call.startedAt + call.stoppedAt + call.answeredAt + call.connectedAt, "4567");
   EXPECT_EQ(encoder.encode(KRFile{"u", "n", "e", 1.5}), rows[13].input);
   EXPECT_EQ(KRFile({"u", "n", "e", HUGE_VAL}).toString(), "");
   EXPECT_EQ(decode<KRMessage>(rows[0].input)->messageType(), KRMessageType::text);
-  const auto read = *decode<KRMessage>(R"({"send_uin":1.5,"recv_uin":2,"updated_at":3})");
-  EXPECT_TRUE(read.send_uin == 1.5 && read.recv_uin == 2 && read.updatedAt == 3);
+  const auto read =
+      *decode<KRMessage>(R"({"send_uin":1.5,"recv_uin":2.5,"updated_at":18446744073709551615})");
+  EXPECT_TRUE(read.send_uin == 1.5 && read.recv_uin == 2.5 && read.updatedAt == UINT64_MAX);
   EXPECT_EQ(read.toString(), encoder.encode(KRMessage()));
   const KRMessage sent("m", "g", "t", "sn", "sa", "1", true);
   EXPECT_EQ(sent.messageID + sent.groupID + sent.message + sent.senderUin, "mgt1");
