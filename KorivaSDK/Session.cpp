@@ -14,10 +14,6 @@ namespace socketio = koriva::socketio;
 
 namespace {
 
-struct KRPrivate {
-  static constexpr std::string_view socketUrl = KORIVA_DEFAULT_URL;
-};
-
 struct Shared {
   std::mutex mutex;
   std::shared_ptr<KorivaSDK> client;
@@ -32,6 +28,8 @@ Shared& sharedClient() {
 const socketio::Environment& environment() { return KRRunLoop::main().internals().environment(); }
 
 }  // namespace
+
+constinit const std::string_view KRPrivate::socketUrl = KORIVA_DEFAULT_URL;
 
 koriva::Timing& koriva::timing() {
   static Timing values;

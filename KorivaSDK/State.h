@@ -28,6 +28,10 @@ socketio::Endpoint parseDefaultUrl(std::string_view url);
 
 }  // namespace koriva
 
+struct KRPrivate {
+  static const std::string_view socketUrl;  ///< used unless setBaseUrl() is called
+};
+
 struct KorivaSDK::State {
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
   struct Stranded {};

@@ -120,6 +120,12 @@ struct Play : ServerTest {
 
 TEST(Client, FollowsTheScript) { followScripts<Play>("clients.txt"); }
 
+TEST(Build, IsOfThisVersionAndUrl) {
+  static_assert(std::is_same_v<decltype(KorivaSDKVersionNumber), const double>);
+  EXPECT_EQ(KorivaSDKVersionNumber, std::stod(KorivaSDKVersionString));
+  EXPECT_EQ(KRPrivate::socketUrl, KORIVA_TEST_URL);
+}
+
 TEST(DefaultUrlDeathTest, EndsTheProcessUnlessItIsAUrl) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(koriva::parseDefaultUrl("no url"),

@@ -137,11 +137,12 @@ TEST(Json, SaysNoNumberThatIsNone) {
 
 TEST(Json, IsWrittenInUtf8) {
   const std::string bad = "\xEF\xBF\xBD";
-  for (const auto& [bytes, repaired] :
-       std::map<std::string, std::string>{{"\xff", bad},
-                                          {"a\xf0\x9f\x98z", "a" + bad + "z"},
-                                          {"\xc0\xaf\xed\xa0\x80", bad + bad + bad + bad + bad},
-                                          {"é€😀", "é€😀"}}) {
+  const std::string good = "é€😀\u0080\u07ff\u0800\ud7ff\U00010000\U0010ffff";
+  for (const auto& [bytes, repaired] : std::map<std::string, std::string>{
+           {"a\xf0\x9f\x98z", "a" + bad + "z"},
+           {"\xc0\xaf\xed\xa0\x80\xc1\xbf\xf5\x80\x80\x80\xe0\x9f\xf0\x8f\xf4\x90",
+            replaceAll(".................", ".", bad)},
+           {good, good}}) {
     const KRDictionary dictionary{{bytes, bytes}};
     std::string written;
     EXPECT_TRUE(json::write(written, dictionary, json::InvalidText::replace));

@@ -14,16 +14,18 @@ namespace {
 /// An event whose ids are not those that the request is given.
 KRCallEvent callEvent(std::string_view type) {
   using E = KRCallEvent;
-  const KRCall call("c1", KRCall::MEDIA_TYPE_VIDEO, "g1", "1", {"2"});
-  const E events[]{E::StartCall{call},
-                   E::CreateCall{call},
-                   E::AnswerCall{{"x", "2", 1}},
-                   E::StopCall{{"x", "y"}},
-                   E::IceSdp{{"v=0", 1}},
-                   E::IceCandidate{{"can", "mid", 3}},
-                   E::CustomEvent{{"x", "y", 3, "data", "g0", "c0"}},
-                   E::SendEventCall{{"x", "y", 2}}};
-  const auto& event = events[static_cast<int>(koriva::fromRawValue<E::Key>(type).value())];
+  using Key = E::Key;
+  const auto call = koriva::json::decode<KRCall>(readTable("records.txt").at(1).input).value();
+  const std::map<Key, E> events{
+      {Key::startCall, E::StartCall{call}},
+      {Key::createCall, E::CreateCall{call}},
+      {Key::answerCall, E::AnswerCall{{"x", "2", 1}}},
+      {Key::stopCall, E::StopCall{{"x", "y"}}},
+      {Key::iceSdp, E::IceSdp{{"v=0", 1}}},
+      {Key::iceCandindate, E::IceCandidate{{"can", "mid", 3}}},
+      {Key::customEvent, E::CustomEvent{{"x", "y", 3, "data", "g0", "c0"}}},
+      {Key::sendEventCall, E::SendEventCall{{"x", "y", 2}}}};
+  const auto& event = events.at(koriva::fromRawValue<Key>(type).value());
   EXPECT_EQ(event.type(), type);
   EXPECT_EQ(text(event), *koriva::toJsonString({{type, event.toDictionary()}}));
   return event;
@@ -40,6 +42,7 @@ T argument(const json::value& value) {
   } else if constexpr (std::is_same_v<T, KRCallEvent>) {
     return callEvent(value.as_string());
   } else if constexpr (std::is_same_v<T, KRGroupEvent>) {
+    if (value == "update") return {"g1", Kind::UpdateMessage{}};
     return {"g1", value == "start" ? Kind(Kind::StartTyping{}) : Kind(Kind::StopTyping{})};
   } else if constexpr (std::is_enum_v<T>) {
     return koriva::fromRawValue<T>(value.as_int64()).value();

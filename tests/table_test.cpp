@@ -20,7 +20,7 @@ std::string mistakeIn(const std::string& text, const auto& read) {
 TEST(Table, NamesThePlaceOfAMistake) {
   const auto asTable = [](const auto& lines) { readRows(lines); };
   const std::vector<std::pair<std::string, std::string>> tables{
-      {"# comment\n\n[a]\n  1 => 2\n    3\n  => <a>\n[b]\n  <a {}>\n", "none"},
+      {"# comment\n\n[a]\n  1 => 2\n    3\n  => <a>\n[b]\n  c: <a>\n  <c>\n", "none"},
       {"[a]\n 1 => 2\n", "t.txt:2: a row is indented by two spaces, what it goes on with by four"},
       {"[a]\n1 => 2\n", "t.txt:2: this is no heading, and nothing else stands at the margin"},
       {"[a]\n[b]\n  1\n", "t.txt:1: nothing is below this heading"},

@@ -62,6 +62,7 @@ struct Done {
   operator KRCompletion<T>() const {
     if (name.empty()) return {};
     return [name = name](const KRResult<T>& result) {
+      EXPECT_EQ(result.error() == KRError::ok, result.isSuccess());
       const auto failure = "failure " + std::to_string(result.error().code());
       printLine(name + ": " + (result ? text(result.value()) : failure));
     };

@@ -72,8 +72,9 @@ inline std::string headingOf(const Line& line) {
 }
 
 /// A row `  input => output` of a table, under a heading `[name]`. One without an arrow gives its
-/// input back, and one may begin with it; ¶ stands for a line break. Rows and headings go on in
-/// lines that are indented by four; what is indented further begins with spaces.
+/// input back, and one may begin with it; ¶ stands for a line break. Rows `  name: input` have
+/// names of their own. Rows and headings go on in lines that are indented by four; what is indented
+/// further begins with spaces.
 struct Row {
   std::string place;
   std::string name;
@@ -98,8 +99,8 @@ inline std::vector<Line> joined(const std::vector<Line>& lines) {
   return result;
 }
 
-/// In the rows `<name>` stands for the input and `<name {}>` for the output of one of the samples,
-/// which are the rows above unless there are others.
+/// In the rows `<name>` stands for the input of one of the samples, which are the rows above unless
+/// there are others.
 inline std::vector<Row> readRows(const std::vector<Line>& lines,
                                  const std::vector<Row>& samples = {}) {
   std::vector<Row> rows;
@@ -121,15 +122,18 @@ inline std::vector<Row> readRows(const std::vector<Line>& lines,
     std::string row = (text.starts_with("=> ") ? " " : "") + text;
     for (const auto& sample : samples.empty() ? rows : samples) {
       boost::replace_all(row, "<" + sample.name + ">", sample.input);
-      boost::replace_all(row, "<" + sample.name + " {}>", sample.output);
     }
     if (row.find("<KR") != row.npos) refuse(place, "there is no such sample: " + row);
     boost::replace_all(row, "¶", "\n");
+    const auto colon = row.find(": ");
+    const bool isNamed = colon < row.find_first_of(" \"[{");
+    const auto ownName = isNamed ? row.substr(0, colon) : name;
+    if (isNamed) row.erase(0, colon + 2);
     const auto arrow = row.find(" => ");
     const auto input = row.substr(0, arrow);
     const auto output = arrow == row.npos ? input : row.substr(arrow + 4);
     if (output.empty()) refuse(place, "nothing is behind the arrow");
-    rows.push_back({place, name, input, output});
+    rows.push_back({place, ownName, input, output});
   }
   refuseEmpty();
   return rows;
