@@ -22,6 +22,7 @@ TEST_F(PushesTest, ReachEveryDelegate) {
         rows, [&](const Row& row) { return row.name == event && row.output != "nothing"; });
   };
   for (const auto& row : rows) {
+    if (!canSend("[" + row.input + "]")) continue;
     const auto heard = std::regex_replace(lines(row.output), std::regex("did.*\n"), "a $&b $&a $&");
     const bool isUnknown = row.name.starts_with('!');
     std::istringstream events(row.name.substr(isUnknown ? 1 : 0));

@@ -139,7 +139,7 @@ TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
   for (const auto& request : readRequests()) {
     for (const auto& each : request.rows) {
       const auto& row = each.second;
-      if (isWord(row.input)) continue;
+      if (isWord(row.input) || !canSend(row.input)) continue;
       SCOPED_TRACE(row.place + ": " + request.call);
       located(row.place, [&] { peer->answer(request.event, row.input); });
       peer->forget();
