@@ -33,6 +33,24 @@ struct Play : ServerTest {
   }
 
   koriva::testing::Server& far() { return dynamic_cast<MemoryServer&>(*peer).far; }
+  void say(const std::string& frame, bool isBinary = false) {
+    far().run();
+    isBinary ? far().sendBinary(frame) : far().send(frame);
+    far().run();
+  }
+  void join() {
+    login();
+    say(R"(0{"pingInterval":25000,"pingTimeout":20000})");
+    say("40/data,{}");
+    EXPECT_EQ(console.take(), "KorivaSDK - socket connected\n");
+    peer->forget();
+  }
+  void printFrames() {
+    far().run();
+    for (const auto& frame : far().frames()) print(frame);
+    if (far().frames().empty()) print("nothing");
+    peer->forget();
+  }
 
   KRRunLoop& loop = KRRunLoop::main();
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
@@ -42,7 +60,14 @@ struct Play : ServerTest {
       {"pass *", [this](auto& it) { far().advance(millisecondsIn(it)); }},
       {"hang", [this](auto&) { far().hang(); }},
       {"accept", [this](auto&) { far().accept(); }},
-      {"say *", [this](auto& it) { far().send(it.argument); }},
+      {"drop", [this](auto&) { far().drop(); }},
+      {"say *", [this](auto& it) { say(it.argument); }},
+      {"sayBinary *", [this](auto& it) { say(it.argument, true); }},
+      {"sayLargest",
+       [this](auto&) { say(std::string(koriva::socketio::maxIncomingBytes, 'x'), true); }},
+      {"frames", [this](auto&) { printFrames(); }},
+      {"byteLimit *", [](auto& it) { koriva::timing().limits.outgoingBytes = numberIn(it); }},
+      {"join", [this](auto&) { join(); }},
       {"url", [this](auto&) { print(sdk->setBaseUrl("") ? "taken" : "refused"); }},
       {"url *", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
       {"login", [this](auto&) { login(); }},
@@ -118,7 +143,21 @@ struct Play : ServerTest {
   };
 };
 
+/// With a server that says what the script has it say, and no more.
+struct ProtocolPlay : Play {
+  explicit ProtocolPlay(bool /*inTime*/) : Play(true) { far().hang(); }
+  std::string rest() {
+    far().run();
+    return Play::rest();
+  }
+};
+
 TEST(Client, FollowsTheScript) { followScripts<Play>("clients.txt"); }
+
+TEST(Client, FollowsTheProtocol) {
+  if (realServer()) GTEST_SKIP() << "it says what it likes";
+  followScripts<ProtocolPlay>("protocol.txt");
+}
 
 TEST(DefaultUrlDeathTest, EndsTheProcessUnlessItIsAUrl) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
