@@ -57,7 +57,11 @@ struct Play : ServerTest {
   std::shared_ptr<KorivaSDK> other;
   std::map<std::string, std::shared_ptr<Recorder>> recorders;
   const Steps steps{
-      {"pass *", [this](auto& it) { far().advance(millisecondsIn(it)); }},
+      {"pass *",
+       [this](auto& it) {
+         EXPECT_EQ(console.take(), "") << it.place;
+         far().advance(millisecondsIn(it));
+       }},
       {"hang", [this](auto&) { far().hang(); }},
       {"accept", [this](auto&) { far().accept(); }},
       {"drop", [this](auto&) { far().drop(); }},
@@ -145,7 +149,10 @@ struct Play : ServerTest {
 
 /// With a server that says what the script has it say, and no more.
 struct ProtocolPlay : Play {
-  explicit ProtocolPlay(bool /*inTime*/) : Play(true) { far().hang(); }
+  explicit ProtocolPlay(bool /*inTime*/) : Play(true) {
+    koriva::timing().limits.redial = 0ms;
+    far().hang();
+  }
   std::string rest() {
     far().run();
     return Play::rest();

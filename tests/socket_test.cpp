@@ -47,7 +47,10 @@ class Play {
     seen_.pop_front();
     return next;
   }
-  std::string rest() { return next(); }
+  std::string rest() {
+    run();
+    return next();
+  }
 
  private:
   Socket& socket() { return *manager_->socket(); }
@@ -97,15 +100,14 @@ class Play {
   const test::Steps steps{
       {"eventLimit *", [this](auto& it) { limits_.undelivered = test::numberIn(it); }},
       {"queued *", [this](auto& it) { far_->queued = test::numberIn(it); }},
-      {"open", [this](auto&) { open(); }},
-      {"join", [this](auto&) { join(); }},
+      {"open:", [this](auto& it) { open(), perform(steps, it.body); }},
+      {"join:", [this](auto& it) { join(), perform(steps, it.body); }},
       {"text *", [this](auto& it) { listener()->onText(it.argument); }},
       {"lose *", [this](auto& it) { listener()->onClosed(it.argument); }},
       {"pass *", [this](auto& it) { pass(test::millisecondsIn(it)); }},
       {"emit *", [this](auto& it) { socket().emit(it.argument, "1"); }},
       {"disconnect", [this](auto&) { socket().disconnect(); }},
       {"release", [this](auto&) { manager_.reset(); }},
-      {"run", [this](auto&) { run(); }},
   };
 };
 
