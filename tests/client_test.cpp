@@ -38,11 +38,15 @@ struct Play : ServerTest {
     isBinary ? far().sendBinary(frame) : far().send(frame);
     far().run();
   }
+  void takePrinted(const std::string& text) {
+    const auto printed = console.take();
+    if (printed != text) throw std::runtime_error("'" + printed + "' was printed before");
+  }
   void join() {
     login();
     say(R"(0{"pingInterval":25000,"pingTimeout":20000})");
     say("40/data,{}");
-    EXPECT_EQ(console.take(), "KorivaSDK - socket connected\n");
+    takePrinted("KorivaSDK - socket connected\n");
     peer->forget();
   }
   void printFrames() {
@@ -59,7 +63,7 @@ struct Play : ServerTest {
   const Steps steps{
       {"pass *",
        [this](auto& it) {
-         EXPECT_EQ(console.take(), "") << it.place;
+         takePrinted("");
          far().advance(millisecondsIn(it));
        }},
       {"hang", [this](auto&) { far().hang(); }},
@@ -69,6 +73,7 @@ struct Play : ServerTest {
       {"sayBinary *", [this](auto& it) { say(it.argument, true); }},
       {"sayLargest",
        [this](auto&) { say(std::string(koriva::socketio::maxIncomingBytes, 'x'), true); }},
+      {"pending", [this](auto&) { print(far().pending()); }},
       {"frames", [this](auto&) { printFrames(); }},
       {"byteLimit *", [](auto& it) { koriva::timing().limits.outgoingBytes = numberIn(it); }},
       {"join", [this](auto&) { join(); }},

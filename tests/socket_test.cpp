@@ -60,7 +60,7 @@ class Play {
     do {
       network_.restart();
       handlers_.restart();
-    } while (network_.poll() > 0 || handlers_.poll() > 0);
+    } while (network_.poll() > 0 || handlers_.poll_one() > 0);
   }
   void pass(Duration duration) {
     const auto end = clock_->now() + duration;
@@ -68,6 +68,7 @@ class Play {
     while (clock_->advance(end));
   }
   void open() {
+    run();
     Manager::Options options{"/data", {}, limits_};
     manager_ = std::make_unique<Manager>(environment_, *Endpoint::parse("http://h"), options);
     socket().on(errorEvent, [this](const auto& items) { note_(std::string(items.text())); });
