@@ -33,16 +33,50 @@ struct Play : ServerTest {
   }
 
   koriva::testing::Server& far() { return dynamic_cast<MemoryServer&>(*peer).far; }
+  void say(const std::string& frame, bool isBinary = false) {
+    far().run();
+    isBinary ? far().sendBinary(frame) : far().send(frame);
+    far().run();
+  }
+  void takePrinted(const std::string& text) {
+    const auto printed = console.take();
+    if (printed != text) throw std::runtime_error("'" + printed + "' was printed before");
+  }
+  void join() {
+    login();
+    say(R"(0{"pingInterval":25000,"pingTimeout":20000})");
+    say("40/data,{}");
+    takePrinted("KorivaSDK - socket connected\n");
+    peer->forget();
+  }
+  void printFrames() {
+    far().run();
+    for (const auto& frame : far().frames()) print(frame);
+    if (far().frames().empty()) print("nothing");
+    peer->forget();
+  }
 
   KRRunLoop& loop = KRRunLoop::main();
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
   std::shared_ptr<KorivaSDK> other;
   std::map<std::string, std::shared_ptr<Recorder>> recorders;
   const Steps steps{
-      {"pass *", [this](auto& it) { far().advance(millisecondsIn(it)); }},
+      {"pass *",
+       [this](auto& it) {
+         takePrinted("");
+         far().advance(millisecondsIn(it));
+       }},
       {"hang", [this](auto&) { far().hang(); }},
       {"accept", [this](auto&) { far().accept(); }},
-      {"say *", [this](auto& it) { far().send(it.argument); }},
+      {"drop", [this](auto&) { far().drop(); }},
+      {"say *", [this](auto& it) { say(it.argument); }},
+      {"sayBinary *", [this](auto& it) { say(it.argument, true); }},
+      {"sayLargest",
+       [this](auto&) { say(std::string(koriva::socketio::maxIncomingBytes, 'x'), true); }},
+      {"pending", [this](auto&) { print(far().pending()); }},
+      {"frames", [this](auto&) { printFrames(); }},
+      {"byteLimit *", [](auto& it) { koriva::timing().limits.outgoingBytes = numberIn(it); }},
+      {"join", [this](auto&) { join(); }},
       {"url", [this](auto&) { print(sdk->setBaseUrl("") ? "taken" : "refused"); }},
       {"url *", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
       {"login", [this](auto&) { login(); }},
@@ -118,7 +152,24 @@ struct Play : ServerTest {
   };
 };
 
+/// With a server that says what the script has it say, and no more.
+struct ProtocolPlay : Play {
+  explicit ProtocolPlay(bool /*inTime*/) : Play(true) {
+    koriva::timing().limits.redial = 0ms;
+    far().hang();
+  }
+  std::string rest() {
+    far().run();
+    return Play::rest();
+  }
+};
+
 TEST(Client, FollowsTheScript) { followScripts<Play>("clients.txt"); }
+
+TEST(Client, FollowsTheProtocol) {
+  if (realServer()) GTEST_SKIP() << "it says what it likes";
+  followScripts<ProtocolPlay>("protocol.txt");
+}
 
 TEST(Build, IsOfThisVersionAndUrl) {
   static_assert(std::is_same_v<decltype(KorivaSDKVersionNumber), const double>);

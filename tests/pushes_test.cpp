@@ -22,12 +22,14 @@ TEST_F(PushesTest, ReachEveryDelegate) {
         rows, [&](const Row& row) { return row.name == event && row.output != "nothing"; });
   };
   for (const auto& row : rows) {
+    if (!canSend("[" + row.input + "]")) continue;
     const auto heard = std::regex_replace(lines(row.output), std::regex("did.*\n"), "a $&b $&a $&");
     const bool isUnknown = row.name.starts_with('!');
     std::istringstream events(row.name.substr(isUnknown ? 1 : 0));
     for (std::string event; std::getline(events, event, ',');) {
       SCOPED_TRACE(row.place + ": " + event + " " + row.input);
       if (!isUnknown && !isHeard(event)) refuse(row.place, "nobody hears of '" + event + "'");
+      console.take();  // what gtest says of the one before
       located(row.place, [&] { peer->push(event, row.input); });
       EXPECT_EQ(settle(), heard);
     }

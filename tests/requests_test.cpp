@@ -144,10 +144,11 @@ TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
   for (const auto& request : readRequests()) {
     for (const auto& each : request.rows) {
       const auto& row = each.second;
-      if (isWord(row.input)) continue;
+      if (isWord(row.input) || !canSend(row.input)) continue;
       SCOPED_TRACE(row.place + ": " + request.call);
       located(row.place, [&] { peer->answer(request.event, row.input); });
       peer->forget();
+      console.take();  // what gtest says of the row before
       request.send();
       const auto told = boost::replace_all_copy(lines(row.output), "<failure>\n", request.failure);
       EXPECT_EQ(settle(), request.trace + told);

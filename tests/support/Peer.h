@@ -21,6 +21,13 @@ namespace json = boost::json;
 /// The program to test against, in place of the server in memory; null if none is named.
 inline const char* realServer() { return std::getenv("KORIVA_REAL_SERVER"); }
 
+/// Real servers send nothing but JSON.
+inline bool canSend(const std::string& list) {
+  boost::system::error_code error;
+  json::parse(list, error);
+  return !realServer() || !error;
+}
+
 /// A server that does what tests tell it. Items are JSON arrays, in which {"$binary":"text"} stands
 /// for bytes and {"$payload":"key"} for what the request holds.
 class Peer {
