@@ -72,7 +72,7 @@ inline std::string headingOf(const Line& line) {
 }
 
 /// A row `  input => output` of a table, under a heading `[name]`. One without an arrow gives its
-/// input back, and one may begin with it; ¶ stands for a line break. Rows `  name: input` have
+/// input back, and one may begin with it; ¶ stands for a line break. Rows `  KRName: input` have
 /// names of their own. Rows and headings go on in lines that are indented by four; what is indented
 /// further begins with spaces.
 struct Row {
@@ -126,7 +126,7 @@ inline std::vector<Row> readRows(const std::vector<Line>& lines,
     if (row.find("<KR") != row.npos) refuse(place, "there is no such sample: " + row);
     boost::replace_all(row, "¶", "\n");
     const auto colon = row.find(": ");
-    const bool isNamed = colon < row.find_first_of(" \"[{");
+    const bool isNamed = row.starts_with("KR") && colon < row.find_first_of(" \"[{");
     const auto ownName = isNamed ? row.substr(0, colon) : name;
     if (isNamed) row.erase(0, colon + 2);
     const auto arrow = row.find(" => ");
