@@ -146,6 +146,7 @@ TEST_F(RequestsTest, SendTheirPayloadAndReadTheAnswer) {
       SCOPED_TRACE(row.place + ": " + request.call);
       located(row.place, [&] { server.answer(request.event, row.input); });
       server.tell(R"({"do":"forget"})");
+      forgetFailures();
       request.send();
       const auto told = boost::replace_all_copy(lines(row.output), "<failure>\n", request.failure);
       EXPECT_EQ(settle(), request.trace + told);
