@@ -3,9 +3,7 @@
 
 #include <boost/algorithm/string.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <deque>
 #include <list>
-#include <random>
 #include <set>
 
 #include "tests/support/Attempt.h"
@@ -177,13 +175,6 @@ struct ImpatientClient : ServerTest {
     EXPECT_TRUE(sdk->setBaseUrl(playUrl(server, scripts)));
     login();
   }
-  /// Until every request has ended.
-  void finish() {
-    login();
-    sdk->disconnect();
-    sdk->deleteGroup("g", Done{"last"});
-    printedTo("last: failure");
-  }
 
   Server& server = static_cast<Server&>(*peer);
 };
@@ -205,47 +196,6 @@ TEST_F(ImpatientClient, IsServedAgainAfterEveryFault) {
   boost::split(lines, settle(), boost::is_any_of("\n"));
   EXPECT_EQ(std::ranges::count(lines, "KorivaSDK - socket disconnected"), came() - 1);
   EXPECT_THAT(lines, Each(Not(HasSubstr("token"))));
-}
-
-TEST_F(ImpatientClient, IsServedAgainAfterSilence) {
-  koriva::timing().limits.connect = 500ms;
-  play({"hold", honest});
-  EXPECT_TRUE(awaitConnection());
-}
-
-TEST_F(ImpatientClient, CompletesEveryRequestOnce) {
-  koriva::timing().limits = {.connect = 1s, .acknowledgement = 200ms, .redial = 0ms};
-  play({"welcome + chaos"});
-  std::mt19937 random(20'822);
-  std::deque<int> completions;
-  std::deque<int> expected;
-  int successes = 0;
-  bool isIn = true;
-  const auto request = [&] {
-    sdk->deleteGroup("g", [&, &count = completions.emplace_back()](const auto& result) {
-      ++count, successes += result.isSuccess();
-    });
-    expected.push_back(isIn ? 1 : 0);
-  };
-  const auto succeed = [&] {
-    const int before = successes;
-    return runUntil([&] {
-      if (completions.back() == expected.back()) request();
-      return successes > before;
-    });
-  };
-  for (int i = 0; i < 300; ++i) {
-    request();
-    const auto choice = random() % 256;
-    if (choice < 2) sdk->disconnect();
-    if (choice == 2) sdk->logout(), isIn = false;
-    if (choice == 3 || (choice > 200 && !isIn)) login(), isIn = true;
-    if (choice > 200) drive();
-    EXPECT_TRUE(choice <= 250 || succeed());
-  }
-  EXPECT_TRUE(runUntil([&] { return completions == expected; }));
-  finish();
-  EXPECT_EQ(completions, expected);
 }
 
 TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
@@ -284,42 +234,6 @@ TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
   printedTo("end\n");
   for (const auto& own : links) EXPECT_TRUE(std::ranges::is_sorted(own, std::less_equal<>()));
   console.take();
-}
-
-TEST_F(ImpatientClient, CanBeChangedFromInsideAnyCallback) {
-  koriva::timing().limits = {.connect = 1s, .acknowledgement = 60ms, .redial = 0ms};
-  const auto url =
-      playUrl(server, {R"(welcome + 81:42/data,["message",{}] + answer + 81:41/data, + hold)"});
-  const std::vector<std::function<void()>> changes{
-      [&] { sdk->disconnect(); }, [&] { sdk->logout(); }, [&] { login(); },
-      [&] { sdk->logout(), login(); }, [&] { renewClient(); }};
-  std::size_t heard = 0;
-  std::size_t i = 0;
-  std::shared_ptr<Recorder> recorder;
-  const std::function<void()> act = [&] {
-    recorder->act = act;
-    if (heard++ == i / changes.size()) changes[i % changes.size()]();
-  };
-  for (; i < 5 * changes.size(); ++i) {
-    renewClient();
-    sdk->setBaseUrl(url);
-    login();
-    KRRunLoop::main().runFor(i * 100us);  // and gone, whatever it has come to
-    renewClient();
-    heard = 0;
-    recorder = addRecorder("d");
-    recorder->act = act;
-    sdk->setBaseUrl(url);
-    sdk->runNowOrWhenSDKReady([&](bool) {
-      act();
-      sdk->deleteGroup("g", [&](const auto&) { act(); });
-    });
-    login();
-    EXPECT_TRUE(runUntil([&] { return heard > i / changes.size(); }));
-  }
-  finish();
-  EXPECT_TRUE(
-      runUntil([&] { return server.reports("left").size() == server.reports("came").size(); }));
 }
 
 TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {

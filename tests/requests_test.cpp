@@ -215,9 +215,23 @@ TEST_F(TimedRequestsTest, CompleteOnceEachWhateverHappens) {
       [&] { far.run(); },
       [&] { far.advance(std::chrono::milliseconds(random() % 8000)); }};
   far.answer("delete_group", {{"result", 0}});
-  for (int i = 0; i < 10'000; ++i) {
+  const auto recorder = std::make_shared<Recorder>("d");
+  int depth = 0;
+  const std::function<void()> act = [&] {
+    ++depth;
     turns[random() % turns.size()]();
-    sdk->deleteGroup("g", [&count = completions.emplace_back()](const auto&) { ++count; });
+    --depth;
+    sdk->removeDelegate(recorder);
+    sdk->addDelegate(recorder);
+    recorder->act = depth < 3 && random() % 2 == 0 ? act : nullptr;
+  };
+  for (int i = 0; i < 10'000; ++i) {
+    act();
+    const bool acts = random() % 2 == 0;
+    sdk->deleteGroup("g", [&, acts, &count = completions.emplace_back()](const auto&) {
+      ++count;
+      if (acts && depth < 3) act();
+    });
     expected.push_back(isIn ? 1 : 0);
   }
   far.advance(5s);
