@@ -18,7 +18,6 @@ class AsyncTest : public ServerTest {
 };
 
 TEST_F(AsyncTest, EndsAlsoWhenNoCompletionComes) {
-  EXPECT_FALSE(KRRunLoop::main().attach({}));
   mute(Done{"no socket"});
   EXPECT_EQ(console.take(), "");
   printedTo("no socket: failure 1\n");

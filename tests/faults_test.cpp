@@ -171,10 +171,6 @@ struct ImpatientClient : ServerTest {
   ImpatientClient() : ServerTest(std::make_unique<Server>()) {
     koriva::timing().reconnectInterval = 20ms;
   }
-  void play(const std::vector<std::string>& scripts) {
-    EXPECT_TRUE(sdk->setBaseUrl(playUrl(server, scripts)));
-    login();
-  }
 
   Server& server = static_cast<Server&>(*peer);
 };
@@ -186,7 +182,8 @@ TEST_F(ImpatientClient, IsServedAgainAfterEveryFault) {
     if (endsByItself && !fault.isTls) scripts.push_back(fault.script);
   }
   scripts.push_back(honest);
-  play(scripts);
+  EXPECT_TRUE(sdk->setBaseUrl(playUrl(server, scripts)));
+  login();
   const auto came = [&] { return server.reports("came").size(); };
   for (std::size_t i = 1; i <= scripts.size(); ++i) {
     EXPECT_TRUE(runUntil([&] { return came() >= i; }));

@@ -4,7 +4,6 @@
 // port. It ends with its standard input.
 //
 //   {"do":"answer","event":"x","items":[…]}   answers to "x" from now on
-//   {"do":"hold"}, {"do":"held"}, {"do":"release"}   keeps answers back, counts them, sends them
 //   {"do":"push","items":["event",…]}         to every client
 //   {"do":"refuse","on":true}                 refuses the namespace
 //   {"do":"reports","of":"x"}                 what has happened, of the kind x, in order
@@ -30,7 +29,6 @@ const reports = [];
 const report = (of, what) => reports.push({ of, what });
 
 const answers = new Map();
-let held;
 let refusing = false;
 
 const filledIn = (items, payload) =>
@@ -46,10 +44,7 @@ http.on("secureConnection", (socket) => {
   report("name", socket.servername);
 });
 http.on("upgrade", (request) => report("url", request.url));
-const io = new Server(http, { transports: ["websocket"], ...options.server });
-io.engine.on("connection", (connection) =>
-  connection.on("packet", ({ type, data }) => report("packet", type + (data ?? ""))),
-);
+const io = new Server(http, { transports: ["websocket"] });
 
 const chat = io.of("/data");
 chat.use((client, next) => next(refusing ? new Error("not authorized") : undefined));
@@ -57,24 +52,15 @@ chat.on("connection", (client) => {
   client.on("disconnect", (reason) => report("disconnect", reason));
   client.onAny((event, ...items) => {
     const answer = typeof items.at(-1) === "function" ? items.pop() : undefined;
-    if (!held) report("event", [event, items, answer !== undefined]);
+    report("event", [event, items, answer !== undefined]);
     // The last request of a test, by which it knows that nothing else is to come.
     const chosen = items[0]?.group_id === "sentinel" ? [{ result: 0 }] : answers.get(event);
-    if (!answer || !chosen) return;
-    const send = () => answer(...filledIn(chosen, items[0]));
-    if (held) held.push(send);
-    else send();
+    if (answer && chosen) answer(...filledIn(chosen, items[0]));
   });
 });
 
 const commands = {
   answer: ({ event, items }) => void answers.set(event, items),
-  hold: () => void (held = []),
-  held: () => held.length,
-  release() {
-    held.forEach((send) => send());
-    held = undefined;
-  },
   push: ({ items }) => void chat.emit(...filledIn(items)),
   refuse: ({ on }) => void (refusing = on),
   reports: ({ of }) => reports.filter((each) => each.of === of).map(({ what }) => what),

@@ -26,10 +26,7 @@ function frame(head, payload) {
 const stepsOf = (script) =>
   script.split(" + ").map((step) => /^(raw|[\da-f]{2}):([^]*)/.exec(step) ?? [step]);
 
-const steps = "hello request upgrade join welcome answer serve chaos repeat hold reset".split(" ");
-
-let seed = 20822;
-const random = (below) => (seed = (seed * 16807) % 2147483647) % below;
+const steps = "hello request upgrade join welcome answer serve repeat hold reset".split(" ");
 
 class Peer {
   constructor(socket) {
@@ -82,19 +79,6 @@ class Peer {
   }
   async serve() {
     for (;;) await this.answer();
-  }
-  async chaos() {
-    for (let late = 0; ; ) {
-      const id = await this.hearEvent();
-      const dice = random(200);
-      if (dice < 160) this.reply(id);
-      if (dice < 40) this.reply(late);
-      if (dice === 160) this.write("81", "41/data,");
-      if (dice === 161) this.reset();
-      if (dice === 162) return;
-      if (dice === 163) await sleep(random(90));
-      if (dice > 163) late = id;
-    }
   }
   async repeat() {
     this.socket.pause();

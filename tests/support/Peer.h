@@ -6,17 +6,51 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/json.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <semaphore>
 #include <stdexcept>
 
+#include "KorivaSDK/KRRunLoop.h"
+#include "KorivaSDK/State.h"
 #include "testing/KRTesting.h"
-#include "tests/support/Loop.h"
 
 namespace koriva::test {
 
 namespace json = boost::json;
+using namespace std::chrono_literals;
+
+/// What has to come may take so long, on the slowest of machines.
+inline constexpr auto patience = 60s;
+
+/// Limits that no test meets by being slow, and no wait between attempts.
+inline constexpr socketio::Limits patient{.connect = 1h, .acknowledgement = 1h, .redial = 0ms};
+
+inline std::counting_semaphore<> wakeUps(0);
+
+/// Gives the network a thread of its own when KORIVA_TEST_ATTACHED is set.
+inline bool attached() {
+  static const bool done = std::getenv("KORIVA_TEST_ATTACHED") != nullptr &&
+                           KRRunLoop::main().attach([] { wakeUps.release(); });
+  return done;
+}
+
+/// Drives the run loop for a moment. When attached, polls only after a wake-up.
+inline void drive() {
+  if (!attached()) return KRRunLoop::main().runFor(2ms);
+  if (wakeUps.try_acquire_for(2ms)) KRRunLoop::main().poll();
+}
+
+/// Drives the run loop until the condition holds; false when it never does.
+[[nodiscard]] bool runUntil(const auto& condition) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  for (; !condition(); drive()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+  }
+  return true;
+}
 
 /// The program to test against, in place of the server in memory; null if none is named.
 inline const char* realServer() { return std::getenv("KORIVA_REAL_SERVER"); }
@@ -29,7 +63,7 @@ inline bool canSend(const std::string& list) {
 }
 
 /// A server that does what tests tell it. Items are JSON arrays, in which {"$binary":"text"} stands
-/// for bytes and {"$payload":"key"} for what the request holds.
+/// for bytes.
 class Peer {
  public:
   virtual ~Peer() = default;
@@ -119,7 +153,7 @@ class MemoryServer final : public Peer {
     answers_[event] = items;
   }
   void push(const std::string& event, const std::string& items) override {
-    send("42/data,", "[\"" + event + (items.empty() ? "\"" : "\",") + items + "]", {});
+    send("42/data,", "[\"" + event + (items.empty() ? "\"" : "\",") + items + "]");
   }
   void refuse(bool on) override { on ? far.refuse("not authorized") : far.accept(); }
   json::array reports(const std::string& of) override {
@@ -169,18 +203,18 @@ class MemoryServer final : public Peer {
       if (group && *group == "sentinel") {
         far.reply(request, {{"result", 0}});
       } else if (answer != answers_.end()) {
-        send("43/data," + std::to_string(*request.id), answer->second, request.payload);
+        send("43/data," + std::to_string(*request.id), answer->second);
       }
     }
     return from < requests.size();
   }
 
   /// Sends items as they are, unless something stands for something else.
-  void send(std::string head, const std::string& items, const KRDictionary& payload) {
+  void send(std::string head, const std::string& items) {
     if (items.find("{\"$") == items.npos) return far.send(head + items);
     auto value = json::parse(items);
     std::vector<std::string> parts;
-    fill(value, payload, parts);
+    extract(value, parts);
     if (!parts.empty()) {
       head[1] = head[1] == '2' ? '5' : '6';
       head.insert(2, std::to_string(parts.size()) + "-");
@@ -189,18 +223,15 @@ class MemoryServer final : public Peer {
     for (const auto& part : parts) far.sendBinary(part);
   }
 
-  static void fill(json::value& value, const KRDictionary& payload,
-                   std::vector<std::string>& parts) {
+  static void extract(json::value& value, std::vector<std::string>& parts) {
     if (auto* list = value.if_array()) {
-      for (auto& item : *list) fill(item, payload, parts);
+      for (auto& item : *list) extract(item, parts);
     } else if (auto* object = value.if_object()) {
-      if (const auto* key = object->if_contains("$payload")) {
-        value = json::value(payload.at(key->as_string()));
-      } else if (const auto* bytes = object->if_contains("$binary")) {
+      if (const auto* bytes = object->if_contains("$binary")) {
         parts.emplace_back(bytes->as_string());
         value = {{"_placeholder", true}, {"num", parts.size() - 1}};
       } else {
-        for (auto& member : *object) fill(member.value(), payload, parts);
+        for (auto& member : *object) extract(member.value(), parts);
       }
     }
   }
