@@ -100,11 +100,11 @@ void KorivaSDK::initSocket() {
 
   auto manager =
       std::make_shared<socketio::Manager>(environment(), state_->baseURL, std::move(options));
-  const auto notBefore =
-      state_->manager ? state_->manager->socket()->nextDial() : socketio::TimePoint();
+  const auto delay =
+      state_->manager ? state_->manager->socket()->delayOfNextDial() : socketio::Duration();
   state_->socket.store(manager->socket());
   state_->manager = manager;  // the one before is released: nobody hears of it any more
-  manager->connect(notBefore);
+  manager->connect(delay);
   addHandlers(*manager->socket());
   initReconnectTimer();
 }

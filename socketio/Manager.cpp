@@ -10,6 +10,6 @@ Manager::Manager(const Environment& environment, const Endpoint& endpoint, Optio
 
 Manager::~Manager() { socket_->release(); }
 
-void Manager::connect(TimePoint notBefore) { socket_->connect(endpoint_, parameters_, notBefore); }
+void Manager::connect(Duration delay) { socket_->connect(endpoint_, parameters_, delay); }
 
 }  // namespace koriva::socketio

@@ -25,8 +25,8 @@ class Manager {
 
   [[nodiscard]] const std::shared_ptr<Socket>& socket() const { return socket_; }
 
-  /// Asks the socket to connect, at that time or later. No handler runs before this returns.
-  void connect(TimePoint notBefore = {});
+  /// Asks the socket to connect, after the delay. No handler runs before this returns.
+  void connect(Duration delay = {});
 
  private:
   Endpoint endpoint_;

@@ -18,15 +18,17 @@ void Socket::on(std::string_view event, Handler handler) {
 }
 
 void Socket::connect(const Endpoint& endpoint, const ConnectParameters& parameters,
-                     TimePoint notBefore) {
+                     Duration delay) {
   if (status() != Status::notConnected) return;
   status_ = Status::connecting;
-  lastDial_ = std::max(notBefore, clock_->now());
-  engine_->open(endpoint, parameters, notBefore, weak_from_this());
+  lastDial_ = clock_->now() + delay;
+  engine_->open(endpoint, parameters, lastDial_, weak_from_this());
 }
 
-TimePoint Socket::nextDial() const {
-  return lastDial_ > clock_->now() ? lastDial_ : lastDial_ + limits_.redial;
+Duration Socket::delayOfNextDial() const {
+  const auto now = clock_->now();
+  const auto next = lastDial_ > now ? lastDial_ : lastDial_ + limits_.redial;
+  return std::max(next - now, Duration::zero());
 }
 
 void Socket::disconnect() {

@@ -40,12 +40,13 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
   /// Handlers of one event run in the order in which they were added.
   void on(std::string_view event, Handler handler);
 
-  /// Is connecting from now on, but dials no earlier than at the time given.
-  void connect(const Endpoint& endpoint, const ConnectParameters& parameters, TimePoint notBefore);
+  /// Is connecting from now on, but dials only after the delay.
+  void connect(const Endpoint& endpoint, const ConnectParameters& parameters, Duration delay);
 
-  /// When the next socket may dial: whatever a delegate does about each failed attempt, or about
-  /// connections that end as soon as they stand, it does so a few times a second.
-  [[nodiscard]] TimePoint nextDial() const;
+  /// How long the next socket has to wait before it dials: whatever a delegate does about each
+  /// failed attempt, or about connections that end as soon as they stand, it does so a few times a
+  /// second. Not a point in time, as that socket's clock may be another one.
+  [[nodiscard]] Duration delayOfNextDial() const;
 
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handlers of a socket that was connecting or connected run before this returns.
