@@ -98,11 +98,24 @@ TEST(Json, IsReadAndWritten) {
 TEST(Json, MayBeLongAndDeepWithinBounds) {
   const std::string text = "\"" + std::string(20'000, 'x') + "\\t\"";
   EXPECT_EQ(member<One<std::string>>("\"a\\n\",\"v\":" + text), text);
+  EXPECT_EQ(reread<One<I64>>("{" + text + ":2,\"v\":1}"), "{\"v\":1}");
   EXPECT_EQ(reread<One<I64>>(nested(63)), "{\"v\":1}");
   EXPECT_EQ(dynamic(nested(63)), nested(63));
   for (const auto& refused : {nested(64), nested(100'000), std::string("{\"w\":\"\xff\"}")}) {
     EXPECT_EQ(reread<One<I64>>(refused), "error");
     EXPECT_EQ(dynamic(refused), "error");
+  }
+}
+
+TEST(Json, IsWrittenToABoundedDepth) {
+  boost::json::value list = 1;
+  boost::json::value object = 1;
+  for (int depth = 1; depth <= 65; ++depth) {
+    list = boost::json::array{list};
+    object = KRDictionary{{"v", object}};
+    std::string out;
+    EXPECT_EQ(json::write(out, list), depth <= 64);
+    EXPECT_EQ(json::write(out, object), depth <= 64);
   }
 }
 
