@@ -46,7 +46,7 @@ void KRRunLoop::run() { runFor(std::chrono::steady_clock::duration::max()); }
 void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
   auto& loop = *internals_;
   loop.rethrowKept();
-  loop.running = true;
+  const bool isNested = loop.running.exchange(true);
   loop.context.restart();
   // After the restart: a stop from another thread either is seen here or stops the context.
   if (!loop.stopRequested) {
@@ -59,7 +59,7 @@ void KRRunLoop::runFor(std::chrono::steady_clock::duration duration) {
       loop.context.run_until(now + duration);
     }
   }
-  loop.running = false;
+  loop.running = isNested;
   if (loop.stopRequested && !loop.attached) loop.finishFarewells();
   loop.stopRequested = false;
   loop.rethrowKept();
@@ -72,9 +72,9 @@ void KRRunLoop::Internals::runOnStage(std::chrono::steady_clock::duration durati
   const auto end = isEndless ? now + stageLimit : now + duration;
   do {
     context.poll();
-    if (context.stopped()) return;
+    if (context.stopped() || stopRequested) return;
   } while (on->advance(end));
-  if (isEndless) koriva::guarded([&] { on->onEndlessRun(); });
+  if (isEndless && stage == on) koriva::guarded([&] { on->onEndlessRun(); });
 }
 
 void KRRunLoop::poll() {

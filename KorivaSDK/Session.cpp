@@ -100,8 +100,9 @@ void KorivaSDK::initSocket() {
 
   auto manager =
       std::make_shared<socketio::Manager>(environment(), state_->baseURL, std::move(options));
-  const auto delay =
-      state_->manager ? state_->manager->socket()->delayOfNextDial() : socketio::Duration();
+  const auto delay = state_->manager
+                         ? state_->manager->socket()->delayOfNextDial(*environment().clock())
+                         : socketio::Duration();
   state_->socket.store(manager->socket());
   state_->manager = manager;  // the one before is released: nobody hears of it any more
   manager->connect(delay);

@@ -25,7 +25,8 @@ void Socket::connect(const Endpoint& endpoint, const ConnectParameters& paramete
   engine_->open(endpoint, parameters, lastDial_, weak_from_this());
 }
 
-Duration Socket::delayOfNextDial() const {
+Duration Socket::delayOfNextDial(const Clock& nextClock) const {
+  if (&nextClock != clock_.get()) return {};
   const auto now = clock_->now();
   const auto next = lastDial_ > now ? lastDial_ : lastDial_ + limits_.redial;
   return std::max(next - now, Duration::zero());

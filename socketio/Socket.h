@@ -45,8 +45,8 @@ class Socket final : public Engine::Listener, public std::enable_shared_from_thi
 
   /// How long the next socket has to wait before it dials: whatever a delegate does about each
   /// failed attempt, or about connections that end as soon as they stand, it does so a few times a
-  /// second. Not a point in time, as that socket's clock may be another one.
-  [[nodiscard]] Duration delayOfNextDial() const;
+  /// second. Nothing binds a socket whose clock is another one.
+  [[nodiscard]] Duration delayOfNextDial(const Clock& nextClock) const;
 
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handlers of a socket that was connecting or connected run before this returns.

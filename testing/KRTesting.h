@@ -26,6 +26,7 @@ struct Request {
   KRDictionary payload;             ///< empty if it is no JSON object
   std::string token;                ///< the session token of the client
   std::optional<std::uint64_t> id;  ///< of the acknowledgement, if one is asked for
+  int connection = 0;               ///< which of all that clients have made, from 1 on
 };
 
 /// A client's attempt to connect.
@@ -67,8 +68,8 @@ struct Handshake {
 ///
 /// **Clients.** It serves any number of them, whatever URL they were given, and tells them apart by
 /// their session tokens. A client that has logged in before stays where it is, and comes with its
-/// next `login`. One that outlives the server loses its connection when the run loop is next
-/// driven, and its time-outs go on in real time, so that every completion still comes.
+/// next attempt to connect. One that outlives the server loses its connection when the run loop is
+/// next driven, and its time-outs go on in real time, so that every completion still comes.
 ///
 /// **The run loop.** KRRunLoop::poll runs what is ready, as `run` does. KRRunLoop::runFor moves
 /// time on, as `advance` does; so does KRRunLoop::run until it is stopped, for a day at most: a run
@@ -101,7 +102,7 @@ class Server {
   void run();
 
   /// Lets so much time pass, with all timers, time-outs and heartbeats in their order. Ends early
-  /// when KRRunLoop::stop is called.
+  /// when KRRunLoop::stop is called, and at once when that was called while nothing ran.
   void advance(Duration duration);
 
   /// Lets time pass until the condition holds, and not longer. Fails at once when it never does:

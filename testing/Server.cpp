@@ -20,6 +20,7 @@ using socketio::Transport;
 
 constexpr std::string_view nsp = "/data,";
 constexpr int maxSentAtOnce = 100'000;
+constexpr auto maxWait = std::chrono::hours(365 * 24);
 
 void post(std::function<void()> task) { KRRunLoop::main().post(std::move(task)); }
 
@@ -91,7 +92,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
     return {clock_, [self = shared_from_this()] { return self->makeConnection(); }};
   }
   bool advance(socketio::TimePoint end) override { return clock_->advance(end); }
-  void onEndlessRun() override { fail("KRRunLoop::run() was not stopped for a day"); }
+  void onEndlessRun() override { fail("a run was not stopped for a day"); }
 
   void end(std::shared_ptr<socketio::Clock> system);
   void fail(const std::string& what);
@@ -126,6 +127,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
 
   const Handshake handshake_;
   std::vector<std::weak_ptr<Connection>> connections_;
+  int connectionCount_ = 0;
   socketio::TimePoint lastSent_;
   int sentAtOnce_ = 0;
 };
@@ -133,8 +135,8 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
 class Server::World::Connection final : public Transport,
                                         public std::enable_shared_from_this<Connection> {
  public:
-  explicit Connection(std::shared_ptr<World> world)
-      : world_(std::move(world)), pings_(world_->clock_->makeTimer()) {}
+  Connection(std::shared_ptr<World> world, int number)
+      : world_(std::move(world)), number_(number), pings_(world_->clock_->makeTimer()) {}
 
   void open(const socketio::Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override {
@@ -147,12 +149,13 @@ class Server::World::Connection final : public Transport,
   void send(std::string frame) override {
     queuedBytes_ += frame.size();
     auto request = requestOf(frame, login_.token);
+    if (request) request->connection = number_;
     if (request) world_->requests_.push_back(*request);
     if (request && request->id) unanswered_[*request->id] = request->event;
     world_->frames_.push_back(frame);
     unread_.push_back({std::move(frame), std::move(request)});
     world_->expectAnEnd();
-    post([self = shared_from_this()] { self->read(); });
+    readLater();
   }
 
   void close() override {
@@ -185,9 +188,8 @@ class Server::World::Connection final : public Transport,
   }
 
   void reply(const Request& request, std::string_view items) {
-    const auto waiting = unanswered_.find(request.id.value_or(0));
-    if (waiting == unanswered_.end() || waiting->second != request.event || !isJoined()) return;
-    unanswered_.erase(waiting);
+    if (request.connection != number_ || !request.id || !isJoined()) return;
+    if (unanswered_.erase(*request.id) == 0) return;
     send("43" + std::string(nsp) + std::to_string(*request.id) + "[" + std::string(items) + "]",
          false);
   }
@@ -217,15 +219,20 @@ class Server::World::Connection final : public Transport,
     pingLater();
   }
 
+  /// Reads the next frame, if it can.
   void read() {
-    while (!unread_.empty() && !isCut_ && !world_->isHanging_) {
-      const auto [frame, request] = std::move(unread_.front());
-      unread_.pop_front();
-      queuedBytes_ -= frame.size();
-      if (frame.starts_with("40")) join();
-      if (frame.starts_with("41")) isJoined_ = false;
-      if (request) answer(*request);
-    }
+    if (unread_.empty() || isCut_ || world_->isHanging_) return;
+    const auto [frame, request] = std::move(unread_.front());
+    unread_.pop_front();
+    queuedBytes_ -= frame.size();
+    if (frame.starts_with("40")) join();
+    if (frame.starts_with("41")) isJoined_ = false;
+    if (request) answer(*request);
+  }
+
+  void goOn() {
+    post([self = shared_from_this()] { self->greet(); });
+    for (auto left = unread_.size(); left > 0; --left) readLater();
   }
 
  private:
@@ -233,6 +240,10 @@ class Server::World::Connection final : public Transport,
     std::string frame;
     std::optional<Request> request;
   };
+
+  void readLater() {
+    post([self = shared_from_this()] { self->read(); });
+  }
 
   void deliverLater() {
     post([self = shared_from_this()] {
@@ -273,6 +284,7 @@ class Server::World::Connection final : public Transport,
   }
 
   const std::shared_ptr<World> world_;
+  const int number_;
   const std::shared_ptr<socketio::Timer> pings_;
   std::weak_ptr<Listener> listener_;
   Login login_;
@@ -289,7 +301,7 @@ class Server::World::Connection final : public Transport,
 
 std::shared_ptr<Transport> Server::World::makeConnection() {
   std::erase_if(connections_, [](const auto& connection) { return connection.expired(); });
-  auto connection = std::make_shared<Connection>(shared_from_this());
+  auto connection = std::make_shared<Connection>(shared_from_this(), ++connectionCount_);
   connections_.push_back(connection);
   return connection;
 }
@@ -319,14 +331,15 @@ void Server::World::end(std::shared_ptr<socketio::Clock> system) {
 
 void Server::World::fail(const std::string& what) {
   const auto failure = what + "; pending: " + pending();
-  if (onFailure_) return onFailure_(failure);
+  const auto tell = onFailure_;  // it may set another, or end the server
+  if (tell) return tell(failure);
   std::cerr << "KorivaSDK - " << failure << std::endl;
 }
 
 /// Two who answer each other at once never let time pass.
 void Server::World::expectAnEnd() {
   if (std::exchange(lastSent_, clock_->now()) != clock_->now()) sentAtOnce_ = 0;
-  if (++sentAtOnce_ != maxSentAtOnce) return;
+  if (++sentAtOnce_ % maxSentAtOnce != 0) return;
   isHanging_ = true;
   post([self = shared_from_this()] { self->fail("clients go on sending while no time passes"); });
 }
@@ -345,7 +358,7 @@ std::string Server::World::pending() {
 }
 
 void Server::World::reply(const Request& request, std::string_view items) {
-  for (const auto& connection : connections(request.token)) connection->reply(request, items);
+  for (const auto& connection : connections()) connection->reply(request, items);
 }
 
 void Server::World::sendEvent(std::string_view event, std::string_view items,
@@ -369,10 +382,7 @@ void Server::World::accept() {
   refusal_.reset();
   isDown_ = false;
   isHanging_ = false;
-  for (const auto& connection : connections()) {
-    connection->greet();
-    connection->read();
-  }
+  for (const auto& connection : connections()) connection->goOn();
 }
 
 bool Server::World::isConnected(std::string_view token) {
@@ -394,12 +404,13 @@ void Server::advance(Duration duration) { KRRunLoop::main().runFor(duration); }
 
 bool Server::runUntil(const std::function<bool()>& condition, std::string_view what,
                       Duration limit) {
-  const auto end = world_->clock_->now() + limit;
+  const auto world = world_;  // a callback may end the server
+  const auto end = world->clock_->now() + std::min<Duration>(limit, maxWait);
   do {
-    run();
+    KRRunLoop::main().poll();
     if (condition()) return true;
-  } while (world_->advance(end));
-  world_->fail("waited in vain for " + std::string(what));
+  } while (world->advance(end));
+  world->fail("waited in vain for " + std::string(what));
   return false;
 }
 

@@ -58,12 +58,11 @@ TEST_F(TestingTest, TellsWhatIsWaitedForInVain) {
   EXPECT_FALSE(server->runUntil([] { return false; }, "Godot", 45s));
   server->accept();
   loop.run();
-  EXPECT_EQ(failures,
-            (Texts{"waited in vain for a client; pending: no connection",
-                   "waited in vain for Godot; pending: \"token\" is connecting, "
-                   "\"other\" is connecting",
-                   "KRRunLoop::run() was not stopped for a day; pending: \"token\" is connected, "
-                   "\"other\" is connected"}));
+  EXPECT_EQ(failures, (Texts{"waited in vain for a client; pending: no connection",
+                             "waited in vain for Godot; pending: \"token\" is connecting, "
+                             "\"other\" is connecting",
+                             "a run was not stopped for a day; pending: \"token\" is connected, "
+                             "\"other\" is connected"}));
 }
 
 TEST_F(TestingTest, LetsTheRunLoopPassTime) {
@@ -74,7 +73,7 @@ TEST_F(TestingTest, LetsTheRunLoopPassTime) {
   EXPECT_EQ(console.takeTo("muted"), std::nullopt);
   loop.runFor(1ns);
   EXPECT_TRUE(console.takeTo("muted: failure 6\n"));
-  sdk->muteGroup("g1", true, [this](const auto&) { loop.stop(); });
+  sdk->muteGroup("g1", true, [this](const auto&) { loop.runFor(1s), loop.stop(); });
   mute(*sdk, "next");
   loop.run();
   loop.post([] { throw std::runtime_error("posted"); });
@@ -111,9 +110,15 @@ TEST_F(TestingTest, ServesClientsByTheirTokens) {
   server->run();
   EXPECT_TRUE(console.takeTo("second: true\n"));
   EXPECT_FALSE(server->isConnected("a"));
+  first->reconnectIfNeed();
+  server->advance(1s);
+  mute(*first, "first again");
+  server->reply(server->sent({}, "a")[0], {{"result", 0}});
+  server->run();
+  EXPECT_EQ(console.takeTo("again: true"), std::nullopt);
   EXPECT_TRUE(server->isConnected("b"));
   const auto& logins = server->logins();
-  ASSERT_EQ(logins.size(), 2U);
+  ASSERT_EQ(logins.size(), 3U);
   EXPECT_EQ(logins[0].server + logins[0].token + logins[0].deviceId, "https://[::1]:1ad +%");
   EXPECT_TRUE(logins[0].isNew && !logins[1].isNew);
   server->forget();
