@@ -136,6 +136,7 @@ class Server {
 
   /// Answers one request that waits, as `sent` gives it. Nothing happens when it waits no longer.
   void reply(const Request& request, const KRDictionary& answer);
+  /// The same with these items, sent as they are: as `answerRaw`.
   void replyRaw(const Request& request, std::string_view items);
 
   // To the client with the session token, or to all. What is sent is on its way when these return.
