@@ -71,10 +71,20 @@ void KRRunLoop::Internals::runOnStage(std::chrono::steady_clock::duration durati
   const bool isEndless = duration > now.max() - now;
   const auto end = isEndless ? now + stageLimit : now + duration;
   do {
-    context.poll();
+    runReady();
     if (context.stopped() || stopRequested) return;
   } while (on->advance(end));
   if (isEndless && stage == on) koriva::guarded([&] { on->onEndlessRun(); });
+}
+
+void KRRunLoop::Internals::runReady() {
+  if (!stage) {
+    context.poll();
+    return;
+  }
+  while (context.poll_one() != 0) {
+    if (const auto on = stage) on->onTaskDone();
+  }
 }
 
 void KRRunLoop::poll() {
@@ -83,7 +93,7 @@ void KRRunLoop::poll() {
   if (loop.kept) loop.wake();  // what is ready is left to the next call
   loop.rethrowKept();
   loop.context.restart();
-  loop.context.poll();
+  loop.runReady();
   loop.rethrowKept();
 }
 
@@ -116,19 +126,22 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
     return false;
   }
 
-  loop.wakeUp = std::move(wakeUp);
-  loop.attached = true;
-  loop.environment_.emplace(loop.network.get_executor(), loop.context.get_executor(),
-                            [&loop] { loop.wake(); });
+  loop.divide(std::move(wakeUp));
   std::atexit([] { main().internals().endNetwork(); });
   loop.wake();  // for what was posted before
   return true;
 }
 
+void KRRunLoop::Internals::divide(std::function<void()> wakeMain) {
+  wakeUp = std::move(wakeMain);
+  attached = true;
+  environment_.emplace(network.get_executor(), context.get_executor(), [this] { wake(); });
+}
+
 koriva::testing::Staging koriva::testing::setStage(std::shared_ptr<Stage> stage, int version) {
   auto& loop = KRRunLoop::main().internals();
   if (version != KORIVA_SDK_VERSION) return {{}, "the library is of another version"};
-  if (loop.attached) return {{}, "the network has a thread of its own"};
+  if (loop.networkThread.joinable()) return {{}, "the network has a thread of its own"};
   if (stage && loop.stage) return {{}, "there is another one"};
   loop.environment();  // settles that the network has no thread of its own
   auto& environment = *loop.environment_;
@@ -136,6 +149,11 @@ koriva::testing::Staging koriva::testing::setStage(std::shared_ptr<Stage> stage,
   environment.setWorld(stage ? stage->world() : system);
   loop.stage = std::move(stage);
   return {system.clock};
+}
+
+void koriva::testing::postToNetwork(std::function<void()> task) {
+  boost::asio::post(KRRunLoop::main().internals().environment().io(),
+                    [task = std::move(task)] { koriva::guarded(task); });
 }
 
 const koriva::socketio::Environment& KRRunLoop::Internals::environment() {

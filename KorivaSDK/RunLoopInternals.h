@@ -28,6 +28,9 @@ struct KRRunLoop::Internals {
   void wake();
   /// Whether connections are being closed that still have something to send.
   bool isSayingFarewell();
+  /// Gives the network a context of its own, which somebody else runs.
+  void divide(std::function<void()> wakeMain);
+  void runReady();
   void runOnStage(std::chrono::steady_clock::duration duration);
   void finishFarewells();
   void endNetwork();

@@ -22,8 +22,6 @@ constexpr std::string_view nsp = "/data,";
 constexpr int maxSentAtOnce = 100'000;
 constexpr auto maxWait = std::chrono::hours(365 * 24);
 
-void post(std::function<void()> task) { KRRunLoop::main().post(std::move(task)); }
-
 std::string quoted(std::string_view text) { return KRJSONEncoder{}.encode(std::string(text)); }
 
 std::string textOf(const KRDictionary& item) {
@@ -108,7 +106,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
   using RawAnswer = std::function<std::string(const Request&)>;
 
   const std::shared_ptr<VirtualClock> clock_ =
-      std::make_shared<VirtualClock>(std::chrono::steady_clock::now(), post);
+      std::make_shared<VirtualClock>(std::chrono::steady_clock::now(), postToNetwork);
   std::map<std::string, RawAnswer, std::less<>> answers_;
   std::function<void(const std::string&)> onFailure_;
   std::function<void(const Login&)> onLogin_;
@@ -143,7 +141,7 @@ class Server::World::Connection final : public Transport,
     listener_ = std::move(listener);
     login_ = world_->logins_.emplace_back(loginOf(endpoint, target));
     isOpen_ = true;
-    post([self = shared_from_this()] { self->greet(); });
+    postToNetwork([self = shared_from_this()] { self->greet(); });
   }
 
   void send(std::string frame) override {
@@ -231,7 +229,7 @@ class Server::World::Connection final : public Transport,
   }
 
   void goOn() {
-    post([self = shared_from_this()] { self->greet(); });
+    postToNetwork([self = shared_from_this()] { self->greet(); });
     for (auto left = unread_.size(); left > 0; --left) readLater();
   }
 
@@ -242,11 +240,11 @@ class Server::World::Connection final : public Transport,
   };
 
   void readLater() {
-    post([self = shared_from_this()] { self->read(); });
+    postToNetwork([self = shared_from_this()] { self->read(); });
   }
 
   void deliverLater() {
-    post([self = shared_from_this()] {
+    postToNetwork([self = shared_from_this()] {
       if (self->isPaused_ || self->incoming_.empty()) return;
       const auto tell = std::move(self->incoming_.front());
       self->incoming_.pop_front();
@@ -341,7 +339,8 @@ void Server::World::expectAnEnd() {
   if (std::exchange(lastSent_, clock_->now()) != clock_->now()) sentAtOnce_ = 0;
   if (++sentAtOnce_ % maxSentAtOnce != 0) return;
   isHanging_ = true;
-  post([self = shared_from_this()] { self->fail("clients go on sending while no time passes"); });
+  postToNetwork(
+      [self = shared_from_this()] { self->fail("clients go on sending while no time passes"); });
 }
 
 std::string Server::World::pending() {
