@@ -21,11 +21,12 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
   void cancel();
 
  private:
-  void wait(TimePoint when, const std::function<void()>& task, Duration period);
+  void wait(unsigned turn, TimePoint when, const std::function<void()>& task, Duration period);
 
   const Environment& environment_;
   const std::shared_ptr<Clock> clock_;
   const std::shared_ptr<Timer> timer_;
+  std::atomic<unsigned> turn_ = 0;   ///< of the last call
   std::atomic<bool> isDue_ = false;  ///< a repeated task waits to be run
 };
 

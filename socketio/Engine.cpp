@@ -24,12 +24,13 @@ void Engine::open(const Endpoint& endpoint, const ConnectParameters& parameters,
     if (self->clock_->now() >= notBefore) return self->dial(endpoint, target);
     self->connectTimer_->set(notBefore, [weak = self->weak_from_this(), endpoint, target] {
       const auto engine = weak.lock();
-      if (engine && engine->state_ == State::idle) engine->dial(endpoint, target);
+      if (engine) engine->dial(endpoint, target);
     });
   });
 }
 
 void Engine::dial(const Endpoint& endpoint, const std::string& target) {
+  if (isLeft_) return;
   state_ = State::opening;
   connectTimer_->set(clock_->now() + limits_.connect, [weak = weak_from_this()] {
     const auto self = weak.lock();
@@ -49,6 +50,7 @@ void Engine::send(std::string frame) {
 }
 
 void Engine::close() {
+  isLeft_ = true;
   asio::dispatch(environment_.io(), [self = shared_from_this()] {
     if (self->state_ == State::joined) self->transport_->send(encodeDisconnect(self->nsp_));
     self->shut();

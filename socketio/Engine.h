@@ -94,6 +94,7 @@ class Engine final : public Transport::Listener, public std::enable_shared_from_
   std::optional<Partial> partial_;  ///< a binary packet whose attachments are still to come
   bool paused_ = false;
 
+  std::atomic<bool> isLeft_ = false;  ///< by `close`, which may run before what was posted earlier
   std::atomic<std::size_t> undelivered_ = 0;
   std::atomic<std::size_t> bytesOnTheWay_ = 0;  ///< from `send` to the transport
   std::atomic<std::uint64_t> maxPayload_ = 0;
