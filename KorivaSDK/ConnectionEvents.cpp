@@ -3,6 +3,7 @@
 
 using koriva::socketio::Items;
 using koriva::socketio::Socket;
+using koriva::socketio::Status;
 
 void KorivaSDK::addHandlers(Socket& socket) {
   addConnectionHandlers(socket);
@@ -36,7 +37,11 @@ void KorivaSDK::addConnectionHandlers(Socket& socket) {
     koriva::printLine("KorivaSDK - socket connected");
     sdk.state_->isNew = false;
     sdk.state_->isReady = true;
+    const auto connection = sdk.state_->manager->socket();
     sdk.completeUndoneTasks();
-    sdk.forEachDelegate([](KorivaDelegate& delegate) { delegate.didConnect(); });
+    // Whoever is called may end the connection: nobody hears of the connect after that.
+    sdk.forEachDelegate([&](KorivaDelegate& delegate) {
+      if (connection->status() == Status::connected) delegate.didConnect();
+    });
   });
 }

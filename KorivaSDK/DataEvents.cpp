@@ -85,9 +85,10 @@ void KorivaSDK::addDataHandlers(Socket& socket) {
     if (!data) return;
     const auto event = koriva::json::decodeFirst<KREvent>(*data);
     if (!event) return;
+    const auto connection = sdk.state_->manager->socket();
     sdk.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
     const auto typing = typingKind(event->type);
-    if (!typing) return;
+    if (!typing || connection->status() != koriva::socketio::Status::connected) return;
     sdk.forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
   });
   // No delegate is told of this one.

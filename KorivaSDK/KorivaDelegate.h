@@ -29,8 +29,8 @@ class KR_EXPORT KorivaDelegate {
   /// A new message; server event "message".
   virtual void didReceive([[maybe_unused]] const KRMessage& message) {}
 
-  /// The server has accepted the connection, the first or a new one. `isConnected()` may be false
-  /// by now: the tasks that waited for the connection come first, and may have disconnected.
+  /// The server has accepted the connection, the first or a new one. The tasks that waited for it
+  /// come first. When they, or a delegate called before, end the connection, this is not called.
   virtual void didConnect() {}
 
   /// The connection is lost or was closed, or an attempt has failed.
