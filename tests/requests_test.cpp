@@ -1,7 +1,5 @@
 #include <malloc.h>
 
-#include <deque>
-#include <random>
 #include <set>
 
 #include "tests/support/Harness.h"
@@ -194,48 +192,6 @@ TEST_F(TimedRequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
   EXPECT_EQ(console.take(), "");
   far.advance(1ns);
   EXPECT_EQ(console.take(), outcomes);
-}
-
-TEST_F(TimedRequestsTest, CompleteOnceEachWhateverHappens) {
-  std::mt19937 random(20'822);
-  std::deque<int> completions;
-  std::deque<int> expected;
-  bool isIn = true;
-  const std::vector<std::function<void()>> turns{
-      [&] { far.drop(); },
-      [&] { far.hang(); },
-      [&] { far.refuse("not now"); },
-      [&] { far.shutDown(); },
-      [&] { far.accept(); },
-      [&] { far.accept(); },
-      [&] { sdk->disconnect(); },
-      [&] { sdk->reconnectIfNeed(); },
-      [&] { sdk->logout(), isIn = false; },
-      [&] { login(), isIn = true; },
-      [&] { far.run(); },
-      [&] { far.advance(std::chrono::milliseconds(random() % 8000)); }};
-  far.answer("delete_group", {{"result", 0}});
-  const auto recorder = std::make_shared<Recorder>("d");
-  int depth = 0;
-  const std::function<void()> act = [&] {
-    ++depth;
-    turns[random() % turns.size()]();
-    --depth;
-    sdk->removeDelegate(recorder);
-    sdk->addDelegate(recorder);
-    recorder->act = depth < 3 && random() % 2 == 0 ? act : nullptr;
-  };
-  for (int i = 0; i < 10'000; ++i) {
-    act();
-    const bool acts = random() % 2 == 0;
-    sdk->deleteGroup("g", [&, acts, &count = completions.emplace_back()](const auto&) {
-      ++count;
-      if (acts && depth < 3) act();
-    });
-    expected.push_back(isIn ? 1 : 0);
-  }
-  far.advance(5s);
-  EXPECT_EQ(completions, expected);
 }
 
 TEST_F(TimedRequestsTest, CompleteOnceEachWithTenThousandInFlight) {

@@ -1,0 +1,384 @@
+#include "simulation/Life.h"
+
+#include <algorithm>
+
+#include "KorivaSDK/Stage.h"
+#include "simulation/Invariants.h"
+#include "simulation/Wire.h"
+
+namespace koriva::simulation {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t lifeStream = ~std::size_t{0};
+constexpr std::size_t endStream = lifeStream - 1;
+constexpr int maxTasksAtOnce = 100'000;
+constexpr int maxCallsWithActs = 10'000;
+
+/// Called from within the loop, as long as there is a life.
+Life* living = nullptr;
+
+/// Lets the life in between the tasks of the run loop.
+class OneByOne final : public testing::Stage {
+ public:
+  OneByOne(std::shared_ptr<Stage> stage, std::function<void()> onDone)
+      : stage_(std::move(stage)), onDone_(std::move(onDone)) {}
+
+  socketio::World world() override { return stage_->world(); }
+  bool advance(TimePoint end) override { return stage_->advance(end); }
+  void onEndlessRun() override { stage_->onEndlessRun(); }
+  void onTaskDone() override { onDone_(); }
+
+ private:
+  const std::shared_ptr<Stage> stage_;
+  const std::function<void()> onDone_;
+};
+
+testing::Handshake handshakeOf(Random& random) {
+  static const std::vector<testing::Handshake> all{
+      {}, {.pingInterval = 1s, .pingTimeout = 2s, .maxPayload = 2000}, {.pingInterval = 8s}};
+  return all[random.below(all.size())];
+}
+
+}  // namespace
+
+Life::Life(std::uint64_t seed, Journal& journal)
+    : journal_(journal), seed_(seed), isAttached_(seed % 2 == 1), random_(seed, lifeStream) {
+  living = this;
+  if (isAttached_ && !internals_.attached)
+    internals_.divide([] {
+      if (living) living->onWakeUp();
+    });
+  steps_ = weighed({{&Life::act, 16},
+                    {&Life::postAct, 6},
+                    {&Life::actElsewhere, 4},
+                    {&Life::answer, 24},
+                    {&Life::push, 14},
+                    {&Life::pushBinary, 2},
+                    {&Life::flood, 1},
+                    {&Life::sayStrange, 1},
+                    {&Life::drop, 1},
+                    {&Life::trouble, 1},
+                    {&Life::passBusy, 1}});
+  for (const auto& always : {std::pair<Act, unsigned>{&Life::runSome, 12},
+                             {&Life::recover, 6},
+                             {&Life::passMoment, 6},
+                             {&Life::passTime, 2}}) {
+    steps_.push_back(always);
+  }
+  acts_ = weighed({{&Life::create, 1},
+                   {&Life::setUrl, 1},
+                   {&Life::reconnect, 4},
+                   {&Life::disconnect, 3},
+                   {&Life::logout, 1},
+                   {&Life::leave, 1},
+                   {&Life::askOften, 1},
+                   {&Life::notify, 6},
+                   {&Life::addTask, 6},
+                   {&Life::addDelegate, 3},
+                   {&Life::removeDelegate, 2},
+                   {&Life::release, 1},
+                   {&Life::share, 1},
+                   {&Life::driveWithin, 1},
+                   {&Life::postAct, 2},
+                   {&Life::push, 1}});
+  acts_.emplace_back(&Life::login, 6);
+  acts_.emplace_back(&Life::ask, 16);
+  reacting_ = std::array<std::size_t, 4>{0, 10, 30, 60}[random().below(4)];
+  throwing_ = std::array<std::size_t, 4>{0, 0, 5, 20}[random().below(4)];
+
+  const auto handshake = handshakeOf(random());
+  heartbeatLimit_ = handshake.pingInterval + handshake.pingTimeout;
+  maxPayload_ = handshake.maxPayload;
+  server_.emplace(handshake);
+  const auto world = internals_.stage->world();
+  internals_.environment_->setWorld({world.clock, [this, make = world.makeTransport] {
+                                       return std::make_shared<Wire>(*this, make());
+                                     }});
+  internals_.stage =
+      std::make_shared<OneByOne>(std::move(internals_.stage), [this] { onTaskDone(); });
+  for (const auto& kind : kinds()) {
+    if (random().chance(40)) server_->answerRaw(kind.event, std::string(kind.answers[0].items));
+  }
+  start_ = wellSince_ = now();
+  create();
+}
+
+Life::~Life() {
+  server_.reset();
+  living = nullptr;
+}
+
+TimePoint Life::now() const { return internals_.environment_->clock()->now(); }
+
+void Life::writeLine(const std::string& line) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now() - start_);
+  journal_.write(texts(milliseconds.count(), " ms ",
+                       std::string(1 + 2 * static_cast<std::size_t>(depth_), ' '), line));
+}
+
+std::vector<std::pair<Life::Act, unsigned>> Life::weighed(
+    std::vector<std::pair<Act, unsigned>> acts) {
+  static constexpr std::array<unsigned, 5> factors{0, 1, 1, 1, 4};
+  for (auto& act : acts) act.second *= factors[random().below(factors.size())];
+  return acts;
+}
+
+Life::Act Life::choose(const std::vector<std::pair<Act, unsigned>>& from) {
+  unsigned all = 0;
+  for (const auto& each : from) all += each.second;
+  auto at = static_cast<unsigned>(random().below(all));
+  for (const auto& [act, weight] : from) {
+    if (at < weight) return act;
+    at -= weight;
+  }
+  return from.back().first;
+}
+
+int Life::indexOf(const Client& client) const {
+  int index = 0;
+  while (&clients_[static_cast<std::size_t>(index)] != &client) ++index;
+  return index;
+}
+
+std::shared_ptr<void> Life::token(std::string_view of) {
+  ++tokens_;
+  return {this, [this, of](void*) {
+            checkMain(of);
+            --tokens_;
+          }};
+}
+
+void Life::step(std::size_t number) {
+  random_ = Random(seed_, number);
+  journal_.beginStep(number);
+  (this->*choose(steps_))();
+}
+
+void Life::end() {
+  namespace is = invariant;
+  random_ = Random(seed_, endStream);
+  hasEnded_ = true;
+  write("the end");
+  recover();
+  pass(std::max<Duration>(20s, heartbeatLimit_) + 12s);
+  for (auto& client : clients_) {
+    if (client.sdk && random().chance(30)) logoutOf(client, *client.sdk);
+    client.sdk = nullptr;
+    client.ears.clear();
+  }
+  KorivaSDK::setShared(nullptr);
+  pass(30s);
+  require(transports_ == 0, is::nothingIsLeft, transports_, " transports");
+  require(tokens_ == 0, is::nothingIsLeft, tokens_, " delegates and tasks");
+  require(asks_.empty(), is::nothingIsLeft, asks_.size(), " completions");
+  require(internals_.environment_->farewells() == 0, is::nothingIsLeft, "farewells");
+  for (const auto& client : clients_) {
+    require(client.weak.expired(), is::nothingIsLeft, "client ", indexOf(client));
+  }
+}
+
+void Life::onWakeUp() {
+  require(isOnNetwork_, invariant::wakesUp, "on another thread");
+  isWoken_ = true;
+}
+
+/// Drives the run loop. Says whether that ended with an exception.
+bool Life::drive(const std::function<void()>& call) {
+  namespace is = invariant;
+  const auto before = std::exchange(firstFanOut_, fanOuts_.size());
+  const auto actor = std::exchange(actor_, Client::nobody);
+  bool hasThrown = false;
+  ++drives_;
+  try {
+    call();
+  } catch (const Thrown& thrown) {
+    hasThrown = true;
+    write("caught ", thrown.number);
+    require(kept_ == thrown.number, is::firstException, thrown.number, " instead of ",
+            kept_.value_or(0));
+    kept_.reset();
+  } catch (...) {
+    require(false, is::nothingThrown, "by the run loop");
+  }
+  require(!kept_, is::firstException, kept_.value_or(0), " is not rethrown");
+  checkFanOuts();
+  --drives_;
+  actor_ = actor;
+  firstFanOut_ = before;
+  return hasThrown;
+}
+
+void Life::checkFanOuts() {
+  for (; fanOuts_.size() > firstFanOut_; fanOuts_.pop_back()) {
+    const auto& last = fanOuts_.back();
+    require(!isAlive(last), invariant::everybodyHears, last.call, " is not told to all");
+  }
+}
+
+/// Applications that do something about everything may never come to rest.
+bool Life::isQuiet() const { return hasEnded_ || callsAtOnce_ > maxCallsWithActs; }
+
+bool Life::runNetworkTask() {
+  isOnNetwork_ = true;
+  const auto count = internals_.network.poll_one();
+  isOnNetwork_ = false;
+  return count != 0;
+}
+
+bool Life::pollIfWoken() {
+  if (!std::exchange(isWoken_, false)) return false;
+  drive([this] { loop_.poll(); });
+  return true;
+}
+
+void Life::onTaskDone() {
+  ++tasksAtOnce_;
+  require(tasksAtOnce_ < maxTasksAtOnce, invariant::comesToRest, tasksAtOnce_, " tasks");
+  checkFanOuts();
+  if (drives_ != 1) return;  // other threads cannot be told from this one within a task
+  for (auto left = isAttached_ ? random().below(3) : 0; left > 0; --left) runNetworkTask();
+  if (!isQuiet() && random().chance(3)) actElsewhere();
+}
+
+/// Runs whatever there is to do now, and looks whether everything is as it should be then.
+void Life::settle() {
+  tasksAtOnce_ = callsAtOnce_ = 0;
+  do {
+    drain();
+  } while (internals_.stage->advance(now()));
+  rest();
+}
+
+void Life::drain() {
+  if (!isAttached_) {
+    // An exception within a nested drive ends the outer one early, too.
+    while (drive([this] { loop_.poll(); }) || internals_.context.stopped()) {
+    }
+    return;
+  }
+  while (random().chance(50) ? runNetworkTask() || pollIfWoken()
+                             : pollIfWoken() || runNetworkTask()) {
+  }
+  internals_.context.restart();
+  require(internals_.context.poll_one() == 0, invariant::wakesUp, "it was not");
+}
+
+void Life::runSome() {
+  tasksAtOnce_ = callsAtOnce_ = 0;
+  if (!isAttached_) {
+    const auto duration = std::chrono::milliseconds(random().below(2000));
+    const bool polls = random().chance(70);
+    drive([&] { polls ? loop_.poll() : loop_.runFor(duration); });
+    return;
+  }
+  for (auto left = 1 + random().below(8); left > 0; --left) {
+    random().chance(70) ? runNetworkTask() : pollIfWoken();
+  }
+}
+
+void Life::pass(Duration duration) {
+  const auto end = now() + duration;
+  do {
+    settle();
+  } while (internals_.stage->advance(end));
+  rest();
+}
+
+void Life::passMoment() { pass(std::chrono::milliseconds(random().below(600))); }
+
+void Life::passTime() { pass(std::chrono::milliseconds(random().below(60'000))); }
+
+/// The main thread is busy meanwhile, and with it the network, unless that has its own.
+void Life::passBusy() {
+  const auto end = now() + std::chrono::milliseconds(random().below(30'000));
+  write("busy");
+  do {
+    while (isAttached_ && runNetworkTask()) {
+    }
+  } while (internals_.stage->advance(end));
+  busyUntil_ = now();
+  unsettle();
+  for (auto& client : clients_) client.disturbed = now();
+}
+
+void Life::rest() {
+  restConnections();
+  for (auto& client : clients_) restClient(client);
+  restAsks();
+  pushed_.clear();
+  unanswered_.resize(std::min(unanswered_.size(), std::size_t{50}));
+  server_->forget();
+}
+
+void Life::restConnections() {
+  namespace is = invariant;
+  std::erase_if(orphans_, [](const auto& orphan) { return orphan.use_count() == 2; });
+  std::erase_if(connections_, [](const auto& each) { return each.use_count() == 1; });
+  for (const auto& each : connections_) {
+    if (!each->isOpen()) continue;
+    const auto& client = clients_.at(static_cast<std::size_t>(each->client));
+    require(!client.weak.expired() && client.current == each && !each->hasToldDisconnect,
+            is::noneStays, "connection ", each->number, " of client ", each->client);
+    const auto isInTime =
+        each->isJoined ? now() - each->heartbeat < heartbeatLimit_ : now() - *each->dialled < 20s;
+    require(isInTime, is::attemptsEnd, "connection ", each->number);
+    require(each->heartbeats == 0, is::answersHeartbeats, "not on connection ", each->number);
+    require(!each->isPaused, is::readsOn, "not on connection ", each->number);
+  }
+}
+
+void Life::restClient(Client& client) {
+  namespace is = invariant;
+  const auto name = texts("client ", indexOf(client));
+  client.batches.clear();
+  const auto alive = client.weak.lock();
+  if (!alive) {
+    client.emitted.clear();
+    return;
+  }
+  const auto* connection = client.current.get();
+  const bool isUp = connection && connection->isUp();
+  require(alive->isConnected() == isUp, is::isConnectedIsTrue, name);
+  if (isUp) {
+    require(connection->hasToldConnect, is::tellsAll, name, " does not tell that it is connected");
+    require(connection->incoming.empty() && connection->halfTold.empty(), is::pushesInOrder, name,
+            " keeps what has arrived");
+    require(client.waiting.empty(), is::readyTasks, name, " keeps them waiting");
+    for (const auto& each : client.emitted) {
+      require(each.connection != connection->number, is::sentInOrder, each.number, " is not sent");
+    }
+  } else if (connection) {
+    const bool isOver = connection->isOver || connection->isClosed;
+    require(!isOver || connection->hasToldDisconnect, is::tellsAll, name,
+            " does not tell of the end");
+    const auto free = std::max(connection->toldDisconnect, busyUntil_);
+    require(!connection->hasToldDisconnect || now() - free <= 10s + 250ms, is::connectsSoon, name);
+    const auto since = now() - std::max(wellSince_, client.disturbed);
+    const auto limit = std::max<Duration>(20s, heartbeatLimit_) + 11s;
+    require(!isWell_ || since <= limit, is::connectsAgain, name);
+  }
+  client.emitted.clear();
+}
+
+void Life::restAsks() {
+  namespace is = invariant;
+  for (auto it = asks_.begin(); it != asks_.end();) {
+    const auto& [number, ask] = *it;
+    if (!it->second.end) it->second.end = now() + 5s;
+    if (clients_.at(static_cast<std::size_t>(ask.client)).weak.expired()) it->second.isDue = false;
+    const bool isSilent = ask.expected == Outcome::silence;
+    const bool isOver = now() >= *ask.end || ask.calls > 0 || isSilent;
+    if (!isOver) {
+      ++it;
+      continue;
+    }
+    require(!ask.isDue || ask.calls == 1 || isSilent, is::completes, number);
+    require(ask.completions == 0, is::completionEnds, number);
+    it = asks_.erase(it);
+  }
+}
+
+}  // namespace koriva::simulation
