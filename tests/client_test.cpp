@@ -128,11 +128,6 @@ struct Play : ServerTest {
          sdk->addDelegate(recorder);
        }},
       {"within: *", [this](auto& it) { named(recorders, it.argument)->act = doing(it); }},
-      {"remove *", [this](auto& it) { sdk->removeDelegate(named(recorders, it.argument)); }},
-      {"removeTwin *",
-       [this](auto& it) { sdk->removeDelegate(std::make_shared<Recorder>(it.argument)); }},
-      {"uses *",
-       [this](auto& it) { print(std::to_string(named(recorders, it.argument).use_count())); }},
       {"kill", [this](auto&) { peer->kill(); }},
       {"revive",
        [this](auto&) {
