@@ -135,7 +135,8 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
 void KRRunLoop::Internals::divide(std::function<void()> wakeMain) {
   wakeUp = std::move(wakeMain);
   attached = true;
-  environment_.emplace(network.get_executor(), context.get_executor(), [this] { wake(); });
+  environment_.emplace(network.get_executor());
+  environment_->setHandleQueue(context.get_executor(), [this] { wake(); });
 }
 
 koriva::testing::Staging koriva::testing::setStage(std::shared_ptr<Stage> stage, int version) {
@@ -158,7 +159,7 @@ void koriva::testing::postToNetwork(std::function<void()> task) {
 
 const koriva::socketio::Environment& KRRunLoop::Internals::environment() {
   const std::lock_guard lock(setUpMutex);
-  if (!environment_) environment_.emplace(context.get_executor(), context.get_executor());
+  if (!environment_) environment_.emplace(context.get_executor());
   return *environment_;
 }
 
@@ -169,7 +170,7 @@ bool KRRunLoop::Internals::prepareToWait() {
 }
 
 bool KRRunLoop::Internals::isSayingFarewell() {
-  return environment_ && environment_->farewells() != 0;
+  return environment_ && environment_->isSayingFarewell();
 }
 
 // A logout is often the last thing before the loop is stopped.

@@ -38,7 +38,6 @@ struct FailureLine;
 class Payload;
 namespace socketio {
 class Items;
-class Socket;
 }  // namespace socketio
 }  // namespace koriva
 
@@ -299,11 +298,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   void completeUndoneTasks();
   void tellDisconnected();
 
-  void addHandlers(koriva::socketio::Socket& socket);
-  void addConnectionHandlers(koriva::socketio::Socket& socket);
-  void addDataHandlers(koriva::socketio::Socket& socket);
-  void on(koriva::socketio::Socket& socket, std::string_view event,
-          std::function<void(KorivaSDK& sdk, const koriva::socketio::Items& items)> handler);
+  void makeHandlers();
   void forEachDelegate(const std::function<void(KorivaDelegate&)>& call);
 
   void emitEvent(std::string_view event, koriva::Payload&& payload);

@@ -47,13 +47,14 @@ bool isNoAck(std::string_view items) {
 }  // namespace
 
 void KorivaSDK::emitEvent(std::string_view event, koriva::Payload&& payload) {
-  const auto socket = state_->socket.load();
-  if (socket) socket->emit(std::string(event), std::move(payload).text());
+  const auto connection = state_->connection.load();
+  if (connection) connection->emit(std::string(event), std::move(payload).text());
 }
 
 void KorivaSDK::emitWithAck(std::string_view event, koriva::Payload&& payload, AckHandler onAck) {
-  const auto socket = state_->socket.load();
-  if (socket) socket->emitWithAck(std::string(event), std::move(payload).text(), std::move(onAck));
+  const auto connection = state_->connection.load();
+  if (!connection) return;
+  connection->emit(std::string(event), std::move(payload).text(), std::move(onAck));
 }
 
 std::optional<std::string_view> KorivaSDK::getDataFromAck(const Items& items) {

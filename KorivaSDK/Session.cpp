@@ -63,9 +63,10 @@ KorivaSDK::KorivaSDK(Passkey)
 KorivaSDK::~KorivaSDK() {
   try {
     if (state_->reconnectTimer) state_->reconnectTimer->cancel();
-    if (!state_->manager) return;
-    // The last reference may go on any thread, but the socket belongs to the main thread.
-    environment().dispatchHandler([manager = std::move(state_->manager)] {});
+    if (!state_->lastConnection) return;
+    // The last reference may go on any thread, but the connection belongs to the main thread.
+    environment().dispatchHandler(
+        [connection = std::move(state_->lastConnection)] { connection->release(); });
   } catch (const std::bad_alloc&) {
     // Too little memory for a detour: the connection is released right here.
   }
@@ -91,22 +92,18 @@ void KorivaSDK::initSocket() {
   if (state_->isLoggingOut) return;
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
   state_->stranded.reset();
-  socketio::Manager::Options options;
-  options.nsp = "/data";
-  options.connectParameters = {{"session", koriva::json::validUtf8(state_->token)},
-                               {"deviceid", koriva::json::validUtf8(state_->deviceId)}};
-  if (state_->isNew) options.connectParameters.emplace_back("new", "true");
-  options.limits = koriva::timing().limits;
-
-  auto manager =
-      std::make_shared<socketio::Manager>(environment(), state_->baseURL, std::move(options));
-  const auto delay = state_->manager
-                         ? state_->manager->socket()->delayOfNextDial(*environment().clock())
-                         : socketio::Duration();
-  state_->socket.store(manager->socket());
-  state_->manager = manager;  // the one before is released: nobody hears of it any more
-  manager->connect(delay);
-  addHandlers(*manager->socket());
+  if (!state_->handlers) makeHandlers();
+  auto connection = std::make_shared<socketio::Connection>(
+      environment(), "/data", koriva::timing().limits, state_->handlers);
+  socketio::ConnectParameters parameters{{"session", koriva::json::validUtf8(state_->token)},
+                                         {"deviceid", koriva::json::validUtf8(state_->deviceId)}};
+  if (state_->isNew) parameters.emplace_back("new", "true");
+  state_->connection.store(connection);
+  const auto before = std::exchange(state_->lastConnection, connection);
+  const auto delay =
+      before ? before->delayOfNextDial(*environment().clock()) : socketio::Duration();
+  if (before) before->release();  // nobody hears of it any more
+  connection->connect(state_->baseURL, parameters, delay);
   initReconnectTimer();
 }
 
@@ -152,8 +149,8 @@ void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(
 void KorivaSDK::reconnectFired() { reconnectIfNeed(); }
 
 void KorivaSDK::reconnectIfNeed() {
-  if (const auto socket = state_->socket.load()) {
-    const auto status = socket->status();
+  if (const auto connection = state_->connection.load()) {
+    const auto status = connection->status();
     if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
   } else if (!state_->stranded) {
     return;
@@ -163,7 +160,7 @@ void KorivaSDK::reconnectIfNeed() {
 
 void KorivaSDK::disconnect() {
   state_->isReady = false;
-  if (const auto socket = state_->socket.load()) socket->disconnect();
+  if (const auto connection = state_->connection.load()) connection->disconnect();
 }
 
 // Delegates may try to connect meanwhile, log out too, or let go of the last reference.
@@ -176,13 +173,13 @@ void KorivaSDK::logout() {
   } const loggingOut{state_->isLoggingOut};
   disconnect();
   state_->delegates = std::make_shared<const State::Delegates>();
-  state_->socket.store(nullptr);
+  state_->connection.store(nullptr);
   state_->stranded.reset();
 }
 
 bool KorivaSDK::isConnected() const {
-  const auto socket = state_->socket.load();
-  return socket && socket->status() == socketio::Status::connected;
+  const auto connection = state_->connection.load();
+  return connection && connection->status() == socketio::Status::connected;
 }
 
 void KorivaSDK::runNowOrWhenSDKReady(std::function<void(bool)> task) {

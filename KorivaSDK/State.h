@@ -11,7 +11,7 @@
 #include "KorivaSDK/AtomicSharedPtr.h"
 #include "KorivaSDK/KorivaSDK.h"
 #include "socketio/Alarm.h"
-#include "socketio/Manager.h"
+#include "socketio/Connection.h"
 
 namespace koriva {
 
@@ -39,8 +39,9 @@ struct KorivaSDK::State {
   explicit State(const koriva::socketio::Endpoint& url) : baseURL(url) {}
 
   koriva::socketio::Endpoint baseURL;
-  std::shared_ptr<koriva::socketio::Manager> manager;
-  koriva::AtomicSharedPtr<koriva::socketio::Socket> socket;
+  std::shared_ptr<const koriva::socketio::Handlers> handlers;
+  koriva::AtomicSharedPtr<koriva::socketio::Connection> connection;
+  std::shared_ptr<koriva::socketio::Connection> lastConnection;  ///< kept after a logout
   std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();
   std::vector<std::function<void(bool)>> listTasks;
   bool isNew = false;

@@ -29,7 +29,7 @@
 #include "KorivaSDK/KorivaSDK.h"
 #include "KorivaSDK/State.h"
 #include "bench/Wire.h"
-#include "socketio/Manager.h"
+#include "socketio/Connection.h"
 
 namespace {
 
@@ -226,39 +226,41 @@ class Many {
   }
 
  private:
-  void connectNext() {
-    socketio::Manager::Options options;
-    options.nsp = "/data";
-    options.connectParameters = {{"session", "token-1001"}, {"deviceid", "bench"}};
-    auto& manager = *managers_.emplace_back(
-        std::make_unique<socketio::Manager>(environment_, *endpoint_, std::move(options)));
-    manager.connect();
-    manager.socket()->on(socketio::connectEvent, [this](const auto&) { onConnected(); });
-    manager.socket()->on(socketio::disconnectEvent, [](const socketio::Items& items) {
+  std::shared_ptr<const socketio::Handlers> handlers() {
+    auto made = std::make_shared<socketio::Handlers>();
+    made->emplace(socketio::connectEvent, [this](const auto&) { onConnected(); });
+    made->emplace(socketio::disconnectEvent, [](const socketio::Items& items) {
       bench::fail("connection lost: " + std::string(items.text()));
     });
+    return made;
+  }
+
+  void connectNext() {
+    auto& connection = *connections_.emplace_back(std::make_shared<socketio::Connection>(
+        environment_, "/data", socketio::Limits(), handlers_));
+    connection.connect(*endpoint_, {{"session", "token-1001"}, {"deviceid", "bench"}});
   }
 
   /// What the first brings with it is not counted: it is there once.
   void onConnected() {
-    if (managers_.size() == 1) {
+    if (connections_.size() == 1) {
       bench::say("connected");
       firstKib_ = bench::residentKib();
       stopwatch_.emplace();
     }
-    if (managers_.size() <= clients_) return connectNext();
+    if (connections_.size() <= clients_) return connectNext();
     const auto count = static_cast<double>(clients_);
     connectUs_ = stopwatch_->microseconds() / count;
     clientKib_ = (bench::residentKib() - firstKib_) / count;
-    for (const auto& manager : managers_) send(*manager->socket());
+    for (const auto& connection : connections_) send(*connection);
   }
 
-  void send(socketio::Socket& socket) {
-    const auto onAck = [this, &socket, begin = Clock::now()](const socketio::Items& items) {
+  void send(socketio::Connection& connection) {
+    const auto onAck = [this, &connection, begin = Clock::now()](const socketio::Items& items) {
       if (!items.text().starts_with(R"({"result":0)")) bench::fail("no answer");
-      meter_.add(begin) ? context_.stop() : send(socket);
+      meter_.add(begin) ? context_.stop() : send(connection);
     };
-    socket.emitWithAck("create_message", request_, onAck);
+    connection.emit("create_message", request_, onAck);
   }
 
   const std::size_t clients_;
@@ -266,8 +268,9 @@ class Many {
   const std::optional<socketio::Endpoint> endpoint_;
   const std::string request_ = bench::readData("request.json");
   asio::io_context context_;
-  socketio::Environment environment_{context_.get_executor(), context_.get_executor()};
-  std::vector<std::unique_ptr<socketio::Manager>> managers_;
+  socketio::Environment environment_{context_.get_executor()};
+  const std::shared_ptr<const socketio::Handlers> handlers_ = handlers();
+  std::vector<std::shared_ptr<socketio::Connection>> connections_;
   std::optional<bench::Stopwatch> stopwatch_;
   double firstKib_ = 0;
   double clientKib_ = 0;

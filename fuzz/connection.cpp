@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "fuzz/Fuzz.h"
-#include "socketio/Engine.h"
-#include "socketio/Socket.h"
+#include "socketio/Connection.h"
 
 using namespace koriva::socketio;
 using namespace std::chrono_literals;
@@ -44,31 +43,27 @@ struct Far final : Transport {
   bool paused = false;
 };
 
-class Connection {
+class Play {
  public:
-  explicit Connection(bool attached)
-      : environment_(network_.get_executor(),
-                     attached ? application_.get_executor() : network_.get_executor()) {
+  explicit Play(bool attached) {
+    if (attached) environment_.setHandleQueue(application_.get_executor());
     Limits limits;
     limits.acknowledgement = 1ms;
     limits.undelivered = 4;
     limits.outgoingBytes = 4096;
     environment_.setWorld({environment_.clock(), [this] { return far_; }});
-    auto engine = std::make_shared<Engine>(environment_, "/data", limits);
-    engine_ = engine;
-    socket_ = std::make_shared<Socket>(environment_, std::move(engine), "/data", limits);
-    listen();
-    onApplication([this] { socket_->connect(*Endpoint::parse("http://h"), {}, {}); });
+    connection_ = std::make_shared<Connection>(environment_, "/data", limits, handlers());
+    onApplication([this] { connection_->connect(*Endpoint::parse("http://h"), {}); });
   }
 
-  ~Connection() {
+  ~Play() {
     onApplication([this] {
-      socket_->disconnect();
-      require(socket_->status() == Status::disconnected, "a socket can be disconnected");
+      connection_->disconnect();
+      require(connection_->status() == Status::disconnected, "a connection can be disconnected");
     });
-    const std::weak_ptr<Socket> socket = std::exchange(socket_, nullptr);
+    const std::weak_ptr<Connection> connection = std::exchange(connection_, nullptr);
     const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (!socket.expired() || !engine_.expired()) {
+    while (!connection.expired()) {
       require(std::chrono::steady_clock::now() < deadline, "nothing of a connection stays");
       network_.restart();
       network_.run_for(1ms);
@@ -79,8 +74,8 @@ class Connection {
     }
   }
 
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
+  Play(const Play&) = delete;
+  Play& operator=(const Play&) = delete;
 
   void play(std::string_view line) {
     if (line.starts_with('!')) {
@@ -99,37 +94,46 @@ class Connection {
   }
 
  private:
-  void listen() {
-    socket_->on(connectEvent, [this](const Items&) {
-      require(++connects_ == 1 && disconnects_ == 0, "a socket connects once");
-      require(socket_->status() == Status::connected, "it is connected when it says so");
-    });
-    socket_->on(disconnectEvent, [this](const Items& items) {
-      require(++disconnects_ == 1, "a socket disconnects once");
-      require(socket_->status() == Status::disconnected, "it is disconnected when it says so");
-      require(items.text().starts_with('"'), "there is a reason");
-    });
-    socket_->on(errorEvent, [this](const Items&) { require(!released_, "silent when released"); });
-    socket_->on("ev", [this](const Items& items) {
-      require(!released_ && connects_ == 1, "events come on a connection");
-      require(items.attachments.size() <= 64, "attachments are limited");
-      require(!items.firstHoldsBinary || !items.attachments.empty(), "binary needs attachments");
-      const auto text = items.text();
-      if (text.starts_with("\"!") && text.ends_with('"')) act(text.substr(2, text.size() - 3));
-    });
+  std::shared_ptr<const Handlers> handlers() {
+    const Handlers all{
+        {std::string(connectEvent),
+         [this](const Items&) {
+           require(++connects_ == 1 && disconnects_ == 0, "a connection connects once");
+           require(connection_->status() == Status::connected, "it is connected when it says so");
+         }},
+        {std::string(disconnectEvent),
+         [this](const Items& items) {
+           require(++disconnects_ == 1, "a connection disconnects once");
+           require(connection_->status() == Status::disconnected,
+                   "it is disconnected when it says so");
+           require(items.text().starts_with('"'), "there is a reason");
+         }},
+        {std::string(errorEvent),
+         [this](const Items&) { require(!released_, "silent when released"); }},
+        {"ev", [this](const Items& items) { onEvent(items); }}};
+    return std::make_shared<const Handlers>(all);
+  }
+
+  void onEvent(const Items& items) {
+    require(!released_ && connects_ == 1, "events come on a connection");
+    require(items.attachments.size() <= 64, "attachments are limited");
+    require(!items.firstHoldsBinary || !items.attachments.empty(), "binary needs attachments");
+    const auto text = items.text();
+    if (text.starts_with("\"!") && text.ends_with('"')) act(text.substr(2, text.size() - 3));
   }
 
   void act(std::string_view what) {
     if (what == "ack") {
       acknowledgements_.push_back(0);
-      socket_->emitWithAck("ask", "{}", [this, i = acknowledgements_.size() - 1](const Items&) {
+      connection_->emit("ask", "{}", [this, i = acknowledgements_.size() - 1](const Items&) {
+        require(environment_.onHandleQueue(), "acknowledgements end on the handle queue");
         ++acknowledgements_[i];
       });
     } else if (what == "disconnect") {
-      socket_->disconnect();
+      connection_->disconnect();
     } else if (what == "release") {
       released_ = true;
-      socket_->release();
+      connection_->release();
     } else if (what == "lost") {
       onNetwork([this] {
         if (const auto listener = far_->listener.lock()) listener->onClosed("lost");
@@ -137,7 +141,7 @@ class Connection {
     } else if (what == "poll") {
       if (!environment_.onHandleQueue()) drain(application_);
     } else {
-      socket_->emit(std::string(what), "");
+      connection_->emit(std::string(what), "");
     }
   }
 
@@ -163,10 +167,9 @@ class Connection {
 
   boost::asio::io_context network_;
   boost::asio::io_context application_;
-  Environment environment_;
+  Environment environment_{network_.get_executor()};
   std::shared_ptr<Far> far_ = std::make_shared<Far>();
-  std::weak_ptr<Engine> engine_;
-  std::shared_ptr<Socket> socket_;
+  std::shared_ptr<Connection> connection_;
   std::vector<int> acknowledgements_;
   int connects_ = 0;
   int disconnects_ = 0;
@@ -179,10 +182,10 @@ void koriva::fuzz::run(std::string_view input) {
   constexpr std::string_view attached = "!attached\n";
   const bool isAttached = input.starts_with(attached);
   if (isAttached) input.remove_prefix(attached.size());
-  Connection connection(isAttached);
+  Play game(isAttached);
   while (!input.empty()) {
     const auto line = input.substr(0, input.find('\n'));
-    connection.play(line);
+    game.play(line);
     input.remove_prefix(std::min(line.size() + 1, input.size()));
   }
 }

@@ -174,7 +174,7 @@ void Life::end() {
   require(transports_ == 0, is::nothingIsLeft, transports_, " transports");
   require(tokens_ == 0, is::nothingIsLeft, tokens_, " delegates and tasks");
   require(asks_.empty(), is::nothingIsLeft, asks_.size(), " completions");
-  require(internals_.environment_->farewells() == 0, is::nothingIsLeft, "farewells");
+  require(!internals_.environment_->isSayingFarewell(), is::nothingIsLeft, "farewells");
   for (const auto& client : clients_) {
     require(client.weak.expired(), is::nothingIsLeft, "client ", indexOf(client));
   }

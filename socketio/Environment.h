@@ -6,21 +6,33 @@
 #include <functional>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "socketio/SystemClock.h"
 #include "socketio/World.h"
 
 namespace koriva::socketio {
 
+class Connection;
+
 /// What connections are built on: where they run, what time it is and how they reach a server.
 /// Network I/O runs on one executor, handlers on another (the "handle queue"); the two may be the
 /// same. Outlives everything that was built on it.
 class Environment {
  public:
-  /// `handlerPosted` is called after each task posted to the handle queue, on the posting thread.
-  Environment(Executor io, Executor handlers, std::function<void()> handlerPosted = {});
+  explicit Environment(const Executor& io);
+
+  /// Has handlers run elsewhere from now on. `handlerPosted` is called after each task that is
+  /// posted there, on the posting thread. While nothing runs on either executor.
+  void setHandleQueue(Executor handlers, std::function<void()> handlerPosted = {});
+
+  // From any thread.
 
   [[nodiscard]] const Executor& io() const { return io_; }
+  /// True while the caller is run by the I/O executor.
+  [[nodiscard]] bool onIo() const { return io_.running_in_this_thread(); }
+
+  // From both executors.
 
   /// True while the caller is run by the handle queue.
   [[nodiscard]] bool onHandleQueue() const { return handlers_.running_in_this_thread(); }
@@ -33,8 +45,19 @@ class Environment {
   /// Sets the world of what is built from now on. On the thread that builds.
   void setWorld(World world) { world_ = std::move(world); }
 
-  /// How many connections are being closed in the background, after what was sent before.
-  [[nodiscard]] std::atomic<int>& farewells() const { return farewells_; }
+  /// Held while a connection is being closed in the background, after what was sent before.
+  using Farewell = std::unique_ptr<std::atomic<int>, void (*)(std::atomic<int>*)>;
+  [[nodiscard]] Farewell farewell() const {
+    ++farewells_;
+    return {&farewells_, [](auto* count) { --*count; }};
+  }
+  [[nodiscard]] bool isSayingFarewell() const { return farewells_ != 0; }
+
+  // The connections that may stand. On the I/O executor.
+  void add(std::weak_ptr<Connection> connection) const;
+  [[nodiscard]] std::vector<std::weak_ptr<Connection>> takeConnections() const {
+    return std::exchange(connections_, {});
+  }
 
   /// Runs `task` on the handle queue: now when the caller is on it, else later, in order.
   template <class Task>
@@ -59,6 +82,7 @@ class Environment {
   std::function<void()> handlerPosted_;
   World world_;
   mutable std::atomic<int> farewells_ = 0;
+  mutable std::vector<std::weak_ptr<Connection>> connections_;
 };
 
 }  // namespace koriva::socketio

@@ -162,6 +162,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   std::optional<Endpoint> endpoint_;
   std::string target_;
   State state_ = State::idle;
+  Environment::Farewell farewell_{nullptr, nullptr};  // while closing
 
   std::string incoming_;
   std::optional<asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>>>
@@ -375,7 +376,7 @@ void WebSocket::writeNext() {
 void WebSocket::close() {
   if (state_ != State::open) return drop();
   state_ = State::closing;
-  ++environment_.farewells();
+  farewell_ = environment_.farewell();
   closeBy(closeLimit);
   if (outgoing_.empty()) closeGracefully();
 }
@@ -395,7 +396,7 @@ void WebSocket::closeBy(Duration limit) {
 }
 
 void WebSocket::drop() {
-  if (state_ == State::closing) --environment_.farewells();
+  farewell_.reset();
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "KorivaSDK/RunLoopInternals.h"
-#include "socketio/Manager.h"
+#include "socketio/Connection.h"
 #include "tests/support/Harness.h"
 
 namespace koriva::test {
@@ -19,26 +19,29 @@ struct Attempt {
     int messages = 0;
   };
 
-  explicit Attempt(const std::string& url, const socketio::Limits& limits = patient)
-      : manager(std::make_unique<socketio::Manager>(
-            (attached(), KRRunLoop::main().internals().environment()),
-            *socketio::Endpoint::parse(url),
-            socketio::Manager::Options{"/data", {{"session", "secret"}}, limits})) {
-    auto& socket = *manager->socket();
-    socket.on(socketio::errorEvent,
-              [to = heard](const auto& items) { to->errors += items.text(); });
-    socket.on(socketio::disconnectEvent, [to = heard](const auto&) { ++to->disconnects; });
-    socket.on("message", [to = heard](const auto&) { ++to->messages; });
-    socket.on(socketio::connectEvent, [to = heard, &socket](const auto&) {
-      socket.emitWithAck("ask", "{}", [to](const auto& items) {
-        if (items.text() != socketio::noAck) to->answers += items.text();
-      });
-    });
-    manager->connect();
+  explicit Attempt(const std::string& url, const socketio::Limits& limits = patient) {
+    attached();
+    const socketio::Handlers handlers{
+        {std::string(socketio::errorEvent),
+         [to = heard](const auto& items) { to->errors += items.text(); }},
+        {std::string(socketio::disconnectEvent), [to = heard](const auto&) { ++to->disconnects; }},
+        {"message", [to = heard](const auto&) { ++to->messages; }},
+        {std::string(socketio::connectEvent), [this](const auto&) {
+           connection->emit("ask", "{}", [to = heard](const auto& items) {
+             if (items.text() != socketio::noAck) to->answers += items.text();
+           });
+         }}};
+    connection = std::make_shared<socketio::Connection>(
+        KRRunLoop::main().internals().environment(), "/data", limits,
+        std::make_shared<const socketio::Handlers>(handlers));
+    connection->connect(*socketio::Endpoint::parse(url), {{"session", "secret"}});
   }
+  ~Attempt() { connection->release(); }
+  Attempt(const Attempt&) = delete;
+  Attempt& operator=(const Attempt&) = delete;
   bool isOver() const { return !heard->answers.empty() || heard->disconnects > 0; }
 
-  std::unique_ptr<socketio::Manager> manager;
+  std::shared_ptr<socketio::Connection> connection;
   std::shared_ptr<Heard> heard = std::make_shared<Heard>();
 };
 

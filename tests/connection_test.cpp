@@ -2,7 +2,7 @@
 #include <boost/asio/post.hpp>
 #include <deque>
 
-#include "socketio/Manager.h"
+#include "socketio/Connection.h"
 #include "support/Script.h"
 #include "testing/VirtualClock.h"
 
@@ -36,6 +36,7 @@ class Play {
  public:
   static bool knowsTime() { return true; }
   explicit Play(bool /*inTime*/) {
+    environment_.setHandleQueue(handlers_.get_executor());
     environment_.setWorld(
         {clock_, [this] { return far_ = std::make_shared<FakeTransport>(note_); }});
   }
@@ -53,7 +54,6 @@ class Play {
   }
 
  private:
-  Socket& socket() { return *manager_->socket(); }
   std::shared_ptr<Transport::Listener> listener() { return far_->listener.lock(); }
 
   void run() {
@@ -69,13 +69,13 @@ class Play {
   }
   void open() {
     run();
-    Manager::Options options{"/data", {}, limits_};
-    manager_ = std::make_unique<Manager>(environment_, *Endpoint::parse("http://h"), options);
-    socket().on(errorEvent, [this](const auto& items) { note_(std::string(items.text())); });
+    auto handlers = std::make_shared<Handlers>();
+    handlers->emplace(errorEvent, [this](const auto& items) { note_(std::string(items.text())); });
     for (const auto event : {connectEvent, disconnectEvent, std::string_view("ev")}) {
-      socket().on(event, [this, event](const auto&) { note_(std::string(event)); });
+      handlers->emplace(event, [this, event](const auto&) { note_(std::string(event)); });
     }
-    manager_->connect();
+    connection_ = std::make_shared<Connection>(environment_, "/data", limits_, std::move(handlers));
+    connection_->connect(*Endpoint::parse("http://h"), {});
     run();
   }
   void join() {
@@ -93,9 +93,9 @@ class Play {
   boost::asio::io_context handlers_;
   const std::shared_ptr<testing::VirtualClock> clock_ = std::make_shared<testing::VirtualClock>(
       TimePoint(), [this](auto task) { boost::asio::post(network_, std::move(task)); });
-  Environment environment_{network_.get_executor(), handlers_.get_executor()};
+  Environment environment_{network_.get_executor()};
   std::shared_ptr<FakeTransport> far_;
-  std::unique_ptr<Manager> manager_;
+  std::shared_ptr<Connection> connection_;
 
  public:
   const test::Steps steps{
@@ -106,13 +106,13 @@ class Play {
       {"text *", [this](auto& it) { listener()->onText(it.argument); }},
       {"lose *", [this](auto& it) { listener()->onClosed(it.argument); }},
       {"pass *", [this](auto& it) { pass(test::millisecondsIn(it)); }},
-      {"emit *", [this](auto& it) { socket().emit(it.argument, "1"); }},
-      {"disconnect", [this](auto&) { socket().disconnect(); }},
-      {"release", [this](auto&) { manager_.reset(); }},
+      {"emit *", [this](auto& it) { connection_->emit(it.argument, "1"); }},
+      {"disconnect", [this](auto&) { connection_->disconnect(); }},
+      {"release", [this](auto&) { connection_->release(); }},
   };
 };
 
-TEST(Socket, FollowsTheScript) { test::followScripts<Play>("sockets.txt"); }
+TEST(Connection, FollowsTheScript) { test::followScripts<Play>("connections.txt"); }
 
 }  // namespace
 }  // namespace koriva::socketio

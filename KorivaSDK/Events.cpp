@@ -2,7 +2,7 @@
 #include "KorivaSDK/State.h"
 
 using koriva::socketio::Items;
-using koriva::socketio::Socket;
+using koriva::socketio::Status;
 
 namespace {
 
@@ -40,9 +40,44 @@ std::optional<std::string_view> itemsAsTheyAre(const Items& items) { return item
 
 }  // namespace
 
-void KorivaSDK::addDataHandlers(Socket& socket) {
+void KorivaSDK::tellDisconnected() {
+  koriva::printLine("KorivaSDK - socket disconnected");
+  forEachDelegate([](KorivaDelegate& delegate) { delegate.didDisconnect(); });
+}
+
+void KorivaSDK::makeHandlers() {
+  auto handlers = std::make_shared<koriva::socketio::Handlers>();
+  state_->handlers = handlers;
+  const auto on = [&](std::string_view event,
+                      std::function<void(KorivaSDK & sdk, const Items& items)> handler) {
+    handlers->emplace(event,
+                      [weak = weak_from_this(), handler = std::move(handler)](const Items& items) {
+                        if (const auto sdk = weak.lock()) handler(*sdk, items);
+                      });
+  };
+  on(koriva::socketio::disconnectEvent,
+     [](KorivaSDK& sdk, const Items&) { sdk.tellDisconnected(); });
+  on("login", [](KorivaSDK& sdk, const Items& items) {
+    const auto data = getDataFromAck(items);
+    if (!data) return;
+    const auto event = koriva::json::decodeFirst<KRLoginEvent>(*data);
+    if (!event || event->result != KRError::expired.code()) return;
+    sdk.forEachDelegate(
+        [](KorivaDelegate& delegate) { delegate.didReceiveError(KRError::expired); });
+  });
+  on(koriva::socketio::connectEvent, [](KorivaSDK& sdk, const Items&) {
+    koriva::printLine("KorivaSDK - socket connected");
+    sdk.state_->isNew = false;
+    sdk.state_->isReady = true;
+    const auto connection = sdk.state_->lastConnection;
+    sdk.completeUndoneTasks();
+    // Whoever is called may end the connection: nobody hears of the connect after that.
+    sdk.forEachDelegate([&](KorivaDelegate& delegate) {
+      if (connection->status() == Status::connected) delegate.didConnect();
+    });
+  });
   const auto add = [&]<class Record>(Push<Record> push, auto* dataOf) {
-    on(socket, push.event, [tell = push.tell, dataOf](KorivaSDK& sdk, const Items& items) {
+    on(push.event, [tell = push.tell, dataOf](KorivaSDK& sdk, const Items& items) {
       const auto data = dataOf(items);
       if (!data) return;
       const auto record = koriva::json::decodeFirst<Record>(*data);
@@ -80,19 +115,19 @@ void KorivaSDK::addDataHandlers(Socket& socket) {
   push(Push<KRIceSdp>{"ice_sdp", [](auto& to, auto& it) { to.didReceiveCall(Event::IceSdp{it}); }});
   push(Push<KRIceCandidate>{
       "ice_candidate", [](auto& to, auto& it) { to.didReceiveCall(Event::IceCandidate{it}); }});
-  on(socket, "event", [](KorivaSDK& sdk, const Items& items) {
+  on("event", [](KorivaSDK& sdk, const Items& items) {
     const auto data = getDataFromAck(items);
     if (!data) return;
     const auto event = koriva::json::decodeFirst<KREvent>(*data);
     if (!event) return;
-    const auto connection = sdk.state_->manager->socket();
+    const auto connection = sdk.state_->lastConnection;
     sdk.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
     const auto typing = typingKind(event->type);
     if (!typing || connection->status() != koriva::socketio::Status::connected) return;
     sdk.forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
   });
   // No delegate is told of this one.
-  on(socket, "delete_conversation", [](KorivaSDK&, const Items& items) {
+  on("delete_conversation", [](KorivaSDK&, const Items& items) {
     const auto data = getDataFromAck(items);
     if (data && koriva::isReadable(*data)) koriva::printLine("delete_conversation");
   });

@@ -1,0 +1,344 @@
+#include "socketio/Connection.h"
+
+#include <algorithm>
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/post.hpp>
+#include <utility>
+
+namespace koriva::socketio {
+
+namespace asio = boost::asio;
+
+Connection::Connection(const Environment& environment, std::string nsp, const Limits& limits,
+                       std::shared_ptr<const Handlers> handlers)
+    : environment_(environment),
+      nsp_(std::move(nsp)),
+      limits_(limits),
+      clock_(environment.clock()),
+      transport_(environment.makeTransport()),
+      handlers_(std::move(handlers)),
+      connectTimer_(clock_->makeTimer()),
+      heartbeatTimer_(clock_->makeTimer()),
+      ackTimer_(clock_->makeTimer()) {}
+
+// Nothing that waits for its turn is overtaken. With nothing waiting, a detour would cost each
+// answer to an event another one.
+template <class Task>
+void Connection::runOnIo(Task task) {
+  if (waitingTasks_ == 0 && environment_.onIo()) return task();
+  ++waitingTasks_;
+  asio::post(environment_.io(), [self = shared_from_this(), task = std::move(task)]() mutable {
+    --self->waitingTasks_;
+    task();
+  });
+}
+
+void Connection::connect(const Endpoint& endpoint, const ConnectParameters& parameters,
+                         Duration delay) {
+  if (status() != Status::notConnected) return;
+  status_ = Status::connecting;
+  lastDial_ = clock_->now() + delay;
+  runOnIo([this, endpoint, target = requestTarget(parameters), notBefore = lastDial_] {
+    environment_.add(weak_from_this());
+    if (clock_->now() >= notBefore) return dial(endpoint, target);
+    connectTimer_->set(notBefore, [weak = weak_from_this(), endpoint, target] {
+      if (const auto self = weak.lock()) self->dial(endpoint, target);
+    });
+  });
+}
+
+void Connection::dial(const Endpoint& endpoint, const std::string& target) {
+  if (status() == Status::disconnected) return;
+  state_ = State::opening;
+  connectTimer_->set(clock_->now() + limits_.connect, [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (self && self->state_ != State::joined) self->fail("the connection attempt timed out");
+  });
+  transport_->open(endpoint, target, weak_from_this());
+}
+
+Duration Connection::delayOfNextDial(const Clock& nextClock) const {
+  if (&nextClock != clock_.get()) return {};
+  const auto now = clock_->now();
+  const auto next = lastDial_ > now ? lastDial_ : lastDial_ + limits_.redial;
+  return std::max(next - now, Duration::zero());
+}
+
+void Connection::disconnect() {
+  if (!becomeDisconnected()) return;
+  close();
+  raise(disconnectEvent, Items(quoted("disconnected by the client")));
+}
+
+void Connection::release() {
+  handlers_.reset();
+  if (becomeDisconnected()) close();
+}
+
+/// False when it was on no connection.
+bool Connection::becomeDisconnected() {
+  const auto before = status_.exchange(Status::disconnected);
+  return before == Status::connecting || before == Status::connected;
+}
+
+void Connection::close() {
+  runOnIo([this, farewell = environment_.farewell()] { leave(); });
+}
+
+void Connection::leave() {
+  if (state_ == State::joined) transport_->send(encodeDisconnect(nsp_));
+  shut();
+}
+
+void Connection::endAll(const Environment& environment, const std::string& reason) {
+  for (const auto& weak : environment.takeConnections()) {
+    const auto connection = weak.lock();
+    if (!connection || connection->state_ == State::closed) continue;
+    connection->leave();
+    environment.dispatchHandler([connection, reason] { connection->onEnded(reason); });
+  }
+}
+
+void Connection::emit(std::string event, std::string items, Handler onAck) {
+  const auto size = sizeof(Emission) + event.size() + items.size();
+  const char* refusal = nullptr;
+  if (status() != Status::connected) {
+    refusal = "not connected";
+  } else if (waitingBytes_ + transport_->queuedBytes() + size > limits_.outgoingBytes) {
+    refusal = "too much is waiting to be sent";
+  }
+  waitingBytes_ += size;
+  runOnIo([this, size,
+           emission =
+               Emission{std::move(event), std::move(items), std::move(onAck), refusal}]() mutable {
+    waitingBytes_ -= size;
+    send(std::move(emission));
+  });
+}
+
+void Connection::send(Emission emission) {
+  std::optional<std::uint64_t> id;
+  if (emission.onAck) id = awaitAck(std::move(emission.onAck));
+  if (emission.refusal) return refuse(emission.event, emission.refusal);
+  if (state_ != State::joined) return refuse(emission.event, "not connected");
+  auto frame = encodeEvent(nsp_, id, emission.event, emission.items);
+  if (maxPayload_ != 0 && frame.size() > maxPayload_) {
+    return refuse(emission.event, "the message is larger than the server accepts");
+  }
+  transport_->send(std::move(frame));
+}
+
+// Later: this may still be within the emission, in which no handler runs.
+void Connection::refuse(const std::string& event, const char* reason) {
+  environment_.postHandler([self = shared_from_this(), text = "\"" + event + "\" was not sent: " +
+                                                              reason] { self->raiseError(text); });
+}
+
+std::uint64_t Connection::awaitAck(Handler onAck) {
+  acks_.push_back({clock_->now() + limits_.acknowledgement, std::move(onAck)});
+  watchAcks();
+  return firstAckId_ + acks_.size() - 1;
+}
+
+// The timer is left to ring for the oldest acknowledgement even when that was answered meanwhile:
+// setting it anew for each would cost more than a needless ring every few seconds. It keeps the
+// connection until all have ended.
+void Connection::watchAcks() {
+  if (isAckTimerSet_ || acks_.empty()) return;
+  isAckTimerSet_ = true;
+  ackTimer_->set(acks_.front().deadline, [self = shared_from_this()] { self->expireAcks(); });
+}
+
+void Connection::expireAcks() {
+  isAckTimerSet_ = false;
+  const auto now = clock_->now();
+  while (!acks_.empty() && acks_.front().deadline <= now) {
+    if (auto onAck = takeAck(firstAckId_)) {
+      environment_.postHandler([onAck = std::move(onAck)] { onAck(Items(std::string(noAck))); });
+    }
+  }
+  watchAcks();
+}
+
+Handler Connection::takeAck(std::uint64_t id) {
+  if (id < firstAckId_ || id - firstAckId_ >= acks_.size()) return {};
+  auto onAck = std::exchange(acks_[static_cast<std::size_t>(id - firstAckId_)].onAck, {});
+  while (!acks_.empty() && !acks_.front().onAck) {
+    acks_.pop_front();
+    ++firstAckId_;
+  }
+  return onAck;
+}
+
+void Connection::onText(std::string frame) {
+  if (frame.empty() || state_ == State::closed) return;
+  switch (frame.front()) {
+    case '0':
+      return onHandshake(std::string_view(frame).substr(1));
+    case '1':
+      return fail("the server closed the connection");
+    case '2':
+      // Emissions are refused long before; only answers that nobody reads pile up this high.
+      if (transport_->queuedBytes() / 2 > limits_.outgoingBytes) {
+        return fail("the server does not read");
+      }
+      lastHeartbeat_ = clock_->now();
+      frame.front() = '3';
+      return transport_->send(std::move(frame));
+    case '4':
+      return onPacket(std::move(frame));
+    default:
+      return;
+  }
+}
+
+void Connection::onHandshake(std::string_view json) {
+  if (state_ != State::opening) return;
+  const auto handshake = parseHandshake(json);
+  if (!handshake) return fail("the server's open packet is malformed");
+  maxPayload_ = handshake->maxPayload;
+  heartbeatLimit_ = std::chrono::milliseconds(handshake->pingInterval + handshake->pingTimeout);
+  lastHeartbeat_ = clock_->now();
+  transport_->setIdleLimit(heartbeatLimit_);
+  watchHeartbeat();
+  state_ = State::joining;
+  transport_->send(encodeConnect(nsp_));
+}
+
+void Connection::watchHeartbeat() {
+  heartbeatTimer_->set(lastHeartbeat_ + heartbeatLimit_, [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self || self->state_ == State::closed) return;
+    if (self->clock_->now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
+      return self->fail("the server's heartbeat stopped");
+    }
+    self->watchHeartbeat();
+  });
+}
+
+void Connection::onPacket(std::string frame) {
+  partial_.reset();  // text instead of an awaited attachment: that packet is lost
+  auto packet = parsePacket(std::string_view(frame).substr(1));
+  if (!packet || packet->nsp != nsp_) return;
+  switch (packet->type) {
+    case PacketType::connect:
+      if (state_ != State::joining) return;
+      state_ = State::joined;
+      connectTimer_->cancel();
+      return environment_.dispatchHandler([self = shared_from_this()] { self->onConnected(); });
+    case PacketType::disconnect:
+      return fail("the server ended the session");
+    case PacketType::connectError:
+      return fail("the server refused the connection: " + refusalText(packet->payload));
+    default:
+      if (state_ == State::joined) onMessage(*std::move(packet), std::move(frame));
+  }
+}
+
+// By reference: moving a short frame would move the text that the packet's views point into.
+void Connection::onMessage(Packet&& packet, std::string&& frame) {
+  const bool isBinary =
+      packet.type == PacketType::binaryEvent || packet.type == PacketType::binaryAck;
+  std::optional<bool> holdsBinary = false;
+  if (isBinary) holdsBinary = firstItemHoldsBinary(packet.payload, packet.attachments);
+  if (!holdsBinary) return;
+
+  Message message;
+  if (packet.type == PacketType::ack || packet.type == PacketType::binaryAck) {
+    message.ackId = packet.id;
+  }
+  message.event = std::move(packet.event);
+  message.missing = packet.attachments;
+  message.bytes = frame.size();
+  const auto offset = static_cast<std::size_t>(packet.payload.data() - frame.data());
+  const auto length = packet.payload.size();
+  message.items = Items(std::move(frame), offset, length);
+  message.items.firstHoldsBinary = *holdsBinary;
+  if (message.missing == 0) return deliver(std::move(message));
+  partial_ = std::move(message);
+}
+
+void Connection::onBinary(std::string frame) {
+  if (!partial_ || state_ == State::closed) return;
+  partial_->bytes += frame.size();
+  if (partial_->bytes > maxIncomingBytes) return partial_.reset();
+  partial_->items.attachments.push_back(std::move(frame));
+  if (--partial_->missing == 0) deliver(*std::exchange(partial_, std::nullopt));
+}
+
+void Connection::deliver(Message message) {
+  const auto bytes = message.bytes;
+  if (!message.ackId) {
+    return deliver(bytes, [self = shared_from_this(), event = std::move(message.event),
+                           items = std::move(message.items)] { self->onEvent(event, items); });
+  }
+  auto onAck = takeAck(*message.ackId);
+  if (!onAck) return;
+  deliver(bytes, [onAck = std::move(onAck), items = std::move(message.items)] { onAck(items); });
+}
+
+template <class Task>
+void Connection::deliver(std::size_t bytes, Task task) {
+  if (environment_.onHandleQueue()) return task();
+  undeliveredBytes_ += bytes;
+  if (++undelivered_ > limits_.undelivered || undeliveredBytes_ > limits_.undeliveredBytes) {
+    if (!std::exchange(isPaused_, true)) transport_->pauseReading(true);
+  }
+  environment_.postHandler([self = shared_from_this(), bytes, task = std::move(task)] {
+    self->undeliveredBytes_ -= bytes;
+    if (--self->undelivered_ == 0) self->resumeReading();
+    task();
+  });
+}
+
+void Connection::resumeReading() {
+  asio::dispatch(environment_.io(), [self = shared_from_this()] {
+    if (std::exchange(self->isPaused_, false)) self->transport_->pauseReading(false);
+  });
+}
+
+void Connection::onClosed(std::string reason) { fail(reason); }
+
+void Connection::shut() {
+  state_ = State::closed;
+  connectTimer_->cancel();
+  heartbeatTimer_->cancel();
+  partial_.reset();
+  transport_->close();
+}
+
+void Connection::fail(const std::string& reason) {
+  if (state_ == State::closed) return;
+  shut();
+  environment_.dispatchHandler([self = shared_from_this(), reason] { self->onEnded(reason); });
+}
+
+void Connection::onConnected() {
+  auto expected = Status::connecting;
+  if (status_.compare_exchange_strong(expected, Status::connected)) raise(connectEvent, Items());
+}
+
+void Connection::onEvent(const std::string& event, const Items& items) {
+  if (status() != Status::connected) return;
+  if (event == connectEvent || event == disconnectEvent) return;
+  raise(event, items);
+}
+
+void Connection::onEnded(const std::string& reason) {
+  const bool hasFailed = status() == Status::connecting;
+  if (!becomeDisconnected()) return;
+  if (hasFailed) lastDial_ = clock_->now();
+  raiseError(reason);
+  raise(disconnectEvent, Items(quoted(reason)));
+}
+
+void Connection::raiseError(std::string_view text) { raise(errorEvent, Items(quoted(text))); }
+
+void Connection::raise(std::string_view event, const Items& items) {
+  const auto handlers = handlers_;  // a handler may release this connection
+  if (!handlers) return;
+  const auto found = handlers->find(event);
+  if (found != handlers->end()) found->second(items);
+}
+
+}  // namespace koriva::socketio
