@@ -12,7 +12,7 @@ namespace {
 using boost::asio::ip::tcp;
 using boost::system::error_code;
 
-constexpr std::ptrdiff_t maxLookUps = 4;
+constexpr std::ptrdiff_t maxQueries = 4;
 
 }  // namespace
 
@@ -25,13 +25,13 @@ void Resolver::resolve(const std::string& name, const Executor& executor, std::w
                        Handler handler) {
   const std::lock_guard lock(mutex_);
   forgetAbandoned();
-  auto lookUp = std::ranges::find(lookUps_, name, &LookUp::name);
-  if (lookUp == lookUps_.end()) lookUp = lookUps_.insert(lookUp, LookUp{name, {}});
-  lookUp->waiters.push_back({executor, std::move(owner), std::move(handler)});
+  auto query = std::ranges::find(queries_, name, &Query::name);
+  if (query == queries_.end()) query = queries_.insert(query, Query{name, {}});
+  query->waiters.push_back({executor, std::move(owner), std::move(handler)});
   startNext();
 }
 
-void Resolver::LookUp::finish(error_code error, const Addresses& found) {
+void Resolver::Query::finish(error_code error, const Addresses& found) {
   for (auto& [executor, owner, handler] : waiters) {
     if (owner.expired()) continue;
     boost::asio::post(executor, [owner = owner, handler = std::move(handler), error, found] {
@@ -41,15 +41,15 @@ void Resolver::LookUp::finish(error_code error, const Addresses& found) {
 }
 
 void Resolver::forgetAbandoned() {
-  for (auto& lookUp : lookUps_) {
-    std::erase_if(lookUp.waiters, [](const Waiter& waiter) { return waiter.owner.expired(); });
+  for (auto& query : queries_) {
+    std::erase_if(query.waiters, [](const Waiter& waiter) { return waiter.owner.expired(); });
   }
-  lookUps_.remove_if([](const LookUp& it) { return !it.isUnderWay && it.waiters.empty(); });
+  queries_.remove_if([](const Query& it) { return !it.isUnderWay && it.waiters.empty(); });
 }
 
 void Resolver::startNext() {
-  auto room = maxLookUps - std::ranges::count(lookUps_, true, &LookUp::isUnderWay);
-  for (auto it = lookUps_.begin(); it != lookUps_.end() && room > 0;) {
+  auto room = maxQueries - std::ranges::count(queries_, true, &Query::isUnderWay);
+  for (auto it = queries_.begin(); it != queries_.end() && room > 0;) {
     const auto next = it++;
     if (next->isUnderWay) continue;
     try {
@@ -58,7 +58,7 @@ void Resolver::startNext() {
       --room;
     } catch (const std::system_error& noThread) {
       next->finish(noThread.code(), {});
-      lookUps_.erase(next);
+      queries_.erase(next);
     }
   }
 }
@@ -71,9 +71,9 @@ void Resolver::run(const std::string& name) {
     found.push_back(result.endpoint().address());
   }
   const std::lock_guard lock(mutex_);
-  const auto done = std::ranges::find(lookUps_, name, &LookUp::name);
+  const auto done = std::ranges::find(queries_, name, &Query::name);
   done->finish(error, found);
-  lookUps_.erase(done);
+  queries_.erase(done);
   forgetAbandoned();
   startNext();
 }

@@ -13,7 +13,7 @@
 
 namespace koriva::socketio {
 
-/// Looks names up, for the whole process. Each look-up has a thread of its own: one that hangs, as
+/// Resolves names, for the whole process. Each query has a thread of its own: one that hangs, as
 /// they do when a device changes networks, holds up no other name. So that they do not pile up
 /// there are at most four at a time and one a name, and the other names wait for their turn.
 class Resolver {
@@ -34,7 +34,7 @@ class Resolver {
     std::weak_ptr<void> owner;
     Handler handler;
   };
-  struct LookUp {
+  struct Query {
     void finish(boost::system::error_code error, const Addresses& found);
 
     std::string name;
@@ -47,7 +47,7 @@ class Resolver {
   void run(const std::string& name);
 
   std::mutex mutex_;
-  std::list<LookUp> lookUps_;  // in the order in which they are started
+  std::list<Query> queries_;  // in the order in which they are started
 };
 
 }  // namespace koriva::socketio

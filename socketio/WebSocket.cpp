@@ -133,14 +133,14 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
  private:
   enum class State { idle, connecting, open, closing, closed };
 
-  void lookUp();
+  void resolve();
   void connectToAny(Resolver::Addresses addresses);
   void startAttempt();
   void onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error);
   void abandonAttempts();
-  void shakeHandsOverTls();
-  void shakeHands();
-  void onShaken(error_code error);
+  void startTls();
+  void handshake();
+  void onHandshake(error_code error);
   void applyOptions();
   void read();
   void onRead(error_code error);
@@ -190,17 +190,17 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
 
   error_code error;
   const auto address = asio::ip::make_address(endpoint.host(), error);
-  if (error) return lookUp();
+  if (error) return resolve();
   connectToAny({address});
 }
 
-void WebSocket::lookUp() {
+void WebSocket::resolve() {
   Resolver::shared().resolve(endpoint_->host(), executor_, weak_from_this(),
                              [this](error_code error, const Resolver::Addresses& found) {
                                if (state_ != State::connecting) return;
-                               if (error) return fail("name look-up failed", error);
+                               if (error) return fail("cannot resolve the host", error);
                                if (found.empty())
-                                 return fail("name look-up failed: the name has no address", {});
+                                 return fail("cannot resolve the host: it has no address", {});
                                connectToAny(found);
                              });
 }
@@ -244,7 +244,7 @@ void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code e
   error_code ignored;
   socket->set_option(tcp::no_delay(true), ignored);
   ws_->next_layer().tcpSocket() = std::move(*socket);
-  endpoint_->tls() ? shakeHandsOverTls() : shakeHands();
+  endpoint_->tls() ? startTls() : handshake();
 }
 
 void WebSocket::abandonAttempts() {
@@ -253,7 +253,7 @@ void WebSocket::abandonAttempts() {
   for (const auto& socket : std::exchange(attempts_, {})) socket->close(ignored);
 }
 
-void WebSocket::shakeHandsOverTls() {
+void WebSocket::startTls() {
   auto& tls = *ws_->next_layer().tlsStream();
   SSL* const handle = tls.native_handle();
   if (!verifyHost(handle, *endpoint_))
@@ -267,7 +267,7 @@ void WebSocket::shakeHandsOverTls() {
                           return self->fail("the server's certificate was refused: " + reason, {});
                         }
                         if (error) return self->fail("TLS handshake failed", error);
-                        self->shakeHands();
+                        self->handshake();
                       });
 }
 
@@ -298,13 +298,13 @@ void WebSocket::applyOptions() {
       });
 }
 
-void WebSocket::shakeHands() {
+void WebSocket::handshake() {
   applyOptions();
   ws_->async_handshake(response_, endpoint_->authority(), target_,
-                       [self = shared_from_this()](error_code error) { self->onShaken(error); });
+                       [self = shared_from_this()](error_code error) { self->onHandshake(error); });
 }
 
-void WebSocket::onShaken(error_code error) {
+void WebSocket::onHandshake(error_code error) {
   if (state_ != State::connecting) return;
   if (error == websocket::error::upgrade_declined) {
     return fail("the server answered HTTP " + std::to_string(response_.result_int()), {});

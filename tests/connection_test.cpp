@@ -100,6 +100,7 @@ class Play {
  public:
   const test::Steps steps{
       {"eventLimit *", [this](auto& it) { limits_.undelivered = test::numberIn(it); }},
+      {"byteLimit *", [this](auto& it) { limits_.undeliveredBytes = test::numberIn(it); }},
       {"queued *", [this](auto& it) { far_->queued = test::numberIn(it); }},
       {"open:", [this](auto& it) { open(), perform(steps, it.body); }},
       {"join:", [this](auto& it) { join(), perform(steps, it.body); }},

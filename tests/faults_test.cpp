@@ -19,8 +19,8 @@ using testing::Not;
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
-/// Look-ups that hang until they may end, and then find nothing.
-class HangingLookUps {
+/// Queries that hang until they may end, and then find nothing.
+class HangingQueries {
  public:
   int hang(std::string_view name) {
     {
@@ -45,7 +45,7 @@ class HangingLookUps {
   std::mutex mutex_;
   std::multiset<std::string> names_;
 };
-auto& lookUps = *new HangingLookUps;  // some hang until the process has ended
+auto& queries = *new HangingQueries;  // some hang until the process has ended
 
 // Some names are this program's own: they hang, have no address, or a first one of no use.
 extern "C" int getaddrinfo(const char* name, const char* port, const addrinfo* hints,
@@ -53,7 +53,7 @@ extern "C" int getaddrinfo(const char* name, const char* port, const addrinfo* h
   static const auto real =
       reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
   const std::string_view wanted(name);
-  if (wanted.ends_with(".hanging")) return lookUps.hang(wanted);
+  if (wanted.ends_with(".hanging")) return queries.hang(wanted);
   if (wanted == "empty.test") return *result = nullptr, 0;
   if (wanted == "here.test") return real("127.0.0.1", port, hints, result);
   if (wanted != "swallowing.test") return real(name, port, hints, result);
@@ -128,14 +128,14 @@ TEST(Names, OfAnAddressThatSwallowsAndOfNone) {
   const Attempt swallowed(url);
   const Attempt empty("http://empty.test");
   EXPECT_TRUE(runUntil([&] { return swallowed.isOver() && empty.isOver(); }));
-  EXPECT_THAT(empty.heard->errors, HasSubstr("name look-up failed: the name has no address"));
+  EXPECT_THAT(empty.heard->errors, HasSubstr("cannot resolve the host: it has no address"));
   EXPECT_EQ(swallowed.heard->errors, "");
 }
 
-TEST(Names, AreLookedUpOnceFourAtATimeAndOnlyIfNeeded) {
+TEST(Names, AreResolvedOnceFourAtATimeAndOnlyIfNeeded) {
   using Names = std::multiset<std::string>;
   Server server;
-  lookUps.forget();
+  queries.forget();
   const auto beServed = [&] {
     const Attempt served(playUrl(server, {honest}));
     EXPECT_TRUE(runUntil([&] { return served.isOver(); }));
@@ -152,17 +152,17 @@ TEST(Names, AreLookedUpOnceFourAtATimeAndOnlyIfNeeded) {
     attempts.emplace_back("http://" + name + ".hanging");
   }
   attempts.erase(std::prev(attempts.end(), 2));
-  EXPECT_TRUE(runUntil([&] { return lookUps.names().size() >= 4; }));
+  EXPECT_TRUE(runUntil([&] { return queries.names().size() >= 4; }));
   beServed();
-  EXPECT_EQ(lookUps.names(), (Names{"1.hanging", "2.hanging", "3.hanging", "4.hanging"}));
-  lookUps.ends.release(2);
-  EXPECT_TRUE(runUntil([&] { return lookUps.names().size() >= 6; }));
-  lookUps.ends.release(4);
+  EXPECT_EQ(queries.names(), (Names{"1.hanging", "2.hanging", "3.hanging", "4.hanging"}));
+  queries.ends.release(2);
+  EXPECT_TRUE(runUntil([&] { return queries.names().size() >= 6; }));
+  queries.ends.release(4);
   for (const auto& attempt : attempts) {
     EXPECT_TRUE(runUntil([&] { return attempt.isOver(); }));
-    EXPECT_THAT(attempt.heard->errors, HasSubstr("name look-up failed: Host not found"));
+    EXPECT_THAT(attempt.heard->errors, HasSubstr("cannot resolve the host: Host not found"));
   }
-  EXPECT_EQ(lookUps.names(),
+  EXPECT_EQ(queries.names(),
             (Names{"1.hanging", "2.hanging", "3.hanging", "4.hanging", "5.hanging", "7.hanging"}));
 }
 

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Does as server.mjs does, but for villains and TLS, with another implementation of the protocol."""
+"""Does as server.mjs does, but not for TLS or hostile servers, with another implementation of the
+protocol."""
 
 import asyncio
 import collections

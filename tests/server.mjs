@@ -10,7 +10,7 @@
 //   {"do":"forget"}                           what has happened
 //   {"do":"certify","name":"x","newest":"v"}  shows x.pem over TLS, and speaks up to that version
 //   {"do":"renegotiate"}                      asks the latest TLS client to, and reports the outcome
-//   {"do":"play","scripts":["…",…]}           the port of a villain; its last script is for the rest
+//   {"do":"play","scripts":["…",…]}           the port of a hostile server; its last script is for the rest
 //
 // In items, {"$binary":"text"} stands for bytes and {"$payload":"key"} for what the request holds.
 import { readFileSync } from "node:fs";
@@ -18,7 +18,7 @@ import { createServer } from "node:http";
 import { createServer as createTlsServer } from "node:https";
 import { createRequire } from "node:module";
 import { createInterface } from "node:readline";
-import { villain } from "./villain.mjs";
+import { hostileServer } from "./hostile_server.mjs";
 
 const require = createRequire(new URL("../sandbox/package.json", import.meta.url));
 const { Server } = require("socket.io");
@@ -74,7 +74,7 @@ const commands = {
     latest.once("error", ({ code }) => report("renegotiation", code));
     return latest.renegotiate({}, (error) => report("renegotiation", error?.code ?? "done"));
   },
-  play: ({ scripts }) => villain(scripts, report),
+  play: ({ scripts }) => hostileServer(scripts, report),
 };
 createInterface({ input: process.stdin })
   .on("line", async (line) => {

@@ -61,7 +61,7 @@ struct TakenDescriptors {
   std::vector<int> all;
 };
 
-/// The URL of a server that follows the scripts, as villain.mjs describes them.
+/// The URL of a server that follows the scripts, as hostile_server.mjs describes them.
 inline std::string playUrl(Server& server, const std::vector<std::string>& scripts,
                            const std::string& host = "http://127.0.0.1") {
   const json::value command{{"do", "play"}, {"scripts", json::value_from(scripts)}};

@@ -89,7 +89,7 @@ class Peer {
 }
 
 /// The port of a server with these scripts, the last of which serves all further peers.
-export async function villain(scripts, report) {
+export async function hostileServer(scripts, report) {
   for (const [step, head] of scripts.flatMap(stepsOf)) {
     if (!head && !steps.includes(step)) throw new Error(`there is no step '${step}'`);
   }
