@@ -69,6 +69,8 @@ class Play {
       network_.run_for(1ms);
       drain(application_);
     }
+    drain(network_);  // it may have left acknowledgements to be ended
+    drain(application_);
     for (const int answers : acknowledgements_) {
       require(answers == 1, "an acknowledgement ends exactly once");
     }
