@@ -267,7 +267,7 @@ void Connection::onBinary(std::string frame) {
 }
 
 void Connection::deliver(Message message) {
-  const auto bytes = message.bytes;
+  const auto bytes = message.items.footprint();
   if (!message.ackId) {
     return deliver(bytes, [self = shared_from_this(), event = std::move(message.event),
                            items = std::move(message.items)] { self->onEvent(event, items); });

@@ -25,6 +25,13 @@ class Items {
     return std::string_view(frame_).substr(offset_, length_);
   }
 
+  /// The bytes that are kept for them.
+  [[nodiscard]] std::size_t footprint() const {
+    auto bytes = frame_.capacity();
+    for (const auto& attachment : attachments) bytes += attachment.capacity();
+    return bytes;
+  }
+
   bool firstHoldsBinary = false;         ///< the first item refers to an attachment
   std::vector<std::string> attachments;  ///< the binary parts that placeholders refer to
 
