@@ -86,7 +86,7 @@ class Play {
     }
     onNetwork([this, line] {
       const auto listener = far_->listener.lock();
-      if (!listener) return;
+      if (!listener || far_->closed) return;
       if (line.starts_with('b')) {
         listener->onBinary(std::string(line.substr(1)));
       } else {
@@ -111,7 +111,10 @@ class Play {
            require(items.text().starts_with('"'), "there is a reason");
          }},
         {std::string(errorEvent),
-         [this](const Items&) { require(!released_, "silent when released"); }},
+         [this](const Items&) {
+           require(!released_, "silent when released");
+           require(!emitting_, "no handler runs inside an emission");
+         }},
         {"ev", [this](const Items& items) { onEvent(items); }}};
     return std::make_shared<const Handlers>(all);
   }
@@ -127,7 +130,7 @@ class Play {
   void act(std::string_view what) {
     if (what == "ack") {
       acknowledgements_.push_back(0);
-      connection_->emit("ask", "{}", [this, i = acknowledgements_.size() - 1](const Items&) {
+      emit("ask", [this, i = acknowledgements_.size() - 1](const Items&) {
         require(environment_.onHandleQueue(), "acknowledgements end on the handle queue");
         ++acknowledgements_[i];
       });
@@ -138,13 +141,20 @@ class Play {
       connection_->release();
     } else if (what == "lost") {
       onNetwork([this] {
-        if (const auto listener = far_->listener.lock()) listener->onClosed("lost");
+        const auto listener = far_->listener.lock();
+        if (listener && !std::exchange(far_->closed, true)) listener->onClosed("lost");
       });
     } else if (what == "poll") {
       if (!environment_.onHandleQueue()) drain(application_);
     } else {
-      connection_->emit(std::string(what), "");
+      emit(std::string(what));
     }
+  }
+
+  void emit(std::string event, Handler onAck = {}) {
+    emitting_ = true;
+    connection_->emit(std::move(event), "{}", std::move(onAck));
+    emitting_ = false;
   }
 
   template <class Task>
@@ -176,6 +186,7 @@ class Play {
   int connects_ = 0;
   int disconnects_ = 0;
   bool released_ = false;
+  bool emitting_ = false;
 };
 
 }  // namespace

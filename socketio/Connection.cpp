@@ -171,7 +171,7 @@ Handler Connection::takeAck(std::uint64_t id) {
 }
 
 void Connection::onText(std::string frame) {
-  if (frame.empty() || state_ == State::closed) return;
+  if (frame.empty()) return;
   switch (frame.front()) {
     case '0':
       return onHandshake(std::string_view(frame).substr(1));
@@ -259,7 +259,7 @@ void Connection::onMessage(Packet&& packet, std::string&& frame) {
 }
 
 void Connection::onBinary(std::string frame) {
-  if (!partial_ || state_ == State::closed) return;
+  if (!partial_) return;
   partial_->bytes += frame.size();
   if (partial_->bytes > maxIncomingBytes) return partial_.reset();
   partial_->items.attachments.push_back(std::move(frame));
