@@ -118,7 +118,11 @@ void Connection::emit(std::string event, std::string items, Handler onAck) {
 
 void Connection::send(Emission emission) {
   std::optional<std::uint64_t> id;
-  if (emission.onAck) id = awaitAck(std::move(emission.onAck));
+  if (emission.onAck) {
+    id = firstAckId_ + acks_.size();
+    acks_.push_back({clock_->now() + limits_.acknowledgement, std::move(emission.onAck)});
+    watchAcks();
+  }
   if (emission.refusal) return refuse(emission.event, emission.refusal);
   if (state_ != State::joined) return refuse(emission.event, "not connected");
   auto frame = encodeEvent(nsp_, id, emission.event, emission.items);
@@ -130,14 +134,9 @@ void Connection::send(Emission emission) {
 
 // Later: this may still be within the emission, in which no handler runs.
 void Connection::refuse(const std::string& event, const char* reason) {
-  environment_.postHandler([self = shared_from_this(), text = "\"" + event + "\" was not sent: " +
-                                                              reason] { self->raiseError(text); });
-}
-
-std::uint64_t Connection::awaitAck(Handler onAck) {
-  acks_.push_back({clock_->now() + limits_.acknowledgement, std::move(onAck)});
-  watchAcks();
-  return firstAckId_ + acks_.size() - 1;
+  const auto text = "\"" + event + "\" was not sent: " + reason;
+  environment_.postHandler(
+      [self = shared_from_this(), items = Items(quoted(text))] { self->raise(errorEvent, items); });
 }
 
 // The timer is left to ring for the oldest acknowledgement even when that was answered meanwhile:
@@ -262,7 +261,6 @@ void Connection::onBinary(std::string frame) {
   if (!partial_) return;
   partial_->bytes += frame.size();
   if (partial_->bytes > maxIncomingBytes) return partial_.reset();
-  partial_->items.attachments.push_back(std::move(frame));
   if (--partial_->missing == 0) deliver(*std::exchange(partial_, std::nullopt));
 }
 
@@ -286,18 +284,14 @@ void Connection::deliver(std::size_t bytes, Task task) {
   }
   environment_.postHandler([self = shared_from_this(), bytes, task = std::move(task)] {
     self->undeliveredBytes_ -= bytes;
-    if (--self->undelivered_ == 0) self->resumeReading();
+    if (--self->undelivered_ == 0) {
+      asio::dispatch(self->environment_.io(), [self] {
+        if (std::exchange(self->isPaused_, false)) self->transport_->pauseReading(false);
+      });
+    }
     task();
   });
 }
-
-void Connection::resumeReading() {
-  asio::dispatch(environment_.io(), [self = shared_from_this()] {
-    if (std::exchange(self->isPaused_, false)) self->transport_->pauseReading(false);
-  });
-}
-
-void Connection::onClosed(std::string reason) { fail(reason); }
 
 void Connection::shut() {
   state_ = State::closed;
@@ -328,11 +322,9 @@ void Connection::onEnded(const std::string& reason) {
   const bool hasFailed = status() == Status::connecting;
   if (!becomeDisconnected()) return;
   if (hasFailed) lastDial_ = clock_->now();
-  raiseError(reason);
+  raise(errorEvent, Items(quoted(reason)));
   raise(disconnectEvent, Items(quoted(reason)));
 }
-
-void Connection::raiseError(std::string_view text) { raise(errorEvent, Items(quoted(text))); }
 
 void Connection::raise(std::string_view event, const Items& items) {
   const auto handlers = handlers_;  // a handler may release this connection

@@ -111,14 +111,13 @@ class Connection final : public Transport::Listener,
   void onEnded(const std::string& reason);
   void onEvent(const std::string& event, const Items& items);
   void raise(std::string_view event, const Items& items);
-  void raiseError(std::string_view text);
   bool becomeDisconnected();
   void close();
 
   // On the I/O executor.
   void onText(std::string frame) override;
   void onBinary(std::string frame) override;
-  void onClosed(std::string reason) override;
+  void onClosed(std::string reason) override { fail(reason); }
   void dial(const Endpoint& endpoint, const std::string& target);
   void onHandshake(std::string_view json);
   void onPacket(std::string frame);
@@ -126,11 +125,9 @@ class Connection final : public Transport::Listener,
   void deliver(Message message);
   template <class Task>
   void deliver(std::size_t bytes, Task task);
-  void resumeReading();
   void watchHeartbeat();
   void send(Emission emission);
   void refuse(const std::string& event, const char* reason);
-  std::uint64_t awaitAck(Handler onAck);
   Handler takeAck(std::uint64_t id);
   void watchAcks();
   void expireAcks();

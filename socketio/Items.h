@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace koriva::socketio {
 
@@ -26,14 +25,10 @@ class Items {
   }
 
   /// The bytes that are kept for them.
-  [[nodiscard]] std::size_t footprint() const {
-    auto bytes = frame_.capacity();
-    for (const auto& attachment : attachments) bytes += attachment.capacity();
-    return bytes;
-  }
+  [[nodiscard]] std::size_t footprint() const { return frame_.capacity(); }
 
-  bool firstHoldsBinary = false;         ///< the first item refers to an attachment
-  std::vector<std::string> attachments;  ///< the binary parts that placeholders refer to
+  /// The first item refers to an attachment, which is not kept: no JSON can be made of it.
+  bool firstHoldsBinary = false;
 
  private:
   std::string frame_;
