@@ -1,18 +1,24 @@
 #include "KorivaSDK/RequestChannel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <boost/json/object.hpp>
-#include <cstdio>
 
 #include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
+#include "socketio/Platform.h"
 
 using koriva::socketio::Items;
 
 void koriva::printLine(std::string line) {
-  line += '\n';
-  std::fwrite(line.data(), 1, line.size(), stdout);
-  std::fflush(stdout);
+  static std::atomic<std::size_t> dropped = 0;
+  auto missing = dropped.exchange(0);
+  if (missing != 0 &&
+      platform::writeLine("KorivaSDK - lines dropped: " + std::to_string(missing))) {
+    missing = 0;
+  }
+  if (missing != 0 || !platform::writeLine(std::move(line))) ++missing;
+  dropped += missing;
 }
 
 void koriva::FailureLine::print(std::string_view sentEvent) const {

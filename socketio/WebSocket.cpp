@@ -11,9 +11,11 @@
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/beast/websocket/stream.hpp>
+#include <cerrno>
 #include <deque>
 #include <optional>
 
+#include "socketio/Platform.h"
 #include "socketio/Resolver.h"
 
 namespace koriva::socketio {
@@ -32,6 +34,15 @@ constexpr auto handshakeLimit = std::chrono::seconds(10);
 constexpr auto closeLimit = std::chrono::seconds(3);
 
 using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
+
+error_code openSocket(TcpSocket& socket, const tcp& protocol) {
+  const int opened = platform::openTcpSocket(protocol == tcp::v6());
+  if (opened < 0) return {errno, boost::system::system_category()};
+  error_code error;
+  socket.assign(protocol, opened, error);
+  if (error) platform::closeSocket(opened);
+  return error;
+}
 
 /// Throws a system_error as long as no descriptors are left, as a few timers take: found
 /// unreadable, the trust store would stay empty for good.
@@ -224,9 +235,14 @@ void WebSocket::startAttempt() {
   const tcp::endpoint address(addresses_.back(), endpoint_->port());
   addresses_.pop_back();
   const auto socket = attempts_.emplace_back(std::make_shared<TcpSocket>(executor_));
-  socket->async_connect(address, [self = shared_from_this(), socket](error_code error) {
+  const auto onEnd = [self = shared_from_this(), socket](error_code error) {
     self->onAttempt(socket, error);
-  });
+  };
+  if (const auto error = openSocket(*socket, address.protocol())) {
+    asio::post(executor_, [onEnd, error] { onEnd(error); });
+  } else {
+    socket->async_connect(address, onEnd);
+  }
   if (addresses_.empty()) return;
   attemptTimer_.expires_after(attemptDelay);
   attemptTimer_.async_wait([self = shared_from_this()](error_code error) {
