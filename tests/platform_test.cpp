@@ -4,19 +4,17 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <iostream>
 #include <semaphore>
-#include <set>
 #include <thread>
 
 #include "KorivaSDK/RequestChannel.h"
 #include "socketio/Environment.h"
-#include "socketio/WebSocket.h"
 
 using namespace std::chrono_literals;
 using koriva::printLine;
@@ -24,39 +22,32 @@ using koriva::platform::writeLine;
 
 namespace {
 
-/// Ends the process of a test within the test.
+/// Ends a test that is a process, unless the condition holds.
 void demand(bool condition, const std::string& otherwise) {
   if (condition) return;
   std::cerr << otherwise << std::endl;
   std::_Exit(1);
 }
 
-bool isReady(int descriptor, short events) {
-  pollfd asked{descriptor, events, 0};
-  return poll(&asked, 1, 0) == 1;
-}
-
 using Ends = std::array<int, 2>;  // the reader's first
 
-Ends makePipe() {
+Ends pipeEnds() {
   Ends ends{};
   demand(pipe(ends.data()) == 0, "no pipe");
   return ends;
 }
-
-Ends makeSockets() {
+Ends socketEnds() {
   Ends ends{};
   demand(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0, "no sockets");
   return ends;
 }
-
-Ends makeTerminal() {
+Ends terminalEnds() {
   const int reader = posix_openpt(O_RDWR | O_NOCTTY);
   demand(grantpt(reader) == 0 && unlockpt(reader) == 0, "no terminal");
   return {reader, open(ptsname(reader), O_RDWR | O_NOCTTY)};
 }
 
-/// What this process prints, as far as it was read.
+/// Standard output of a process, and what was read of it.
 struct Output {
   explicit Output(const Ends& ends) : reader(ends[0]) {
     alarm(60);  // ends a process that hangs
@@ -67,7 +58,7 @@ struct Output {
   void read(std::size_t most = 4096) {
     std::string some(most, '\0');
     const auto count = ::read(reader, some.data(), most);
-    demand(count > 0, "nothing more is printed");
+    demand(count > 0, "no more is printed");
     all.append(some, 0, static_cast<std::size_t>(count));
   }
   void expect(const std::string& printed) {
@@ -79,48 +70,36 @@ struct Output {
   std::string all;
 };
 
-std::string numbered(std::size_t number) { return std::to_string(number) + std::string(60, '.'); }
-
-/// Whether lines have been dropped, and read again after them. Each number has to be there, whole
-/// and in its place, or to be counted there.
-bool isAccountedFor(const std::string& printed) {
-  const std::string notice = "KorivaSDK - lines dropped: ";
-  std::size_t number = 0;
-  bool isDropped = false;
-  for (std::size_t at = 0, end = 0; (end = printed.find('\n', at)) != printed.npos; at = end + 1) {
-    const auto line = printed.substr(at, end - at);
-    if (line.starts_with(notice)) {
-      number += std::stoul(line.substr(notice.size()));
-      isDropped = true;
-    } else {
-      demand(line == numbered(number), line + " is not number " + std::to_string(number));
-      ++number;
-      if (isDropped) return true;
-    }
-  }
-  return false;
+bool isReady(int descriptor, short events) {
+  pollfd asked{descriptor, events, 0};
+  return poll(&asked, 1, 0) == 1;
 }
 
-void dropsAndCountsWhatNobodyReads(const Ends& ends) {
+const std::string line(100, '.');
+
+void countWhatNobodyReads(const Ends& ends) {
   Output output(ends);
-  std::size_t number = 0;
-  while (isReady(STDOUT_FILENO, POLLOUT)) printLine(numbered(number++));
-  for (int i = 0; i < 10; ++i) printLine(numbered(number++));
-  while (!isAccountedFor(output.all)) {
-    output.read();
-    printLine(numbered(number++));
+  std::string expected;
+  for (const std::string count : {"1", "2"}) {
+    while (writeLine(line)) expected += line + '\n';
+    for (int i = std::stoi(count); i > 0; --i) printLine(line);
+    output.expect(expected);
+    printLine("end");
+    output.expect(expected += "KorivaSDK - lines dropped: " + count + "\nend\n");
   }
 }
 
-void filledTerminal() {
-  const Output output(makeTerminal());
-  while (writeLine(numbered(0), 0ms)) {
-  }
+void fillTerminal() {
+  const Output output(terminalEnds());
+  const int free = dup(output.reader);
+  close(free);
+  while (writeLine(line, 0ms)) continue;
+  demand(dup(output.reader) == free, "a descriptor was left open");
 }
 
-void printingThatBlocks() {
+void printBehindOneThatBlocks() {
   static const std::string much(1 << 20, 'x');
-  Output output(makePipe());
+  Output output(pipeEnds());
   std::thread([] { std::fwrite(much.data(), 1, much.size(), stdout); }).detach();
   while (isReady(STDOUT_FILENO, POLLOUT)) std::this_thread::yield();
   printLine("dropped");
@@ -129,8 +108,8 @@ void printingThatBlocks() {
   output.expect(much + "KorivaSDK - lines dropped: 1\nend\n");
 }
 
-void printingAtTheSameTime() {
-  Output output(makePipe());
+void printInTurn() {
+  Output output(pipeEnds());
   std::binary_semaphore isStarted(0);
   flockfile(stdout);
   std::thread other([&] {
@@ -147,73 +126,82 @@ void printingAtTheSameTime() {
   output.expect("one, other\nanother\n");
 }
 
-void readersThatHaveLeft(const Ends& ends) {
-  shutdown(ends[0], SHUT_RD) == 0 || close(ends[0]) == 0;
+void printToWhoHasLeft(const Ends& ends) {
+  std::signal(SIGPIPE, SIG_DFL);
+  if (shutdown(ends[0], SHUT_RD) != 0) close(ends[0]);
   const Output output(ends);
   std::printf("for nobody");
   printLine("for nobody");
-  sigset_t blocked;
-  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-  demand(sigismember(&blocked, SIGPIPE) == 0, "the signal stays blocked");
+  std::fputs("alive", stderr);
+  std::fflush(stdout);
 }
 
-void longLines() {
-  const std::string line(300 << 10, 'x');
-  Output output(makePipe());
+void printLongLines() {
+  const std::string longLine(300 << 10, 'x');
+  Output output(pipeEnds());
   std::thread reader([&] {
     while (!output.all.ends_with('\n')) output.read(1000);
   });
-  demand(writeLine(line, 1h), "a long line was dropped");
+  demand(writeLine(longLine, 1h), "a long line was dropped");
   reader.join();
-  output.expect(line + '\n');
+  output.expect(longLine + '\n');
 
   output.all.clear();
-  demand(!writeLine(line, 0ms), "a pipe takes it all");
+  demand(!writeLine(longLine, 0ms), "a pipe takes it all");
   while (isReady(output.reader, POLLIN)) output.read();
   printLine("next");
-  output.expect(line.substr(0, output.all.size()) + "\nnext\n");
+  output.expect(longLine.substr(0, output.all.size()) + "\nnext\n");
 }
 
-/// TCP sockets over IPv4.
-std::set<int> sockets() {
-  std::set<int> found;
-  for (int one = 0; one < 1000; ++one) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    const auto known = getsockname(one, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    if (known && address.ss_family == AF_INET) found.insert(one);
-  }
-  return found;
+void printToMemory() {
+  char* printed = nullptr;
+  std::size_t size = 0;
+  stdout = open_memstream(&printed, &size);
+  printLine("memory");
+  demand(std::string(printed, size) == "memory\n", "a stream without descriptor is not written to");
 }
 
-void closedStandardStreams() {
+bool isSocketOfOurs(int descriptor) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  return getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+         address.ss_family == AF_INET && (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+void openSockets() {
   boost::asio::io_context io;
   const koriva::socketio::Environment environment(io.get_executor(), io.get_executor());
-  const auto transport = environment.makeTransport();
-  const auto before = sockets();
-  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(standard);
-  transport->open(*koriva::socketio::Endpoint::parse("http://127.0.0.1:9"), "/", {});
-  auto opened = sockets();
-  std::erase_if(opened, [&](int one) { return before.contains(one); });
-  if (opened.size() != 1 || *opened.begin() <= STDERR_FILENO) std::_Exit(2);
-  std::_Exit((fcntl(*opened.begin(), F_GETFD) & FD_CLOEXEC) != 0 ? 0 : 3);
+  const std::array transports{environment.makeTransport(), environment.makeTransport()};
+  const std::array free{dup(STDERR_FILENO), dup(STDERR_FILENO)};
+  std::ranges::for_each(free, close);
+  for (const auto& transport : transports) {
+    transport->open(*koriva::socketio::Endpoint::parse("http://127.0.0.1:9"), "/", {});
+    for (int standard = 0; standard < 3; ++standard) close(standard);
+  }
+  const bool isRight = std::ranges::all_of(free, isSocketOfOurs) && dup(free[0]) == 0;
+  std::_Exit(isRight ? 0 : 1);
 }
 
 const testing::ExitedWithCode cleanly(0);
 
-TEST(StandardOutput, HoldsNobodyUpAndLosesNothingSilently) {
-  const auto test = [](auto&& life) { EXPECT_EXIT((life(), std::_Exit(0)), cleanly, ""); };
-  test([] { dropsAndCountsWhatNobodyReads(makePipe()); });
-  test([] { dropsAndCountsWhatNobodyReads(makeSockets()); });
-  test([] { readersThatHaveLeft(makePipe()); });
-  test([] { readersThatHaveLeft(makeSockets()); });
-  test(filledTerminal);
-  test(printingThatBlocks);
-  test(printingAtTheSameTime);
-  test(longLines);
+void expectEnd(auto&& life, const auto& end, const char* message = "") {
+  EXPECT_EXIT((life(), std::_Exit(0)), end, message);
 }
 
-TEST(Sockets, StandInForNoStandardStream) { EXPECT_EXIT(closedStandardStreams(), cleanly, ""); }
+TEST(StandardOutput, HoldsNobodyUp) {
+  expectEnd([] { countWhatNobodyReads(pipeEnds()); }, cleanly);
+  expectEnd([] { countWhatNobodyReads(socketEnds()); }, cleanly);
+  expectEnd(fillTerminal, cleanly);
+  expectEnd(printBehindOneThatBlocks, cleanly);
+  expectEnd(printInTurn, cleanly);
+  // The application's own printing may end it.
+  expectEnd([] { printToWhoHasLeft(pipeEnds()); }, testing::KilledBySignal(SIGPIPE), "alive");
+  expectEnd([] { printToWhoHasLeft(socketEnds()); }, cleanly, "alive");
+  expectEnd(printLongLines, cleanly);
+  expectEnd(printToMemory, cleanly);
+}
+
+TEST(Sockets, AreNoStandardStreamAndInheritedByNobody) { expectEnd(openSockets, cleanly); }
 
 TEST(Forks, AreNoticedInTheChild) {
   koriva::platform::watchForks();
