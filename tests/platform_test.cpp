@@ -54,6 +54,10 @@ struct Output {
     dup2(ends[1], STDOUT_FILENO);
     close(ends[1]);
   }
+  ~Output() {
+    const bool isBlocking = (fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK) == 0;
+    demand(isBlocking, "others would have to cope with a descriptor that does not block");
+  }
 
   void read(std::size_t most = 4096) {
     std::string some(most, '\0');
@@ -174,10 +178,12 @@ void openSockets() {
   const std::array transports{environment.makeTransport(), environment.makeTransport()};
   const std::array free{dup(STDERR_FILENO), dup(STDERR_FILENO)};
   std::ranges::for_each(free, close);
-  for (const auto& transport : transports) {
+  const auto open = [&](const auto& transport) {
     transport->open(*koriva::socketio::Endpoint::parse("http://127.0.0.1:9"), "/", {});
-    for (int standard = 0; standard < 3; ++standard) close(standard);
-  }
+  };
+  open(transports[0]);
+  for (int standard = 0; standard < 3; ++standard) close(standard);
+  open(transports[1]);
   const bool isRight = std::ranges::all_of(free, isSocketOfOurs) && dup(free[0]) == 0;
   std::_Exit(isRight ? 0 : 1);
 }
