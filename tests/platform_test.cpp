@@ -174,7 +174,7 @@ bool isSocketOfOurs(int descriptor) {
 
 void openSockets() {
   boost::asio::io_context io;
-  const koriva::socketio::Environment environment(io.get_executor(), io.get_executor());
+  const koriva::socketio::Environment environment(io.get_executor());
   const std::array transports{environment.makeTransport(), environment.makeTransport()};
   const std::array free{dup(STDERR_FILENO), dup(STDERR_FILENO)};
   std::ranges::for_each(free, close);
