@@ -1,7 +1,7 @@
 #include <boost/json/object.hpp>
 
 #include "KorivaSDK/Decodings.h"
-#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ struct CallStatus {
 };
 
 constexpr auto decodeOngoing =
-    koriva::decodeWhether<CallStatus, &CallStatus::status, KRCall::CALL_STATUS_ONGOING>;
+    koriva::decodeWhether(&CallStatus::status, KRCall::CALL_STATUS_ONGOING);
 
 koriva::Decoded<KRCallEvent> decodeCreatedCall(std::string_view items) {
   auto response = koriva::json::decodeFirst<KRCallResponse>(items);
@@ -27,15 +27,15 @@ koriva::Decoded<KRCallEvent> ignoreAnswer(std::string_view) { return std::nullop
 
 void KorivaSDK::createCall(const KRCallEvent& event, KRCompletion<KRCallEvent> completion) {
   const bool isNewCall = event.as<KRCallEvent::CreateCall>() != nullptr;
-  request(koriva::rawValue(event.key()), event.toDictionary(),
-          isNewCall ? decodeCreatedCall : ignoreAnswer, std::move(completion),
-          koriva::FailureLine{"create_message"});
+  state_->channel.request(koriva::rawValue(event.key()), event.toDictionary(),
+                          isNewCall ? decodeCreatedCall : ignoreAnswer, std::move(completion),
+                          "create_message");
 }
 
 void KorivaSDK::checkCall(std::int64_t groupId, std::int64_t callId,
                           KRCompletion<bool> completion) {
-  request("call_status", {{"group_id", groupId}, {"call_id", callId}}, decodeOngoing,
-          std::move(completion));
+  state_->channel.request("call_status", {{"group_id", groupId}, {"call_id", callId}},
+                          decodeOngoing, std::move(completion));
 }
 
 void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
@@ -82,5 +82,5 @@ void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
           [](const auto&) { return koriva::Payload{}; },
       },
       event.value);
-  emitEvent(event.type(), std::move(payload));
+  state_->channel.emit(event.type(), std::move(payload));
 }

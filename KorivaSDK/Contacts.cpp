@@ -1,5 +1,5 @@
 #include "KorivaSDK/Decodings.h"
-#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 
 namespace {
@@ -17,22 +17,23 @@ koriva::Decoded<std::string> decodeJsonText(std::string_view items) {
 void KorivaSDK::handleBlockOrUnblockContact(const std::string& blockedID,
                                             const std::string& groupID, bool isBlock,
                                             KRCompletion<bool> completion) {
-  request(isBlock ? "block_user" : "unblock_user",
-          {{"group_id", groupID}, {"blocked_uin", blockedID}}, koriva::decodeBoolean,
-          std::move(completion));
+  state_->channel.request(isBlock ? "block_user" : "unblock_user",
+                          {{"group_id", groupID}, {"blocked_uin", blockedID}},
+                          koriva::decodeBoolean, std::move(completion));
 }
 
 void KorivaSDK::getBlockContactList(const std::string& userID,
                                     KRCompletion<KRBlockContactList> completion) {
-  request("blocked_list", {{"uin", userID}}, koriva::decodeRecord<KRBlockContactList>,
-          std::move(completion), koriva::FailureLine{"list_message"});
+  state_->channel.request("blocked_list", {{"uin", userID}},
+                          koriva::decodeRecord<KRBlockContactList>, std::move(completion),
+                          "list_message");
 }
 
 void KorivaSDK::registerFCMToken(std::int64_t uin, const std::string& token,
                                  KRDefines::TokenType type, const std::string& deviceId,
                                  KRCompletion<std::string> completion) {
   koriva::printLine("KorivaSDK - register_profile_token: " + token);
-  request(
+  state_->channel.request(
       "register_profile_token",
       {{"uin", uin}, {"type", koriva::rawValue(type)}, {"token", token}, {"device_id", deviceId}},
       decodeJsonText, std::move(completion), koriva::noFailureLine);
@@ -42,10 +43,11 @@ void KorivaSDK::unregisterFCMToken(std::int64_t uin, const std::string& token,
                                    KRDefines::TokenType /*type*/,
                                    KRCompletion<std::string> completion) {
   koriva::printLine("KorivaSDK - unregister_profile_token: " + token);
-  request("unregister_profile_token", {{"uin", std::to_string(uin)}, {"token", token}},
-          decodeJsonText, std::move(completion), koriva::noFailureLine);
+  state_->channel.request("unregister_profile_token",
+                          {{"uin", std::to_string(uin)}, {"token", token}}, decodeJsonText,
+                          std::move(completion), koriva::noFailureLine);
 }
 
 void KorivaSDK::sendLogoutEvent(std::int64_t uin, std::int64_t version) {
-  emitEvent("logout", {{"uin", std::to_string(uin)}, {"version", version}});
+  state_->channel.emit("logout", {{"uin", std::to_string(uin)}, {"version", version}});
 }

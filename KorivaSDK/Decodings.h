@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,37 +20,15 @@ namespace koriva {
 template <class T>
 using Decoded = std::optional<KRResult<T>>;
 
-/// The failures that most requests report for an answer of no use.
-struct UsualErrors {
-  static KRError unreadable() { return KRError::failed; }
-  template <class Record>
-  static KRError refused(const Record&) {
-    return KRError::failed;
-  }
-};
-
-struct UnreadableIsParsingFailed : UsualErrors {
-  static KRError unreadable() { return KRError::parsingFailed; }
-};
-
 namespace detail {
 
 template <class T>
-T& unwrap(T& value) {
-  return value;
+T* pointerTo(T& part) {
+  return &part;
 }
 template <class T>
-T& unwrap(std::optional<T>& value) {
-  return *value;
-}
-
-template <class T>
-bool isPresent(const T&) {
-  return true;
-}
-template <class T>
-bool isPresent(const std::optional<T>& value) {
-  return value.has_value();
+T* pointerTo(std::optional<T>& part) {
+  return part ? &*part : nullptr;
 }
 
 struct ResultCode {
@@ -63,34 +40,42 @@ struct ResultCode {
 
 }  // namespace detail
 
-/// A record with a result code, or the part of it that the request is about.
-template <class Record, auto part = std::identity(), class Errors = UsualErrors>
-auto decodeRecord(std::string_view items) {
-  using T =
-      std::remove_cvref_t<decltype(detail::unwrap(std::invoke(part, std::declval<Record&>())))>;
+/// The whole of a record with a result code.
+template <class Record>
+Decoded<Record> decodeRecord(std::string_view items) {
   auto record = json::decodeFirst<Record>(items);
-  if (!record) return Decoded<T>(KRResult<T>::failure(Errors::unreadable()));
-  auto& value = std::invoke(part, *record);
-  if (!record->codeCheck() || !detail::isPresent(value)) {
-    return Decoded<T>(KRResult<T>::failure(Errors::refused(*record)));
-  }
-  return Decoded<T>(KRResult<T>::success(std::move(detail::unwrap(value))));
+  if (!record || !record->codeCheck()) return KRResult<Record>::failure(KRError::failed);
+  return KRResult<Record>::success(*std::move(record));
 }
 
-inline constexpr auto decodeConversation =
-    decodeRecord<KRConversationResponse, &KRConversationResponse::conversation>;
+/// The part of a record with a result code that the request is about.
+template <class Record, class Part>
+constexpr auto decodePart(Part Record::*part, KRError unreadable = KRError::failed,
+                          KRError (*refusal)(const Record&) = nullptr) {
+  return [=](std::string_view items) {
+    auto record = json::decodeFirst<Record>(items);
+    auto* value = record ? detail::pointerTo((*record).*part) : nullptr;
+    using Result = KRResult<std::remove_pointer_t<decltype(value)>>;
+    if (!record) return std::optional(Result::failure(unreadable));
+    if (value && record->codeCheck()) return std::optional(Result::success(std::move(*value)));
+    return std::optional(Result::failure(refusal ? refusal(*record) : KRError::failed));
+  };
+}
+
+inline constexpr auto decodeConversation = decodePart(&KRConversationResponse::conversation);
 
 /// Whether an integer of the answer is the one that means yes.
-template <class Record, std::int64_t Record::*member, std::int64_t yes>
-Decoded<bool> decodeWhether(std::string_view items) {
-  const auto record = json::decodeFirst<Record>(items);
-  if (!record) return KRResult<bool>::failure(KRError::parsingFailed);
-  return KRResult<bool>::success((*record).*member == yes);
+template <class Record>
+constexpr auto decodeWhether(std::int64_t Record::*member, std::int64_t yes) {
+  return [=](std::string_view items) -> Decoded<bool> {
+    const auto record = json::decodeFirst<Record>(items);
+    if (!record) return KRResult<bool>::failure(KRError::parsingFailed);
+    return KRResult<bool>::success((*record).*member == yes);
+  };
 }
 
 /// Whether the server has done it; a refusal is a success with false.
-inline constexpr auto decodeBoolean =
-    decodeWhether<detail::ResultCode, &detail::ResultCode::result, 0>;
+inline constexpr auto decodeBoolean = decodeWhether(&detail::ResultCode::result, 0);
 
 /// "Success" or the server's error; nothing for an answer without a result code.
 inline Decoded<std::string> decodeResultCode(std::string_view items) {

@@ -1,17 +1,11 @@
-#include "KorivaSDK/RequestChannel.h"
+#include <functional>
+
 #include "KorivaSDK/State.h"
 
 using koriva::socketio::Items;
 using koriva::socketio::Status;
 
 namespace {
-
-/// An event of the server, the record that it carries, and what a delegate hears of it.
-template <class Record>
-struct Push {
-  std::string_view event;
-  void (*tell)(KorivaDelegate& delegate, const Record& record);
-};
 
 struct DeletedGroup {
   std::string groupID;
@@ -36,107 +30,132 @@ std::optional<KRGroupEventKind> typingKind(std::int64_t eventType) {
   return std::nullopt;
 }
 
-std::optional<std::string_view> itemsAsTheyAre(const Items& items) { return items.text(); }
+/// The record that a row is about, deduced from how delegates are told of it.
+template <class Record>
+Record recordOf(void (KorivaDelegate::*)(const Record&));
+template <class Tell, class Record>
+Record recordOf(void (Tell::*)(KorivaDelegate&, const Record&) const);
+template <class Tell>
+auto recordOf(Tell) -> decltype(recordOf(&Tell::operator()));
+
+template <class Case, class Record>
+constexpr auto asCallEvent =
+    [](KorivaDelegate& to, const Record& it) { to.didReceiveCall(Case{it}); };
 
 }  // namespace
 
-void KorivaSDK::tellDisconnected() {
-  koriva::printLine("KorivaSDK - socket disconnected");
-  forEachDelegate([](KorivaDelegate& delegate) { delegate.didDisconnect(); });
+void KorivaSDK::addDelegate(std::shared_ptr<KorivaDelegate> delegate) {
+  auto delegates = *state_->delegates;
+  delegates.push_back(std::move(delegate));
+  state_->delegates = std::make_shared<const State::Delegates>(std::move(delegates));
 }
 
-void KorivaSDK::makeHandlers() {
-  auto handlers = std::make_shared<koriva::socketio::Handlers>();
-  state_->handlers = handlers;
-  const auto on = [&](std::string_view event,
-                      std::function<void(KorivaSDK & sdk, const Items& items)> handler) {
-    handlers->emplace(event,
-                      [weak = weak_from_this(), handler = std::move(handler)](const Items& items) {
-                        if (const auto sdk = weak.lock()) handler(*sdk, items);
-                      });
+void KorivaSDK::removeDelegate(const std::shared_ptr<KorivaDelegate>& delegate) {
+  auto delegates = *state_->delegates;
+  std::erase(delegates, delegate);
+  state_->delegates = std::make_shared<const State::Delegates>(std::move(delegates));
+}
+
+// Between the transport and a delegate's function stands one erased call, the handler's. It costs a
+// millionth of a second per event...
+KorivaSDK::State::Handlers KorivaSDK::State::makeHandlers() const {
+  const auto made = std::make_shared<koriva::socketio::Handlers>();
+  const auto on = [&](std::string_view event, auto handle) {
+    koriva::socketio::Handler handler = [weak = client.weak_from_this(), handle](const Items& it) {
+      if (const auto sdk = weak.lock()) handle(*sdk->state_, it);
+    };
+    made->emplace(event, std::move(handler));
   };
-  on(koriva::socketio::disconnectEvent,
-     [](KorivaSDK& sdk, const Items&) { sdk.tellDisconnected(); });
-  on("login", [](KorivaSDK& sdk, const Items& items) {
-    const auto data = getDataFromAck(items);
-    if (!data) return;
-    const auto event = koriva::json::decodeFirst<KRLoginEvent>(*data);
-    if (!event || event->result != KRError::expired.code()) return;
-    sdk.forEachDelegate(
-        [](KorivaDelegate& delegate) { delegate.didReceiveError(KRError::expired); });
-  });
-  on(koriva::socketio::connectEvent, [](KorivaSDK& sdk, const Items&) {
-    koriva::printLine("KorivaSDK - socket connected");
-    sdk.state_->isNew = false;
-    sdk.state_->isReady = true;
-    const auto connection = sdk.state_->lastConnection;
-    sdk.completeUndoneTasks();
-    // Whoever is called may end the connection: nobody hears of the connect after that.
-    sdk.forEachDelegate([&](KorivaDelegate& delegate) {
-      if (connection->status() == Status::connected) delegate.didConnect();
-    });
-  });
-  const auto add = [&]<class Record>(Push<Record> push, auto* dataOf) {
-    on(push.event, [tell = push.tell, dataOf](KorivaSDK& sdk, const Items& items) {
-      const auto data = dataOf(items);
-      if (!data) return;
-      const auto record = koriva::json::decodeFirst<Record>(*data);
-      if (!record) return;
-      sdk.forEachDelegate([&](KorivaDelegate& delegate) { tell(delegate, *record); });
+  const auto notify = [](const State& state, std::string_view data, auto tell) {
+    const auto record = koriva::json::decodeFirst<decltype(recordOf(tell))>(data);
+    if (!record) return;
+    state.forEachDelegate([&](KorivaDelegate& to) { std::invoke(tell, to, *record); });
+  };
+  const auto push = [=](std::string_view event, auto tell) {
+    on(event, [=](const State& state, const Items& items) {
+      if (const auto data = koriva::getDataFromAck(items)) notify(state, *data, tell);
     });
   };
-  const auto push = [&](auto row) { add(row, getDataFromAck); };
+  // Says nothing of binary items, and takes what comes with them.
+  const auto pushAsItIs = [=](std::string_view event, auto tell) {
+    on(event, [=](const State& state, const Items& items) { notify(state, items.text(), tell); });
+  };
   using Event = KRCallEvent;
   using Kind = KRGroupEventKind;
 
-  push(Push<KRMessage>{"message", [](auto& to, auto& message) { to.didReceive(message); }});
-  push(Push<KRMessage>{"update_message", [](auto& to, auto& message) {
-                         to.didReceiveGroupEvent({message.groupID, Kind::UpdateMessage{message}});
-                       }});
-  push(Push<KRMessage>{"delete_message", [](auto& to, auto& message) {
-                         to.didReceiveGroupEvent({message.groupID, Kind::DeleteMessage{message}});
-                       }});
-  push(Push<KRUserStatusResponse>{
-      "user_status", [](auto& to, auto& it) { to.didUpdateUserStatus(it.userStatus); }});
-  add(Push<DeletedGroup>{"delete_group", [](auto& to, auto& it) { to.didDeleteGroup(it.groupID); }},
-      itemsAsTheyAre);
-  push(Push<KRConversation>{"group", [](auto& to, auto& group) { to.didReceiveNewGroup(group); }});
-  push(Push<KRGroupUpdate>{"update_group",
-                           [](auto& to, auto& it) { to.didUpdateGroup(KRConversation(it)); }});
+  on(koriva::socketio::connectEvent, [](State& state, const Items&) {
+    koriva::printLine("KorivaSDK - socket connected");
+    state.isNew = false;
+    state.isReady = true;
+    const auto connection = state.channel.connection();
+    // Taken out before they run, so that a task queued by one of them is kept.
+    for (const auto& task : std::exchange(state.readyQueue, {})) {
+      koriva::guarded([&] { task(true); });
+    }
+    // Whoever is called may end the connection: nobody hears of the connect after that.
+    state.forEachDelegate([&](KorivaDelegate& to) {
+      if (connection->status() == Status::connected) to.didConnect();
+    });
+  });
+  on(koriva::socketio::disconnectEvent, [](const State& state, const Items&) {
+    koriva::printLine("KorivaSDK - socket disconnected");
+    state.forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
+  });
+  push("login", [](KorivaDelegate& to, const KRLoginEvent& event) {
+    if (event.result == KRError::expired.code()) to.didReceiveError(KRError::expired);
+  });
   // The client's own errors come under this name too, as texts.
-  add(Push<ServerError>{"error", [](auto& to, auto& it) { to.didReceiveError(KRError(it.error)); }},
-      itemsAsTheyAre);
-  push(Push<KRCallResponse>{
-      "start_call", [](auto& to, auto& it) { to.didReceiveCall(Event::StartCall{it.call}); }});
-  push(Push<KRAnswerCall>{"answer_call",
-                          [](auto& to, auto& it) { to.didReceiveCall(Event::AnswerCall{it}); }});
-  push(Push<KRStopCall>{"stop_call",
-                        [](auto& to, auto& it) { to.didReceiveCall(Event::StopCall{it}); }});
-  push(Push<KRIceSdp>{"ice_sdp", [](auto& to, auto& it) { to.didReceiveCall(Event::IceSdp{it}); }});
-  push(Push<KRIceCandidate>{
-      "ice_candidate", [](auto& to, auto& it) { to.didReceiveCall(Event::IceCandidate{it}); }});
-  on("event", [](KorivaSDK& sdk, const Items& items) {
-    const auto data = getDataFromAck(items);
+  pushAsItIs("error", [](KorivaDelegate& to, const ServerError& it) {
+    to.didReceiveError(KRError(it.error));
+  });
+  push("user_status", [](KorivaDelegate& to, const KRUserStatusResponse& it) {
+    to.didUpdateUserStatus(it.userStatus);
+  });
+
+  push("message", &KorivaDelegate::didReceive);
+  push("update_message", [](KorivaDelegate& to, const KRMessage& message) {
+    to.didReceiveGroupEvent({message.groupID, Kind::UpdateMessage{message}});
+  });
+  push("delete_message", [](KorivaDelegate& to, const KRMessage& message) {
+    to.didReceiveGroupEvent({message.groupID, Kind::DeleteMessage{message}});
+  });
+
+  push("group", &KorivaDelegate::didReceiveNewGroup);
+  push("update_group", [](KorivaDelegate& to, const KRGroupUpdate& update) {
+    to.didUpdateGroup(KRConversation(update));
+  });
+  pushAsItIs("delete_group", [](KorivaDelegate& to, const DeletedGroup& group) {
+    to.didDeleteGroup(group.groupID);
+  });
+  // No delegate is told of this one.
+  on("delete_conversation", [](const State&, const Items& items) {
+    const auto data = koriva::getDataFromAck(items);
+    if (data && koriva::isReadable(data)) koriva::printLine("delete_conversation");
+  });
+  push("block_user", &KorivaDelegate::didBlockContact);
+  push("unblock_user", &KorivaDelegate::didUnblockContact);
+
+  push("start_call", [](KorivaDelegate& to, const KRCallResponse& response) {
+    to.didReceiveCall(Event::StartCall{response.call});
+  });
+  push("answer_call", asCallEvent<Event::AnswerCall, KRAnswerCall>);
+  push("stop_call", asCallEvent<Event::StopCall, KRStopCall>);
+  push("ice_sdp", asCallEvent<Event::IceSdp, KRIceSdp>);
+  push("ice_candidate", asCallEvent<Event::IceCandidate, KRIceCandidate>);
+  on("event", [](const State& state, const Items& items) {
+    const auto data = koriva::getDataFromAck(items);
     if (!data) return;
     const auto event = koriva::json::decodeFirst<KREvent>(*data);
     if (!event) return;
-    const auto connection = sdk.state_->lastConnection;
-    sdk.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
+    const auto connection = state.channel.connection();
+    state.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
     const auto typing = typingKind(event->type);
-    if (!typing || connection->status() != koriva::socketio::Status::connected) return;
-    sdk.forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
+    if (!typing || connection->status() != Status::connected) return;
+    state.forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
   });
-  // No delegate is told of this one.
-  on("delete_conversation", [](KorivaSDK&, const Items& items) {
-    const auto data = getDataFromAck(items);
-    if (data && koriva::isReadable(*data)) koriva::printLine("delete_conversation");
-  });
-  push(Push<KRStartSecretChat>{"start_secret_chat",
-                               [](auto& to, auto& info) { to.didStartSecretChat(info); }});
-  push(Push<KRAcceptSecretChat>{"accept_secret_chat",
-                                [](auto& to, auto& info) { to.didAcceptSecretChat(info); }});
-  push(Push<KRDeleteSecretChat>{"delete_secret_chat",
-                                [](auto& to, auto& info) { to.didDeleteSecretChat(info); }});
-  push(Push<KRBlock>{"block_user", [](auto& to, auto& block) { to.didBlockContact(block); }});
-  push(Push<KRBlock>{"unblock_user", [](auto& to, auto& block) { to.didUnblockContact(block); }});
+
+  push("start_secret_chat", &KorivaDelegate::didStartSecretChat);
+  push("accept_secret_chat", &KorivaDelegate::didAcceptSecretChat);
+  push("delete_secret_chat", &KorivaDelegate::didDeleteSecretChat);
+  return made;
 }

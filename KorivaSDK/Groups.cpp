@@ -1,20 +1,20 @@
 #include "KorivaSDK/Decodings.h"
-#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
 
 void KorivaSDK::createGroup(const KRConversation& group, const std::string& senderName,
                             const std::string& senderAvatar,
                             KRCompletion<KRConversation> completion) {
   auto occupants = group.occupantsUins;
   occupants.push_back(group.ownerUin);
-  request("create_group",
-          {{"type", group.type},
-           {"owner_uin", group.ownerUin},
-           {"occupants_uins", occupants},
-           {"name", group.name},
-           {"avatar_url", group.avatarUrl},
-           {"sender_name", senderName},
-           {"sender_avatar", senderAvatar}},
-          koriva::decodeConversation, std::move(completion));
+  state_->channel.request("create_group",
+                          {{"type", group.type},
+                           {"owner_uin", group.ownerUin},
+                           {"occupants_uins", occupants},
+                           {"name", group.name},
+                           {"avatar_url", group.avatarUrl},
+                           {"sender_name", senderName},
+                           {"sender_avatar", senderAvatar}},
+                          koriva::decodeConversation, std::move(completion));
 }
 
 void KorivaSDK::updateGroup(const KRConversation& group,
@@ -28,46 +28,52 @@ void KorivaSDK::updateGroup(const KRConversation& group,
   if (!group.name.empty()) payload.add({"name", group.name});
   if (!group.avatarUrl.empty()) payload.add({"avatar_url", group.avatarUrl});
   if (!group.ownerUin.empty()) payload.add({"owner_uin", group.ownerUin});
-  request("update_group", std::move(payload), koriva::decodeConversation, std::move(completion));
+  state_->channel.request("update_group", std::move(payload), koriva::decodeConversation,
+                          std::move(completion));
 }
 
 void KorivaSDK::deleteGroup(const std::string& groupID, KRCompletion<std::string> completion) {
-  request("delete_group", {{"group_id", groupID}}, koriva::decodeResultCode, std::move(completion));
+  state_->channel.request("delete_group", {{"group_id", groupID}}, koriva::decodeResultCode,
+                          std::move(completion));
 }
 
 void KorivaSDK::leaveGroup(const std::string& groupID, KRCompletion<std::string> completion) {
-  request("leave_group", {{"group_id", groupID}}, koriva::decodeResultCode, std::move(completion));
+  state_->channel.request("leave_group", {{"group_id", groupID}}, koriva::decodeResultCode,
+                          std::move(completion));
 }
 
 void KorivaSDK::sendGroupEvent(const std::string& senderID, const KRGroupEvent& event) {
-  emitEvent("event",
-            {{"group_id", event.groupID}, {"sender_uin", senderID}, {"type", event.kind.type()}});
+  state_->channel.emit(
+      "event",
+      {{"group_id", event.groupID}, {"sender_uin", senderID}, {"type", event.kind.type()}});
 }
 
 void KorivaSDK::createJoinGroupLink(const std::string& groupID,
                                     KRCompletion<std::string> completion) {
-  request("create_link", {{"group_id", groupID}},
-          koriva::decodeRecord<KRGroupLinkResponse, &KRGroupLinkResponse::link>,
-          std::move(completion));
+  state_->channel.request("create_link", {{"group_id", groupID}},
+                          koriva::decodePart(&KRGroupLinkResponse::link), std::move(completion));
 }
 
 void KorivaSDK::joinGroupWithLink(const std::string& token,
                                   KRCompletion<KRConversation> completion) {
-  request("join_link", {{"token", token}}, koriva::decodeConversation, std::move(completion));
+  state_->channel.request("join_link", {{"token", token}}, koriva::decodeConversation,
+                          std::move(completion));
 }
 
 void KorivaSDK::disableJoinGroupLink(const std::string& token, KRCompletion<bool> completion) {
-  request("disable_link", {{"token", token}}, koriva::decodeBoolean, std::move(completion));
+  state_->channel.request("disable_link", {{"token", token}}, koriva::decodeBoolean,
+                          std::move(completion));
 }
 
 void KorivaSDK::getListGroupLink(const std::string& groupID, std::int64_t pageIndex,
                                  std::int64_t pageSize,
                                  KRCompletion<std::vector<std::string>> completion) {
-  request("list_link", {{"group_id", groupID}, {"pindex", pageIndex}, {"psize", pageSize}},
-          koriva::decodeRecord<KRListGroupLinkResponse, &KRListGroupLinkResponse::links>,
-          std::move(completion));
+  state_->channel.request(
+      "list_link", {{"group_id", groupID}, {"pindex", pageIndex}, {"psize", pageSize}},
+      koriva::decodePart(&KRListGroupLinkResponse::links), std::move(completion));
 }
 
 void KorivaSDK::getGroupInfo(const std::string& token, KRCompletion<KRConversation> completion) {
-  request("link_group_info", {{"token", token}}, koriva::decodeConversation, std::move(completion));
+  state_->channel.request("link_group_info", {{"token", token}}, koriva::decodeConversation,
+                          std::move(completion));
 }

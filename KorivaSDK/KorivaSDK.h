@@ -33,14 +33,6 @@
 /// \file
 /// The chat client. All that an application includes.
 
-namespace koriva {
-struct FailureLine;
-class Payload;
-namespace socketio {
-class Items;
-}  // namespace socketio
-}  // namespace koriva
-
 /// The chat client: one session with the chat server, its requests and its pushed events.
 ///
 /// ```cpp
@@ -287,29 +279,5 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
  private:
   struct State;
-
-  template <class T>
-  using Decoding = std::optional<KRResult<T>> (*)(std::string_view items);
-  using AckHandler = std::function<void(const koriva::socketio::Items&)>;
-
-  void initSocket();
-  void failWithoutTimers();
-  void initReconnectTimer();
-  void completeUndoneTasks();
-  void tellDisconnected();
-
-  void makeHandlers();
-  void forEachDelegate(const std::function<void(KorivaDelegate&)>& call);
-
-  void emitEvent(std::string_view event, koriva::Payload&& payload);
-  void emitWithAck(std::string_view event, koriva::Payload&& payload, AckHandler onAck);
-  static std::optional<std::string_view> getDataFromAck(const koriva::socketio::Items& items);
-  template <class T>
-  void request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
-               KRCompletion<T> completion);
-  template <class T>
-  void request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
-               KRCompletion<T> completion, koriva::FailureLine line);
-
   std::unique_ptr<State> state_;
 };

@@ -1,18 +1,12 @@
 #include "KorivaSDK/Decodings.h"
-#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 
 namespace {
 
-struct RepetitionIsDuplicate : koriva::UsualErrors {
-  static KRError refused(const KRMessageResponse& response) {
-    return response.duplicateCode() ? KRError::duplicate : KRError::failed;
-  }
-};
-
-template <class Errors>
-constexpr auto decodeMessage =
-    koriva::decodeRecord<KRMessageResponse, &KRMessageResponse::message, Errors>;
+KRError refusalOf(const KRMessageResponse& response) {
+  return response.duplicateCode() ? KRError::duplicate : KRError::failed;
+}
 
 }  // namespace
 
@@ -21,8 +15,8 @@ void KorivaSDK::getListMessage(const std::string& groupID, const std::string& la
                                KRCompletion<KRMessageList> completion) {
   koriva::Payload payload{{"group_id", groupID}, {"pindex", page}, {"psize", pageSize}};
   if (!lastMessageID.empty()) payload.add({"last_message_id", lastMessageID});
-  request("list_message", std::move(payload), koriva::decodeRecord<KRMessageList>,
-          std::move(completion));
+  state_->channel.request("list_message", std::move(payload), koriva::decodeRecord<KRMessageList>,
+                          std::move(completion));
 }
 
 void KorivaSDK::sendMessage(const KRMessage& message, KRCompletion<KRMessage> completion) {
@@ -38,20 +32,25 @@ void KorivaSDK::sendMessage(const KRMessage& message, KRCompletion<KRMessage> co
     payload.add({"type", message.type});
     payload.add({"attachments", koriva::replaceAll(attachments, R"(\\)", R"(\\\)")});
   }
-  request("create_message", std::move(payload), decodeMessage<RepetitionIsDuplicate>,
-          std::move(completion));
+  state_->channel.request(
+      "create_message", std::move(payload),
+      koriva::decodePart(&KRMessageResponse::message, KRError::failed, refusalOf),
+      std::move(completion));
 }
 
 void KorivaSDK::updateMessageStatus(const KRMessage& message, std::int64_t status,
                                     KRCompletion<KRMessage> completion) {
-  request("update_message",
-          {{"group_id", message.groupID}, {"message_id", message.messageID}, {"status", status}},
-          decodeMessage<koriva::UnreadableIsParsingFailed>, std::move(completion));
+  state_->channel.request(
+      "update_message",
+      {{"group_id", message.groupID}, {"message_id", message.messageID}, {"status", status}},
+      koriva::decodePart(&KRMessageResponse::message, KRError::parsingFailed),
+      std::move(completion));
 }
 
 void KorivaSDK::deleteMessage(const std::string& messageID, const std::string& groupID,
                               bool isDeleteAll, KRCompletion<std::string> completion) {
-  request("delete_message",
-          {{"message_id", messageID}, {"group_id", groupID}, {"delete_all", isDeleteAll}},
-          koriva::decodeResultCode, std::move(completion));
+  state_->channel.request(
+      "delete_message",
+      {{"message_id", messageID}, {"group_id", groupID}, {"delete_all", isDeleteAll}},
+      koriva::decodeResultCode, std::move(completion));
 }

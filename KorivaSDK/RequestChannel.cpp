@@ -2,13 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <boost/json/object.hpp>
 
-#include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 #include "socketio/Platform.h"
-
-using koriva::socketio::Items;
 
 void koriva::printLine(std::string line) {
   static std::atomic<std::size_t> dropped = 0;
@@ -19,21 +15,6 @@ void koriva::printLine(std::string line) {
   }
   if (missing != 0 || !platform::writeLine(std::move(line))) ++missing;
   dropped += missing;
-}
-
-void koriva::FailureLine::print(std::string_view sentEvent) const {
-  if (!printed) return;
-  std::string line("KorivaSDK - ");
-  line += event.empty() ? sentEvent : event;
-  line += " failed with error: ";
-  line += KRError::parsingFailed.localizedDescription();
-  printLine(std::move(line));
-}
-
-bool koriva::isReadable(std::string_view items) {
-  if (koriva::json::firstText(items)) return true;
-  koriva::printLine("KorivaSDK - getDataFromAck failed with error: the answer is not JSON");
-  return false;
 }
 
 namespace {
@@ -52,24 +33,43 @@ bool isNoAck(std::string_view items) {
 
 }  // namespace
 
-void KorivaSDK::emitEvent(std::string_view event, koriva::Payload&& payload) {
-  const auto connection = state_->connection.load();
-  if (connection) connection->emit(std::string(event), std::move(payload).text());
-}
-
-void KorivaSDK::emitWithAck(std::string_view event, koriva::Payload&& payload, AckHandler onAck) {
-  const auto connection = state_->connection.load();
-  if (!connection) return;
-  connection->emit(std::string(event), std::move(payload).text(), std::move(onAck));
-}
-
-std::optional<std::string_view> KorivaSDK::getDataFromAck(const Items& items) {
+std::optional<std::string_view> koriva::getDataFromAck(const socketio::Items& items) {
   const auto text = items.text();
-  if (text.empty()) return std::nullopt;
-  if (isNoAck(text)) return std::nullopt;
+  if (text.empty() || isNoAck(text)) return std::nullopt;
   if (items.firstHoldsBinary) {
-    koriva::printLine("KorivaSDK - getDataFromAck failed with error: binary data is not JSON");
+    printLine("KorivaSDK - getDataFromAck failed with error: binary data is not JSON");
     return std::nullopt;
   }
   return text;
 }
+
+bool koriva::isReadable(std::optional<std::string_view> data) {
+  if (!data || json::firstText(*data)) return data.has_value();
+  printLine("KorivaSDK - getDataFromAck failed with error: the answer is not JSON");
+  return false;
+}
+
+namespace koriva {
+
+std::shared_ptr<socketio::Connection> RequestChannel::connection() const {
+  if (platform::isForkedChild()) return nullptr;
+  return std::atomic_load(&connection_);
+}
+
+void RequestChannel::setConnection(std::shared_ptr<socketio::Connection> connection) {
+  std::atomic_store(&connection_, std::move(connection));
+}
+
+void RequestChannel::emit(std::string_view event, Payload&& payload,
+                          socketio::Handler onAck) const {
+  const auto to = connection();
+  if (to) to->emit(std::string(event), std::move(payload).text(), std::move(onAck));
+}
+
+void RequestChannel::printFailure(std::string_view name) {
+  if (name.empty()) return;
+  printLine("KorivaSDK - " + std::string(name) +
+            " failed with error: " + KRError::parsingFailed.localizedDescription());
+}
+
+}  // namespace koriva

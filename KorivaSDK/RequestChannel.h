@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,51 +9,74 @@
 #include "KorivaSDK/KorivaSDK.h"
 #include "KorivaSDK/Payload.h"
 #include "KorivaSDK/RunLoopInternals.h"
+#include "socketio/Connection.h"
 
 namespace koriva {
 
 /// Writes a whole line to standard output, and flushes it.
 void printLine(std::string line);
 
-/// Says that a request had no usable answer.
-struct FailureLine {
-  std::string_view event;  ///< the name that the line shows; the event's own when empty
-  bool printed = true;
+/// What can be decoded of an answer or a push; nothing when there is none. Says so on the console
+/// when it is binary.
+std::optional<std::string_view> getDataFromAck(const socketio::Items& items);
 
-  void print(std::string_view sentEvent) const;
+/// Whether there are data, and the first item is JSON; says so on the console when it is not. Asked
+/// only where a decoding has failed, so that good answers are read once.
+bool isReadable(std::optional<std::string_view> data);
+
+/// In place of the name in the line: a request that prints none.
+inline constexpr std::string_view noFailureLine;
+
+/// The requests' way to the server, over the connection of the moment. From any thread.
+class RequestChannel {
+ public:
+  explicit RequestChannel(const KorivaSDK& client) : client_(client) {}
+
+  /// Null when there is no socket: nothing is sent then, and no completion is called.
+  [[nodiscard]] std::shared_ptr<socketio::Connection> connection() const;
+  void setConnection(std::shared_ptr<socketio::Connection> connection);
+
+  /// Emits an event, which the server answers if `onAck` is given.
+  void emit(std::string_view event, Payload&& payload, socketio::Handler onAck = {}) const;
+
+  /// Emits an event and completes, at most once and only while the client lives, with what the
+  /// decoding makes of the answer. A decoding is a callable that gets the items of the answer and
+  /// returns a `std::optional<KRResult<T>>`; with nothing, the completion is not called.
+  ///
+  /// Without a usable answer it fails, and a line says so under the event's name or another one:
+  /// literals, as the views outlive the request.
+  template <class T, class Decoding>
+  void request(std::string_view event, Payload&& payload, Decoding decoding,
+               KRCompletion<T> completion, std::string_view nameInFailureLine) const {
+    emit(event, std::move(payload),
+         [client = client_.weak_from_this(), decoding, completion = std::move(completion),
+          nameInFailureLine](const socketio::Items& items) {
+           if (client.expired()) return;
+           const auto data = getDataFromAck(items);
+           std::optional<KRResult<T>> result;
+           if (data) result = decoding(*data);
+           const bool isUseless = !result || !result->isSuccess();
+           if (isUseless && !isReadable(data)) {
+             printFailure(nameInFailureLine);
+             result = KRResult<T>::failure(KRError::parsingFailed);
+           }
+           if (result && completion) guarded([&] { completion(*std::move(result)); });
+         });
+  }
+
+  template <class T, class Decoding>
+  void request(std::string_view event, Payload&& payload, Decoding decoding,
+               KRCompletion<T> completion) const {
+    request(event, std::move(payload), std::move(decoding), std::move(completion), event);
+  }
+
+ private:
+  static void printFailure(std::string_view name);
+
+  const KorivaSDK& client_;
+  /// For the free functions alone: libstdc++ 12's std::atomic<std::shared_ptr> unlocks with relaxed
+  /// order, a data race.
+  std::shared_ptr<socketio::Connection> connection_;
 };
 
-inline constexpr FailureLine noFailureLine{{}, false};
-
-/// Whether the first item is JSON; says so on the console when it is not. Asked only where a
-/// decoding has failed, so that good answers are read once.
-bool isReadable(std::string_view items);
-
 }  // namespace koriva
-
-template <class T>
-void KorivaSDK::request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
-                        KRCompletion<T> completion) {
-  request(event, std::move(payload), decoding, std::move(completion), koriva::FailureLine{});
-}
-
-template <class T>
-void KorivaSDK::request(std::string_view event, koriva::Payload&& payload, Decoding<T> decoding,
-                        KRCompletion<T> completion, koriva::FailureLine line) {
-  // The names are literals: the views outlive the request.
-  emitWithAck(event, std::move(payload),
-              [weak = weak_from_this(), event, decoding, completion = std::move(completion),
-               line](const koriva::socketio::Items& items) {
-                if (weak.expired()) return;
-                std::optional<KRResult<T>> result;
-                const auto data = getDataFromAck(items);
-                if (data) result = decoding(*data);
-                const bool useless = !result || !result->isSuccess();
-                if (!data || (useless && !koriva::isReadable(*data))) {
-                  line.print(event);
-                  result = KRResult<T>::failure(KRError::parsingFailed);
-                }
-                if (!result || !completion) return;
-                koriva::guarded([&] { completion(*std::move(result)); });
-              });
-}

@@ -1,7 +1,7 @@
 #include <boost/json/value.hpp>
 
 #include "KorivaSDK/Decodings.h"
-#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 
 namespace {
@@ -29,10 +29,9 @@ void KorivaSDK::startSecretChat(std::int64_t senderId, std::int64_t receiverId,
                              {"one_time_pre_key", oneTimePreKey},
                              {"receiver_uin", receiverId}};
   printPayload("start_secret_chat", payload);
-  request("start_secret_chat", payload,
-          koriva::decodeRecord<KRSecretChatResponse, &KRSecretChatResponse::group,
-                               koriva::UnreadableIsParsingFailed>,
-          std::move(completion), koriva::noFailureLine);
+  state_->channel.request("start_secret_chat", payload,
+                          koriva::decodePart(&KRSecretChatResponse::group, KRError::parsingFailed),
+                          std::move(completion), koriva::noFailureLine);
 }
 
 void KorivaSDK::acceptSecretChat(std::int64_t acceptId, const std::string& groupId,
@@ -43,6 +42,6 @@ void KorivaSDK::acceptSecretChat(std::int64_t acceptId, const std::string& group
                              {"device_id", deviceId}, {"identity_key", identityKey},
                              {"base_key", baseKey},   {"one_time_pre_key", oneTimePreKey}};
   printPayload("accept_secret_chat", payload);
-  request("accept_secret_chat", payload, acceptAnyAnswer, std::move(completion),
-          koriva::noFailureLine);
+  state_->channel.request("accept_secret_chat", payload, acceptAnyAnswer, std::move(completion),
+                          koriva::noFailureLine);
 }

@@ -6,9 +6,9 @@
 #include <thread>
 #include <utility>
 
-#include "KorivaSDK/RequestChannel.h"
 #include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
+#include "socketio/Platform.h"
 
 namespace socketio = koriva::socketio;
 
@@ -38,11 +38,17 @@ koriva::Timing& koriva::timing() {
 
 socketio::Endpoint koriva::parseDefaultUrl(std::string_view url) {
   if (const auto endpoint = socketio::Endpoint::parse(url)) return *endpoint;
+  // By this text crash reports are told apart, whatever the client was built for.
   std::fputs("Unexpectedly found nil while unwrapping an Optional value\n", stderr);
   std::abort();
 }
 
 std::shared_ptr<KorivaSDK> KorivaSDK::shared() {
+  if (koriva::platform::isForkedChild()) {
+    // Another thread may have held the lock at the fork.
+    static auto& inert = *new auto(std::make_shared<KorivaSDK>(Passkey{}));
+    return inert;
+  }
   auto& holder = sharedClient();
   const std::lock_guard lock(holder.mutex);
   if (!holder.client) holder.client = std::make_shared<KorivaSDK>(Passkey{});
@@ -50,17 +56,21 @@ std::shared_ptr<KorivaSDK> KorivaSDK::shared() {
 }
 
 void KorivaSDK::setShared(std::shared_ptr<KorivaSDK> client) {
+  if (koriva::platform::isForkedChild()) return;
   auto& holder = sharedClient();
   const std::lock_guard lock(holder.mutex);
   holder.client.swap(client);
 }
 
-KorivaSDK::KorivaSDK(Passkey)
-    : state_(std::make_unique<State>(koriva::parseDefaultUrl(KRPrivate::socketUrl))) {
+KorivaSDK::KorivaSDK(Passkey) : state_(std::make_unique<State>(*this)) {
   KRRunLoop::main();  // takes the descriptors that it needs
 }
 
 KorivaSDK::~KorivaSDK() {
+  if (koriva::platform::isForkedChild()) {
+    static_cast<void>(state_.release());  // what it holds is still the parent's
+    return;
+  }
   try {
     if (state_->reconnectTimer) state_->reconnectTimer->cancel();
     if (!state_->lastConnection) return;
@@ -85,44 +95,46 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
   state_->uin = uin;
   state_->deviceId = deviceId;
   state_->isNew = isNew;
-  initSocket();
+  state_->connect();
 }
 
-void KorivaSDK::initSocket() {
-  if (state_->isLoggingOut) return;
+void KorivaSDK::State::connect() {
+  if (isLoggingOut || koriva::platform::isForkedChild()) return;
+  if (!handlers) handlers = makeHandlers();
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
-  state_->stranded.reset();
-  if (!state_->handlers) makeHandlers();
-  auto connection = std::make_shared<socketio::Connection>(
-      environment(), "/data", koriva::timing().limits, state_->handlers);
-  socketio::ConnectParameters parameters{{"session", koriva::json::validUtf8(state_->token)},
-                                         {"deviceid", koriva::json::validUtf8(state_->deviceId)}};
-  if (state_->isNew) parameters.emplace_back("new", "true");
-  state_->connection.store(connection);
-  const auto before = std::exchange(state_->lastConnection, connection);
+  stranded.reset();
+  auto connection = std::make_shared<socketio::Connection>(environment(), "/data",
+                                                           koriva::timing().limits, handlers);
+  socketio::ConnectParameters parameters{{"session", koriva::json::validUtf8(token)},
+                                         {"deviceid", koriva::json::validUtf8(deviceId)}};
+  if (isNew) parameters.emplace_back("new", "true");
+  channel.setConnection(connection);
+  const auto before = std::exchange(lastConnection, connection);
   const auto delay =
       before ? before->delayOfNextDial(*environment().clock()) : socketio::Duration();
   if (before) before->release();  // nobody hears of it any more
-  connection->connect(state_->baseURL, parameters, delay);
-  initReconnectTimer();
+  connection->connect(baseURL, parameters, delay);
+  startReconnectTimer();
 }
 
 // Neither a socket nor a timer can be made. Until the next attempt, what delegates do about this
 // one is ignored: nothing could keep their attempts apart.
-void KorivaSDK::failWithoutTimers() {
-  if (state_->stranded) return;
-  state_->stranded = std::make_shared<State::Stranded>();
-  const auto unlessOver = [weak = weak_from_this(),
-                           stranded = std::weak_ptr(state_->stranded)](void (*act)(KorivaSDK&)) {
+void KorivaSDK::State::failWithoutTimers() {
+  if (stranded) return;
+  stranded = std::make_shared<Stranded>();
+  const auto unlessOver = [weak = client.weak_from_this(),
+                           stranded = std::weak_ptr(stranded)](void (*act)(State&)) {
     return [weak, stranded, act] {
       const auto sdk = weak.lock();
-      if (sdk && !stranded.expired()) act(*sdk);
+      if (sdk && !stranded.expired()) act(*sdk->state_);
     };
   };
-  environment().postHandler(unlessOver([](KorivaSDK& sdk) { sdk.tellDisconnected(); }));
-  const auto retry = unlessOver([](KorivaSDK& sdk) {
-    sdk.state_->stranded.reset();
-    sdk.initSocket();
+  environment().postHandler(unlessOver([](State& state) {
+    state.handlers->find(socketio::disconnectEvent)->second(socketio::Items());
+  }));
+  const auto retry = unlessOver([](State& state) {
+    state.stranded.reset();
+    state.connect();
   });
   try {
     std::thread([retry, interval = koriva::timing().reconnectInterval] {
@@ -134,14 +146,14 @@ void KorivaSDK::failWithoutTimers() {
   }
 }
 
-void KorivaSDK::initReconnectTimer() {
-  if (state_->reconnectTimer) state_->reconnectTimer->cancel();
-  state_->reconnectTimer = std::make_shared<socketio::Alarm>(environment());
-  const auto fire = [weak = weak_from_this()] {
+void KorivaSDK::State::startReconnectTimer() {
+  if (reconnectTimer) reconnectTimer->cancel();
+  reconnectTimer = std::make_shared<socketio::Alarm>(environment());
+  const auto fire = [weak = client.weak_from_this()] {
     if (const auto sdk = weak.lock()) sdk->reconnectFired();
   };
   const auto interval = koriva::timing().reconnectInterval;
-  state_->reconnectTimer->set(environment().clock()->now() + interval, fire, interval);
+  reconnectTimer->set(environment().clock()->now() + interval, fire, interval);
 }
 
 void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(); }
@@ -149,18 +161,18 @@ void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(
 void KorivaSDK::reconnectFired() { reconnectIfNeed(); }
 
 void KorivaSDK::reconnectIfNeed() {
-  if (const auto connection = state_->connection.load()) {
+  if (const auto connection = state_->channel.connection()) {
     const auto status = connection->status();
     if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
   } else if (!state_->stranded) {
     return;
   }
-  initSocket();
+  state_->connect();
 }
 
 void KorivaSDK::disconnect() {
   state_->isReady = false;
-  if (const auto connection = state_->connection.load()) connection->disconnect();
+  if (const auto connection = state_->channel.connection()) connection->disconnect();
 }
 
 // Delegates may try to connect meanwhile, log out too, or let go of the last reference.
@@ -173,28 +185,20 @@ void KorivaSDK::logout() {
   } const loggingOut{state_->isLoggingOut};
   disconnect();
   state_->delegates = std::make_shared<const State::Delegates>();
-  state_->connection.store(nullptr);
+  state_->channel.setConnection(nullptr);
   state_->stranded.reset();
 }
 
 bool KorivaSDK::isConnected() const {
-  const auto connection = state_->connection.load();
+  const auto connection = state_->channel.connection();
   return connection && connection->status() == socketio::Status::connected;
 }
 
 void KorivaSDK::runNowOrWhenSDKReady(std::function<void(bool)> task) {
-  if (!task) return;
+  if (!task || koriva::platform::isForkedChild()) return;
   if (state_->isReady) {
     koriva::guarded([&] { task(true); });
   } else {
-    state_->listTasks.push_back(std::move(task));
-  }
-}
-
-// Taken out before they run, so that a task queued by one of them is kept.
-void KorivaSDK::completeUndoneTasks() {
-  const auto tasks = std::exchange(state_->listTasks, {});
-  for (const auto& task : tasks) {
-    koriva::guarded([&] { task(true); });
+    state_->readyQueue.push_back(std::move(task));
   }
 }

@@ -8,8 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "KorivaSDK/AtomicSharedPtr.h"
 #include "KorivaSDK/KorivaSDK.h"
+#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/RunLoopInternals.h"
 #include "socketio/Alarm.h"
 #include "socketio/Connection.h"
 
@@ -34,16 +35,32 @@ struct KRPrivate {
 
 struct KorivaSDK::State {
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
+  using Handlers = std::shared_ptr<const koriva::socketio::Handlers>;
   struct Stranded {};
 
-  explicit State(const koriva::socketio::Endpoint& url) : baseURL(url) {}
+  explicit State(KorivaSDK& owner)
+      : client(owner), channel(owner), baseURL(koriva::parseDefaultUrl(KRPrivate::socketUrl)) {}
 
+  void connect();
+  void failWithoutTimers();
+  void startReconnectTimer();
+  [[nodiscard]] Handlers makeHandlers() const;
+
+  template <class Call>
+  void forEachDelegate(const Call& call) const {
+    const auto snapshot = delegates;
+    for (const auto& delegate : *snapshot) {
+      if (delegate) koriva::guarded([&] { call(*delegate); });
+    }
+  }
+
+  KorivaSDK& client;
+  koriva::RequestChannel channel;
   koriva::socketio::Endpoint baseURL;
-  std::shared_ptr<const koriva::socketio::Handlers> handlers;
-  koriva::AtomicSharedPtr<koriva::socketio::Connection> connection;
+  Handlers handlers;
   std::shared_ptr<koriva::socketio::Connection> lastConnection;  ///< kept after a logout
   std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();
-  std::vector<std::function<void(bool)>> listTasks;
+  std::vector<std::function<void(bool)>> readyQueue;
   bool isNew = false;
   bool isReady = false;
   bool isLoggingOut = false;
