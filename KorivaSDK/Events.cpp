@@ -56,50 +56,45 @@ void KorivaSDK::removeDelegate(const std::shared_ptr<KorivaDelegate>& delegate) 
   state_->delegates = std::make_shared<const State::Delegates>(std::move(delegates));
 }
 
-// Between the transport and a delegate's function stands one erased call, the handler's. It costs a
-// millionth of a second per event...
-KorivaSDK::State::Handlers KorivaSDK::State::makeHandlers() const {
-  const auto made = std::make_shared<koriva::socketio::Handlers>();
-  const auto on = [&](std::string_view event, auto handle) {
-    koriva::socketio::Handler handler = [weak = client.weak_from_this(), handle](const Items& it) {
-      if (const auto sdk = weak.lock()) handle(*sdk->state_, it);
-    };
-    made->emplace(event, std::move(handler));
+koriva::socketio::Handlers KorivaSDK::State::makeHandlers() {
+  koriva::socketio::Handlers made;
+  const auto on = [&](std::string_view event, koriva::socketio::Handler handler) {
+    made.emplace(event, std::move(handler));
   };
-  const auto notify = [](const State& state, std::string_view data, auto tell) {
+  const auto notify = [this](std::string_view data, auto tell) {
     const auto record = koriva::json::decodeFirst<decltype(recordOf(tell))>(data);
     if (!record) return;
-    state.forEachDelegate([&](KorivaDelegate& to) { std::invoke(tell, to, *record); });
+    forEachDelegate([&](KorivaDelegate& to) { std::invoke(tell, to, *record); });
   };
-  const auto push = [=](std::string_view event, auto tell) {
-    on(event, [=](const State& state, const Items& items) {
-      if (const auto data = koriva::getDataFromAck(items)) notify(state, *data, tell);
+  const auto push = [&](std::string_view event, auto tell) {
+    on(event, [notify, tell](const Items& items) {
+      if (const auto data = koriva::getDataFromAck(items)) notify(*data, tell);
     });
   };
   // Says nothing of binary items, and takes what comes with them.
-  const auto pushAsItIs = [=](std::string_view event, auto tell) {
-    on(event, [=](const State& state, const Items& items) { notify(state, items.text(), tell); });
+  const auto pushAsItIs = [&](std::string_view event, auto tell) {
+    on(event, [notify, tell](const Items& items) { notify(items.text(), tell); });
   };
   using Event = KRCallEvent;
   using Kind = KRGroupEventKind;
 
-  on(koriva::socketio::connectEvent, [](State& state, const Items&) {
+  on(koriva::socketio::connectEvent, [this](const Items&) {
     koriva::printLine("KorivaSDK - socket connected");
-    state.isNew = false;
-    state.isReady = true;
-    const auto connection = state.channel.connection();
+    isNew = false;
+    isReady = true;
+    const auto connection = channel.connection();
     // Taken out before they run, so that a task queued by one of them is kept.
-    for (const auto& task : std::exchange(state.readyQueue, {})) {
+    for (const auto& task : std::exchange(readyQueue, {})) {
       koriva::guarded([&] { task(true); });
     }
     // Whoever is called may end the connection: nobody hears of the connect after that.
-    state.forEachDelegate([&](KorivaDelegate& to) {
+    forEachDelegate([&](KorivaDelegate& to) {
       if (connection->status() == Status::connected) to.didConnect();
     });
   });
-  on(koriva::socketio::disconnectEvent, [](const State& state, const Items&) {
+  on(koriva::socketio::disconnectEvent, [this](const Items&) {
     koriva::printLine("KorivaSDK - socket disconnected");
-    state.forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
+    forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
   });
   push("login", [](KorivaDelegate& to, const KRLoginEvent& event) {
     if (event.result == KRError::expired.code()) to.didReceiveError(KRError::expired);
@@ -128,9 +123,10 @@ KorivaSDK::State::Handlers KorivaSDK::State::makeHandlers() const {
     to.didDeleteGroup(group.groupID);
   });
   // No delegate is told of this one.
-  on("delete_conversation", [](const State&, const Items& items) {
-    const auto data = koriva::getDataFromAck(items);
-    if (data && koriva::isReadable(data)) koriva::printLine("delete_conversation");
+  on("delete_conversation", [](const Items& items) {
+    if (koriva::isReadable(koriva::getDataFromAck(items))) {
+      koriva::printLine("delete_conversation");
+    }
   });
   push("block_user", &KorivaDelegate::didBlockContact);
   push("unblock_user", &KorivaDelegate::didUnblockContact);
@@ -142,16 +138,16 @@ KorivaSDK::State::Handlers KorivaSDK::State::makeHandlers() const {
   push("stop_call", asCallEvent<Event::StopCall, KRStopCall>);
   push("ice_sdp", asCallEvent<Event::IceSdp, KRIceSdp>);
   push("ice_candidate", asCallEvent<Event::IceCandidate, KRIceCandidate>);
-  on("event", [](const State& state, const Items& items) {
+  on("event", [this](const Items& items) {
     const auto data = koriva::getDataFromAck(items);
     if (!data) return;
     const auto event = koriva::json::decodeFirst<KREvent>(*data);
     if (!event) return;
-    const auto connection = state.channel.connection();
-    state.forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
+    const auto connection = channel.connection();
+    forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });
     const auto typing = typingKind(event->type);
     if (!typing || connection->status() != Status::connected) return;
-    state.forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
+    forEachDelegate([&](auto& to) { to.didReceiveGroupEvent({event->groupId, *typing}); });
   });
 
   push("start_secret_chat", &KorivaDelegate::didStartSecretChat);

@@ -44,7 +44,8 @@ std::optional<std::string_view> koriva::getDataFromAck(const socketio::Items& it
 }
 
 bool koriva::isReadable(std::optional<std::string_view> data) {
-  if (!data || json::firstText(*data)) return data.has_value();
+  if (!data) return false;
+  if (json::firstText(*data)) return true;
   printLine("KorivaSDK - getDataFromAck failed with error: the answer is not JSON");
   return false;
 }

@@ -19,8 +19,13 @@ struct Shared {
   std::shared_ptr<KorivaSDK> client;
 };
 
-// Never destroyed: a client must not be torn down among the application's static objects.
+// Never destroyed: a client must not be torn down among the application's static objects. A forked
+// child has another, as somebody may have held the lock at the fork.
 Shared& sharedClient() {
+  if (koriva::platform::isForkedChild()) {
+    static Shared& holder = *new Shared;
+    return holder;
+  }
   static Shared& holder = *new Shared;
   return holder;
 }
@@ -44,11 +49,6 @@ socketio::Endpoint koriva::parseDefaultUrl(std::string_view url) {
 }
 
 std::shared_ptr<KorivaSDK> KorivaSDK::shared() {
-  if (koriva::platform::isForkedChild()) {
-    // Another thread may have held the lock at the fork.
-    static auto& inert = *new auto(std::make_shared<KorivaSDK>(Passkey{}));
-    return inert;
-  }
   auto& holder = sharedClient();
   const std::lock_guard lock(holder.mutex);
   if (!holder.client) holder.client = std::make_shared<KorivaSDK>(Passkey{});
@@ -56,7 +56,6 @@ std::shared_ptr<KorivaSDK> KorivaSDK::shared() {
 }
 
 void KorivaSDK::setShared(std::shared_ptr<KorivaSDK> client) {
-  if (koriva::platform::isForkedChild()) return;
   auto& holder = sharedClient();
   const std::lock_guard lock(holder.mutex);
   holder.client.swap(client);
@@ -100,11 +99,12 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
 
 void KorivaSDK::State::connect() {
   if (isLoggingOut || koriva::platform::isForkedChild()) return;
-  if (!handlers) handlers = makeHandlers();
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
   stranded.reset();
-  auto connection = std::make_shared<socketio::Connection>(environment(), "/data",
-                                                           koriva::timing().limits, handlers);
+  // Whoever holds the handlers holds the client.
+  auto connection = std::make_shared<socketio::Connection>(
+      environment(), "/data", koriva::timing().limits,
+      std::shared_ptr<const socketio::Handlers>(client.shared_from_this(), &handlers));
   socketio::ConnectParameters parameters{{"session", koriva::json::validUtf8(token)},
                                          {"deviceid", koriva::json::validUtf8(deviceId)}};
   if (isNew) parameters.emplace_back("new", "true");
@@ -130,7 +130,7 @@ void KorivaSDK::State::failWithoutTimers() {
     };
   };
   environment().postHandler(unlessOver([](State& state) {
-    state.handlers->find(socketio::disconnectEvent)->second(socketio::Items());
+    state.handlers.find(socketio::disconnectEvent)->second(socketio::Items());
   }));
   const auto retry = unlessOver([](State& state) {
     state.stranded.reset();

@@ -35,7 +35,6 @@ struct KRPrivate {
 
 struct KorivaSDK::State {
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
-  using Handlers = std::shared_ptr<const koriva::socketio::Handlers>;
   struct Stranded {};
 
   explicit State(KorivaSDK& owner)
@@ -44,7 +43,7 @@ struct KorivaSDK::State {
   void connect();
   void failWithoutTimers();
   void startReconnectTimer();
-  [[nodiscard]] Handlers makeHandlers() const;
+  koriva::socketio::Handlers makeHandlers();
 
   template <class Call>
   void forEachDelegate(const Call& call) const {
@@ -57,7 +56,7 @@ struct KorivaSDK::State {
   KorivaSDK& client;
   koriva::RequestChannel channel;
   koriva::socketio::Endpoint baseURL;
-  Handlers handlers;
+  const koriva::socketio::Handlers handlers = makeHandlers();
   std::shared_ptr<koriva::socketio::Connection> lastConnection;  ///< kept after a logout
   std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();
   std::vector<std::function<void(bool)>> readyQueue;

@@ -52,7 +52,7 @@ class Play {
     limits.undelivered = 4;
     limits.outgoingBytes = 4096;
     environment_.setWorld({environment_.clock(), [this] { return far_; }});
-    connection_ = std::make_shared<Connection>(environment_, "/data", limits, handlers());
+    connection_ = std::make_shared<Connection>(environment_, "/data", limits, handlers_);
     onApplication([this] { connection_->connect(*Endpoint::parse("http://h"), {}); });
   }
 
@@ -179,6 +179,7 @@ class Play {
   boost::asio::io_context application_;
   Environment environment_{network_.get_executor()};
   std::shared_ptr<Far> far_ = std::make_shared<Far>();
+  const std::shared_ptr<const Handlers> handlers_ = handlers();
   std::shared_ptr<Connection> connection_;
   std::vector<int> acknowledgements_;
   int connects_ = 0;

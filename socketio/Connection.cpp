@@ -10,7 +10,7 @@ namespace koriva::socketio {
 namespace asio = boost::asio;
 
 Connection::Connection(const Environment& environment, std::string nsp, const Limits& limits,
-                       std::shared_ptr<const Handlers> handlers)
+                       std::weak_ptr<const Handlers> handlers)
     : environment_(environment),
       nsp_(std::move(nsp)),
       limits_(limits),
@@ -327,7 +327,7 @@ void Connection::onEnded(const std::string& reason) {
 }
 
 void Connection::raise(std::string_view event, const Items& items) {
-  const auto handlers = handlers_;  // a handler may release this connection
+  const auto handlers = handlers_.lock();
   if (!handlers) return;
   const auto found = handlers->find(event);
   if (found != handlers->end()) found->second(items);

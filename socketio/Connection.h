@@ -53,9 +53,10 @@ using Handlers = std::map<std::string, Handler, std::less<>>;
 class Connection final : public Transport::Listener,
                          public std::enable_shared_from_this<Connection> {
  public:
-  /// `environment` outlives the connection.
+  /// `environment` outlives the connection. Events lead to nothing once the handlers are gone; they
+  /// are held while one of them runs.
   Connection(const Environment& environment, std::string nsp, const Limits& limits,
-             std::shared_ptr<const Handlers> handlers);
+             std::weak_ptr<const Handlers> handlers);
 
   [[nodiscard]] Status status() const { return status_.load(std::memory_order_acquire); }
 
@@ -145,8 +146,8 @@ class Connection final : public Transport::Listener,
   const std::shared_ptr<Transport> transport_;
 
   std::atomic<Status> status_ = Status::notConnected;
-  std::shared_ptr<const Handlers> handlers_;  ///< null once released
-  TimePoint lastDial_;  ///< its failure, if it has failed; may be still to come
+  std::weak_ptr<const Handlers> handlers_;  ///< null once released
+  TimePoint lastDial_;                      ///< its failure, if it has failed; may be still to come
 
   State state_ = State::idle;
   const std::shared_ptr<Timer> connectTimer_;

@@ -74,7 +74,8 @@ class Play {
     for (const auto event : {connectEvent, disconnectEvent, std::string_view("ev")}) {
       handlers->emplace(event, [this, event](const auto&) { note_(std::string(event)); });
     }
-    connection_ = std::make_shared<Connection>(environment_, "/data", limits_, std::move(handlers));
+    handles_ = std::move(handlers);
+    connection_ = std::make_shared<Connection>(environment_, "/data", limits_, handles_);
     connection_->connect(*Endpoint::parse("http://h"), {});
     run();
   }
@@ -95,6 +96,7 @@ class Play {
       TimePoint(), [this](auto task) { boost::asio::post(network_, std::move(task)); });
   Environment environment_{network_.get_executor()};
   std::shared_ptr<FakeTransport> far_;
+  std::shared_ptr<const Handlers> handles_;
   std::shared_ptr<Connection> connection_;
 
  public:

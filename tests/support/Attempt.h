@@ -21,7 +21,7 @@ struct Attempt {
 
   explicit Attempt(const std::string& url, const socketio::Limits& limits = patient) {
     attached();
-    const socketio::Handlers handlers{
+    handlers = std::make_shared<const socketio::Handlers>(socketio::Handlers{
         {std::string(socketio::errorEvent),
          [to = heard](const auto& items) { to->errors += items.text(); }},
         {std::string(socketio::disconnectEvent), [to = heard](const auto&) { ++to->disconnects; }},
@@ -30,10 +30,9 @@ struct Attempt {
            connection->emit("ask", "{}", [to = heard](const auto& items) {
              if (items.text() != socketio::noAck) to->answers += items.text();
            });
-         }}};
-    connection = std::make_shared<socketio::Connection>(
-        KRRunLoop::main().internals().environment(), "/data", limits,
-        std::make_shared<const socketio::Handlers>(handlers));
+         }}});
+    connection = std::make_shared<socketio::Connection>(KRRunLoop::main().internals().environment(),
+                                                        "/data", limits, handlers);
     connection->connect(*socketio::Endpoint::parse(url), {{"session", "secret"}});
   }
   ~Attempt() { connection->release(); }
@@ -41,6 +40,7 @@ struct Attempt {
   Attempt& operator=(const Attempt&) = delete;
   bool isOver() const { return !heard->answers.empty() || heard->disconnects > 0; }
 
+  std::shared_ptr<const socketio::Handlers> handlers;
   std::shared_ptr<socketio::Connection> connection;
   std::shared_ptr<Heard> heard = std::make_shared<Heard>();
 };
