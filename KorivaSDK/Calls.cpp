@@ -3,31 +3,33 @@
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
 
+using namespace koriva;
+
 namespace {
 
 struct CallStatus {
   std::int64_t status = 0;
 
   template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::status>("status"));
+  static constexpr auto fields = json::fields(json::required<&R::status>("status"));
 };
 
-constexpr auto decodeOngoing =
-    koriva::decodeWhether(&CallStatus::status, KRCall::CALL_STATUS_ONGOING);
+constexpr auto decodeOngoing = decodeWhether(&CallStatus::status, KRCall::CALL_STATUS_ONGOING);
 
-koriva::Decoded<KRCallEvent> decodeCreatedCall(std::string_view items) {
-  auto response = koriva::json::decodeFirst<KRCallResponse>(items);
+Decoded<KRCallEvent> decodeCreatedCall(std::string_view items) {
+  auto response = json::decodeFirst<KRCallResponse>(items);
   if (!response) return std::nullopt;
   return KRResult<KRCallEvent>::success(KRCallEvent::CreateCall{std::move(response->call)});
 }
 
-koriva::Decoded<KRCallEvent> ignoreAnswer(std::string_view) { return std::nullopt; }
+Decoded<KRCallEvent> ignoreAnswer(std::string_view) { return std::nullopt; }
 
 }  // namespace
 
+// Its failures are looked for in logs as those of "create_message".
 void KorivaSDK::createCall(const KRCallEvent& event, KRCompletion<KRCallEvent> completion) {
   const bool isNewCall = event.as<KRCallEvent::CreateCall>() != nullptr;
-  state_->channel.request(koriva::rawValue(event.key()), event.toDictionary(),
+  state_->channel.request(rawValue(event.key()), event.toDictionary(),
                           isNewCall ? decodeCreatedCall : ignoreAnswer, std::move(completion),
                           "create_message");
 }
@@ -45,16 +47,16 @@ void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
                      KRCompletion<KRCallEvent> /*completion*/) {
   using Event = KRCallEvent;
   auto payload = std::visit(
-      koriva::Overloaded{
-          [&](const Event::StopCall&) -> koriva::Payload {
+      Overloaded{
+          [&](const Event::StopCall&) -> Payload {
             return {{"group_id", groupId}, {"call_id", callId}, {"uin", senderUin}};
           },
-          [&](const Event::IceSdp& it) -> koriva::Payload {
+          [&](const Event::IceSdp& it) -> Payload {
             return {{"group_id", groupId},     {"call_id", callId},
                     {"sender_uin", senderUin}, {"receiver_uin", receiverUin},
                     {"type", it.iceSdp.type},  {"sdp", it.iceSdp.sdp}};
           },
-          [&](const Event::IceCandidate& it) -> koriva::Payload {
+          [&](const Event::IceCandidate& it) -> Payload {
             return {{"group_id", groupId},
                     {"call_id", callId},
                     {"sender_uin", senderUin},
@@ -63,23 +65,23 @@ void KorivaSDK::send(const KRCallEvent& event, const std::string& callId,
                     {"sdp_mid", it.iceCandidate.sdpMid},
                     {"sdp_mline_index", it.iceCandidate.sdpMlineIndex}};
           },
-          [&](const Event::AnswerCall& it) -> koriva::Payload {
+          [&](const Event::AnswerCall& it) -> Payload {
             return {{"group_id", groupId},
                     {"call_id", callId},
                     {"callee_uin", it.answerCall.calleeUin},
                     {"answer", it.answerCall.type}};
           },
-          [&](const Event::CustomEvent& it) -> koriva::Payload {
+          [&](const Event::CustomEvent& it) -> Payload {
             return {{"group_id", groupId},
                     {"sender_uin", senderUin},
                     {"receiver_uin", receiverUin},
                     {"type", it.event.type},
                     {"data", it.event.data}};
           },
-          [&](const Event::SendEventCall& it) -> koriva::Payload {
+          [&](const Event::SendEventCall& it) -> Payload {
             return {{"group_id", groupId}, {"call_id", callId}, {"event", it.startCall.event}};
           },
-          [](const auto&) { return koriva::Payload{}; },
+          [](const auto&) { return Payload{}; },
       },
       event.value);
   state_->channel.emit(event.type(), std::move(payload));

@@ -4,40 +4,41 @@
 #include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 
+using namespace koriva;
+
 void KorivaSDK::getListConversation(std::int64_t uin, std::int64_t page, std::int64_t pageSize,
                                     KRCompletion<KRConversationList> completion) {
   state_->channel.request("list_group",
                           {{"uin", uin},
-                           {"sort_by", koriva::rawValue(KRDefines::GroupSortType::byLastMessage)},
+                           {"sort_by", rawValue(KRDefines::GroupSortType::byLastMessage)},
                            {"pindex", page},
                            {"psize", pageSize}},
-                          koriva::decodeRecord<KRConversationList>, std::move(completion),
-                          koriva::noFailureLine);
+                          decodeRecord<KRConversationList>, std::move(completion), noFailureLine);
 }
 
+// Its failures are looked for in logs as those of "delete_group".
 void KorivaSDK::deleteConversation(const std::string& conversationId, bool isSecret,
                                    KRCompletion<std::string> completion) {
   state_->channel.request(isSecret ? "delete_secret_chat" : "delete_conversation",
-                          {{"group_id", conversationId}}, koriva::decodeResultCode,
-                          std::move(completion), "delete_group");
+                          {{"group_id", conversationId}}, decodeResultCode, std::move(completion),
+                          "delete_group");
 }
 
 void KorivaSDK::muteGroup(const std::string& groupID, bool isMute, KRCompletion<bool> completion) {
   state_->channel.request(isMute ? "mute_group" : "unmute_group", {{"group_id", groupID}},
-                          koriva::decodeBoolean, std::move(completion));
+                          decodeBoolean, std::move(completion));
 }
 
 void KorivaSDK::togglePin(const std::string& groupID, bool isPin, KRCompletion<bool> completion) {
   const std::string_view event = isPin ? "pin_group" : "unpin_group";
-  koriva::printLine("KorivaSDK - " + std::string(event) + ", group_id: " + groupID);
-  state_->channel.request(event, {{"group_id", groupID}}, koriva::decodeBoolean,
-                          std::move(completion));
+  printLine("KorivaSDK - " + std::string(event) + ", group_id: " + groupID);
+  state_->channel.request(event, {{"group_id", groupID}}, decodeBoolean, std::move(completion));
 }
 
 void KorivaSDK::checkGroup(const std::string& groupType, const std::vector<std::string>& userIds,
                            KRCompletion<KRConversation> completion) {
   const auto uins = boost::json::array(userIds.begin(), userIds.end());
-  koriva::printLine("KorivaSDK - check_group, occupants_uins: " + koriva::json::printedForm(uins));
+  printLine("KorivaSDK - check_group, occupants_uins: " + json::printedForm(uins));
   state_->channel.request("check_group", {{"type", groupType}, {"occupants_uins", userIds}},
-                          koriva::decodeConversation, std::move(completion));
+                          decodeConversation, std::move(completion));
 }

@@ -2,8 +2,9 @@
 
 #include "KorivaSDK/State.h"
 
-using koriva::socketio::Items;
-using koriva::socketio::Status;
+using namespace koriva;
+using socketio::Items;
+using socketio::Status;
 
 namespace {
 
@@ -11,15 +12,14 @@ struct DeletedGroup {
   std::string groupID;
 
   template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::groupID>("group_id"));
+  static constexpr auto fields = json::fields(json::required<&R::groupID>("group_id"));
 };
 
 struct ServerError {
   std::int64_t error = 0;
 
   template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::error>("error"));
+  static constexpr auto fields = json::fields(json::required<&R::error>("error"));
 };
 
 std::optional<KRGroupEventKind> typingKind(std::int64_t eventType) {
@@ -56,19 +56,19 @@ void KorivaSDK::removeDelegate(const std::shared_ptr<KorivaDelegate>& delegate) 
   state_->delegates = std::make_shared<const State::Delegates>(std::move(delegates));
 }
 
-koriva::socketio::Handlers KorivaSDK::State::makeHandlers() {
-  koriva::socketio::Handlers made;
-  const auto on = [&](std::string_view event, koriva::socketio::Handler handler) {
+socketio::Handlers KorivaSDK::State::makeHandlers() {
+  socketio::Handlers made;
+  const auto on = [&](std::string_view event, socketio::Handler handler) {
     made.emplace(event, std::move(handler));
   };
   const auto notify = [this](std::string_view data, auto tell) {
-    const auto record = koriva::json::decodeFirst<decltype(recordOf(tell))>(data);
+    const auto record = json::decodeFirst<decltype(recordOf(tell))>(data);
     if (!record) return;
     forEachDelegate([&](KorivaDelegate& to) { std::invoke(tell, to, *record); });
   };
   const auto push = [&](std::string_view event, auto tell) {
     on(event, [notify, tell](const Items& items) {
-      if (const auto data = koriva::getDataFromAck(items)) notify(*data, tell);
+      if (const auto data = getDataFromAck(items)) notify(*data, tell);
     });
   };
   // Says nothing of binary items, and takes what comes with them.
@@ -78,22 +78,22 @@ koriva::socketio::Handlers KorivaSDK::State::makeHandlers() {
   using Event = KRCallEvent;
   using Kind = KRGroupEventKind;
 
-  on(koriva::socketio::connectEvent, [this](const Items&) {
-    koriva::printLine("KorivaSDK - socket connected");
+  on(socketio::connectEvent, [this](const Items&) {
+    printLine("KorivaSDK - socket connected");
     isNew = false;
     isReady = true;
     const auto connection = channel.connection();
     // Taken out before they run, so that a task queued by one of them is kept.
     for (const auto& task : std::exchange(readyQueue, {})) {
-      koriva::guarded([&] { task(true); });
+      guarded([&] { task(true); });
     }
     // Whoever is called may end the connection: nobody hears of the connect after that.
     forEachDelegate([&](KorivaDelegate& to) {
       if (connection->status() == Status::connected) to.didConnect();
     });
   });
-  on(koriva::socketio::disconnectEvent, [this](const Items&) {
-    koriva::printLine("KorivaSDK - socket disconnected");
+  on(socketio::disconnectEvent, [this](const Items&) {
+    printLine("KorivaSDK - socket disconnected");
     forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
   });
   push("login", [](KorivaDelegate& to, const KRLoginEvent& event) {
@@ -124,8 +124,8 @@ koriva::socketio::Handlers KorivaSDK::State::makeHandlers() {
   });
   // No delegate is told of this one.
   on("delete_conversation", [](const Items& items) {
-    if (koriva::isReadable(koriva::getDataFromAck(items))) {
-      koriva::printLine("delete_conversation");
+    if (isReadable(getDataFromAck(items))) {
+      printLine("delete_conversation");
     }
   });
   push("block_user", &KorivaDelegate::didBlockContact);
@@ -139,9 +139,9 @@ koriva::socketio::Handlers KorivaSDK::State::makeHandlers() {
   push("ice_sdp", asCallEvent<Event::IceSdp, KRIceSdp>);
   push("ice_candidate", asCallEvent<Event::IceCandidate, KRIceCandidate>);
   on("event", [this](const Items& items) {
-    const auto data = koriva::getDataFromAck(items);
+    const auto data = getDataFromAck(items);
     if (!data) return;
-    const auto event = koriva::json::decodeFirst<KREvent>(*data);
+    const auto event = json::decodeFirst<KREvent>(*data);
     if (!event) return;
     const auto connection = channel.connection();
     forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });

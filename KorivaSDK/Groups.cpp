@@ -1,6 +1,8 @@
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
 
+using namespace koriva;
+
 void KorivaSDK::createGroup(const KRConversation& group, const std::string& senderName,
                             const std::string& senderAvatar,
                             KRCompletion<KRConversation> completion) {
@@ -14,7 +16,7 @@ void KorivaSDK::createGroup(const KRConversation& group, const std::string& send
                            {"avatar_url", group.avatarUrl},
                            {"sender_name", senderName},
                            {"sender_avatar", senderAvatar}},
-                          koriva::decodeConversation, std::move(completion));
+                          decodeConversation, std::move(completion));
 }
 
 void KorivaSDK::updateGroup(const KRConversation& group,
@@ -22,23 +24,23 @@ void KorivaSDK::updateGroup(const KRConversation& group,
                             const std::optional<std::vector<std::string>>& removedUins,
                             KRCompletion<KRConversation> completion) {
   const std::vector<std::string> none;
-  koriva::Payload payload{{"group_id", group.groupID},
-                          {"push_all", addedUins ? *addedUins : none},
-                          {"pull_all", removedUins ? *removedUins : none}};
+  Payload payload{{"group_id", group.groupID},
+                  {"push_all", addedUins ? *addedUins : none},
+                  {"pull_all", removedUins ? *removedUins : none}};
   if (!group.name.empty()) payload.add({"name", group.name});
   if (!group.avatarUrl.empty()) payload.add({"avatar_url", group.avatarUrl});
   if (!group.ownerUin.empty()) payload.add({"owner_uin", group.ownerUin});
-  state_->channel.request("update_group", std::move(payload), koriva::decodeConversation,
+  state_->channel.request("update_group", std::move(payload), decodeConversation,
                           std::move(completion));
 }
 
 void KorivaSDK::deleteGroup(const std::string& groupID, KRCompletion<std::string> completion) {
-  state_->channel.request("delete_group", {{"group_id", groupID}}, koriva::decodeResultCode,
+  state_->channel.request("delete_group", {{"group_id", groupID}}, decodeResultCode,
                           std::move(completion));
 }
 
 void KorivaSDK::leaveGroup(const std::string& groupID, KRCompletion<std::string> completion) {
-  state_->channel.request("leave_group", {{"group_id", groupID}}, koriva::decodeResultCode,
+  state_->channel.request("leave_group", {{"group_id", groupID}}, decodeResultCode,
                           std::move(completion));
 }
 
@@ -51,29 +53,28 @@ void KorivaSDK::sendGroupEvent(const std::string& senderID, const KRGroupEvent& 
 void KorivaSDK::createJoinGroupLink(const std::string& groupID,
                                     KRCompletion<std::string> completion) {
   state_->channel.request("create_link", {{"group_id", groupID}},
-                          koriva::decodePart(&KRGroupLinkResponse::link), std::move(completion));
+                          decodePart(&KRGroupLinkResponse::link), std::move(completion));
 }
 
 void KorivaSDK::joinGroupWithLink(const std::string& token,
                                   KRCompletion<KRConversation> completion) {
-  state_->channel.request("join_link", {{"token", token}}, koriva::decodeConversation,
+  state_->channel.request("join_link", {{"token", token}}, decodeConversation,
                           std::move(completion));
 }
 
 void KorivaSDK::disableJoinGroupLink(const std::string& token, KRCompletion<bool> completion) {
-  state_->channel.request("disable_link", {{"token", token}}, koriva::decodeBoolean,
-                          std::move(completion));
+  state_->channel.request("disable_link", {{"token", token}}, decodeBoolean, std::move(completion));
 }
 
 void KorivaSDK::getListGroupLink(const std::string& groupID, std::int64_t pageIndex,
                                  std::int64_t pageSize,
                                  KRCompletion<std::vector<std::string>> completion) {
-  state_->channel.request(
-      "list_link", {{"group_id", groupID}, {"pindex", pageIndex}, {"psize", pageSize}},
-      koriva::decodePart(&KRListGroupLinkResponse::links), std::move(completion));
+  state_->channel.request("list_link",
+                          {{"group_id", groupID}, {"pindex", pageIndex}, {"psize", pageSize}},
+                          decodePart(&KRListGroupLinkResponse::links), std::move(completion));
 }
 
 void KorivaSDK::getGroupInfo(const std::string& token, KRCompletion<KRConversation> completion) {
-  state_->channel.request("link_group_info", {{"token", token}}, koriva::decodeConversation,
+  state_->channel.request("link_group_info", {{"token", token}}, decodeConversation,
                           std::move(completion));
 }

@@ -2,6 +2,8 @@
 #include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 
+using namespace koriva;
+
 namespace {
 
 KRError refusalOf(const KRMessageResponse& response) {
@@ -13,29 +15,27 @@ KRError refusalOf(const KRMessageResponse& response) {
 void KorivaSDK::getListMessage(const std::string& groupID, const std::string& lastMessageID,
                                std::int64_t page, std::int64_t pageSize,
                                KRCompletion<KRMessageList> completion) {
-  koriva::Payload payload{{"group_id", groupID}, {"pindex", page}, {"psize", pageSize}};
+  Payload payload{{"group_id", groupID}, {"pindex", page}, {"psize", pageSize}};
   if (!lastMessageID.empty()) payload.add({"last_message_id", lastMessageID});
-  state_->channel.request("list_message", std::move(payload), koriva::decodeRecord<KRMessageList>,
+  state_->channel.request("list_message", std::move(payload), decodeRecord<KRMessageList>,
                           std::move(completion));
 }
 
+// Servers undo one level of escapes more than JSON has, and by a rule of its own in attachments.
 void KorivaSDK::sendMessage(const KRMessage& message, KRCompletion<KRMessage> completion) {
-  koriva::Payload payload{{"group_id", message.groupID},
-                          {"message", koriva::replaceSpecialCharacters(message.message)},
-                          {"sender_name", message.senderName},
-                          {"sender_avatar", message.senderAvatar},
-                          {"nonce", message.messageID},
-                          {"version", message.version},
-                          {"is_encrypted", message.isEncrypted}};
+  Payload payload{
+      {"group_id", message.groupID},        {"message", replaceSpecialCharacters(message.message)},
+      {"sender_name", message.senderName},  {"sender_avatar", message.senderAvatar},
+      {"nonce", message.messageID},         {"version", message.version},
+      {"is_encrypted", message.isEncrypted}};
   if (message.messageType() != KRMessageType::text) {
-    const auto attachments = koriva::escapedString(message.attachments);
+    const auto attachments = escapedString(message.attachments);
     payload.add({"type", message.type});
-    payload.add({"attachments", koriva::replaceAll(attachments, R"(\\)", R"(\\\)")});
+    payload.add({"attachments", replaceAll(attachments, R"(\\)", R"(\\\)")});
   }
-  state_->channel.request(
-      "create_message", std::move(payload),
-      koriva::decodePart(&KRMessageResponse::message, KRError::failed, refusalOf),
-      std::move(completion));
+  state_->channel.request("create_message", std::move(payload),
+                          decodePart(&KRMessageResponse::message, KRError::failed, refusalOf),
+                          std::move(completion));
 }
 
 void KorivaSDK::updateMessageStatus(const KRMessage& message, std::int64_t status,
@@ -43,8 +43,7 @@ void KorivaSDK::updateMessageStatus(const KRMessage& message, std::int64_t statu
   state_->channel.request(
       "update_message",
       {{"group_id", message.groupID}, {"message_id", message.messageID}, {"status", status}},
-      koriva::decodePart(&KRMessageResponse::message, KRError::parsingFailed),
-      std::move(completion));
+      decodePart(&KRMessageResponse::message, KRError::parsingFailed), std::move(completion));
 }
 
 void KorivaSDK::deleteMessage(const std::string& messageID, const std::string& groupID,
@@ -52,5 +51,5 @@ void KorivaSDK::deleteMessage(const std::string& messageID, const std::string& g
   state_->channel.request(
       "delete_message",
       {{"message_id", messageID}, {"group_id", groupID}, {"delete_all", isDeleteAll}},
-      koriva::decodeResultCode, std::move(completion));
+      decodeResultCode, std::move(completion));
 }

@@ -67,15 +67,15 @@ class RequestChannel {
   template <class T, class Decoding>
   void request(std::string_view event, Payload&& payload, Decoding decoding,
                KRCompletion<T> completion) const {
-    request(event, std::move(payload), std::move(decoding), std::move(completion), event);
+    request(event, std::move(payload), decoding, std::move(completion), event);
   }
 
  private:
   static void printFailure(std::string_view name);
 
   const KorivaSDK& client_;
-  /// For the free functions alone: libstdc++ 12's std::atomic<std::shared_ptr> unlocks with relaxed
-  /// order, a data race.
+  /// Read and written by std::atomic_load and std::atomic_store alone: libstdc++ 12's
+  /// std::atomic<std::shared_ptr> unlocks with relaxed order, a data race.
   std::shared_ptr<socketio::Connection> connection_;
 };
 

@@ -4,15 +4,17 @@
 #include "KorivaSDK/State.h"
 #include "extensions/JSONPrinter.h"
 
+using namespace koriva;
+
 namespace {
 
 // The keys are shown as they are: applications rely on these lines.
 void printPayload(const std::string& event, const KRDictionary& payload) {
-  koriva::printLine(event + ":  " + koriva::json::printedForm(payload));
+  printLine(event + ":  " + json::printedForm(payload));
 }
 
-koriva::Decoded<bool> acceptAnyAnswer(std::string_view items) {
-  if (!koriva::json::firstText(items)) return std::nullopt;
+Decoded<bool> acceptAnyAnswer(std::string_view items) {
+  if (!json::firstText(items)) return std::nullopt;
   return KRResult<bool>::success(true);
 }
 
@@ -30,8 +32,8 @@ void KorivaSDK::startSecretChat(std::int64_t senderId, std::int64_t receiverId,
                              {"receiver_uin", receiverId}};
   printPayload("start_secret_chat", payload);
   state_->channel.request("start_secret_chat", payload,
-                          koriva::decodePart(&KRSecretChatResponse::group, KRError::parsingFailed),
-                          std::move(completion), koriva::noFailureLine);
+                          decodePart(&KRSecretChatResponse::group, KRError::parsingFailed),
+                          std::move(completion), noFailureLine);
 }
 
 void KorivaSDK::acceptSecretChat(std::int64_t acceptId, const std::string& groupId,
@@ -43,5 +45,5 @@ void KorivaSDK::acceptSecretChat(std::int64_t acceptId, const std::string& group
                              {"base_key", baseKey},   {"one_time_pre_key", oneTimePreKey}};
   printPayload("accept_secret_chat", payload);
   state_->channel.request("accept_secret_chat", payload, acceptAnyAnswer, std::move(completion),
-                          koriva::noFailureLine);
+                          noFailureLine);
 }

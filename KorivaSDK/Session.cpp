@@ -10,7 +10,7 @@
 #include "extensions/JSONPrinter.h"
 #include "socketio/Platform.h"
 
-namespace socketio = koriva::socketio;
+using namespace koriva;
 
 namespace {
 
@@ -22,7 +22,7 @@ struct Shared {
 // Never destroyed: a client must not be torn down among the application's static objects. A forked
 // child has another, as somebody may have held the lock at the fork.
 Shared& sharedClient() {
-  if (koriva::platform::isForkedChild()) {
+  if (platform::isForkedChild()) {
     static Shared& holder = *new Shared;
     return holder;
   }
@@ -43,7 +43,7 @@ koriva::Timing& koriva::timing() {
 
 socketio::Endpoint koriva::parseDefaultUrl(std::string_view url) {
   if (const auto endpoint = socketio::Endpoint::parse(url)) return *endpoint;
-  // By this text crash reports are told apart, whatever the client was built for.
+  // Crash reports of this fault are found by its text.
   std::fputs("Unexpectedly found nil while unwrapping an Optional value\n", stderr);
   std::abort();
 }
@@ -66,7 +66,7 @@ KorivaSDK::KorivaSDK(Passkey) : state_(std::make_unique<State>(*this)) {
 }
 
 KorivaSDK::~KorivaSDK() {
-  if (koriva::platform::isForkedChild()) {
+  if (platform::isForkedChild()) {
     static_cast<void>(state_.release());  // what it holds is still the parent's
     return;
   }
@@ -88,25 +88,24 @@ bool KorivaSDK::setBaseUrl(std::string_view url) {
   return true;
 }
 
-void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::string& deviceId,
+void KorivaSDK::login(const std::string& token, std::int64_t /*uin*/, const std::string& deviceId,
                       bool isNew) {
   state_->token = token;
-  state_->uin = uin;
   state_->deviceId = deviceId;
   state_->isNew = isNew;
   state_->connect();
 }
 
 void KorivaSDK::State::connect() {
-  if (isLoggingOut || koriva::platform::isForkedChild()) return;
+  if (isLoggingOut || platform::isForkedChild()) return;
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
   stranded.reset();
   // Whoever holds the handlers holds the client.
   auto connection = std::make_shared<socketio::Connection>(
-      environment(), "/data", koriva::timing().limits,
+      environment(), "/data", timing().limits,
       std::shared_ptr<const socketio::Handlers>(client.shared_from_this(), &handlers));
-  socketio::ConnectParameters parameters{{"session", koriva::json::validUtf8(token)},
-                                         {"deviceid", koriva::json::validUtf8(deviceId)}};
+  socketio::ConnectParameters parameters{{"session", json::validUtf8(token)},
+                                         {"deviceid", json::validUtf8(deviceId)}};
   if (isNew) parameters.emplace_back("new", "true");
   channel.setConnection(connection);
   const auto before = std::exchange(lastConnection, connection);
@@ -137,7 +136,7 @@ void KorivaSDK::State::failWithoutTimers() {
     state.connect();
   });
   try {
-    std::thread([retry, interval = koriva::timing().reconnectInterval] {
+    std::thread([retry, interval = timing().reconnectInterval] {
       std::this_thread::sleep_for(interval);
       environment().postHandler(retry);
     }).detach();
@@ -152,7 +151,7 @@ void KorivaSDK::State::startReconnectTimer() {
   const auto fire = [weak = client.weak_from_this()] {
     if (const auto sdk = weak.lock()) sdk->reconnectFired();
   };
-  const auto interval = koriva::timing().reconnectInterval;
+  const auto interval = timing().reconnectInterval;
   reconnectTimer->set(environment().clock()->now() + interval, fire, interval);
 }
 
@@ -195,9 +194,9 @@ bool KorivaSDK::isConnected() const {
 }
 
 void KorivaSDK::runNowOrWhenSDKReady(std::function<void(bool)> task) {
-  if (!task || koriva::platform::isForkedChild()) return;
+  if (!task || platform::isForkedChild()) return;
   if (state_->isReady) {
-    koriva::guarded([&] { task(true); });
+    guarded([&] { task(true); });
   } else {
     state_->readyQueue.push_back(std::move(task));
   }

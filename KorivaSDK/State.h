@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -64,7 +63,6 @@ struct KorivaSDK::State {
   bool isReady = false;
   bool isLoggingOut = false;
   std::shared_ptr<Stranded> stranded;  ///< present when not even a socket could be made for a login
-  std::int64_t uin = 0;
   std::string token;
   std::string deviceId;
   std::shared_ptr<koriva::socketio::Alarm> reconnectTimer;

@@ -189,7 +189,7 @@ struct KR_EXPORT KRCallEvent : koriva::TaggedVariant<KRCallEvent> {
     answerCall,     ///< AnswerCall
     stopCall,       ///< StopCall
     iceSdp,         ///< IceSdp
-    iceCandindate,  ///< IceCandidate
+    iceCandindate,  ///< IceCandidate; misspelt, but so written in applications
     customEvent,    ///< CustomEvent
     sendEventCall,  ///< SendEventCall
   };
