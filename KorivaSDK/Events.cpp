@@ -71,7 +71,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
       if (const auto data = getDataFromAck(items)) notify(*data, tell);
     });
   };
-  // Says nothing of binary items, and takes what comes with them.
+  // Binary beside what is read is no obstacle to these, and not worth a line.
   const auto pushAsItIs = [&](std::string_view event, auto tell) {
     on(event, [notify, tell](const Items& items) { notify(items.text(), tell); });
   };

@@ -39,9 +39,12 @@ struct KorivaSDK::State {
   explicit State(KorivaSDK& owner)
       : client(owner), channel(owner), baseURL(koriva::parseDefaultUrl(KRPrivate::socketUrl)) {}
 
+  // Session.cpp
   void connect();
   void failWithoutTimers();
   void startReconnectTimer();
+
+  // Events.cpp
   koriva::socketio::Handlers makeHandlers();
 
   template <class Call>
