@@ -84,7 +84,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
     isReady = true;
     const auto connection = channel.connection();
     // Taken out before they run, so that a task queued by one of them is kept.
-    for (const auto& task : std::exchange(readyQueue, {})) {
+    for (const auto& task : std::exchange(listTasks, {})) {
       guarded([&] { task(true); });
     }
     // Whoever is called may end the connection: nobody hears of the connect after that.

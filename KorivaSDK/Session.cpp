@@ -88,9 +88,10 @@ bool KorivaSDK::setBaseUrl(std::string_view url) {
   return true;
 }
 
-void KorivaSDK::login(const std::string& token, std::int64_t /*uin*/, const std::string& deviceId,
+void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::string& deviceId,
                       bool isNew) {
   state_->token = token;
+  state_->uin = uin;
   state_->deviceId = deviceId;
   state_->isNew = isNew;
   state_->connect();
@@ -147,12 +148,12 @@ void KorivaSDK::State::failWithoutTimers() {
 
 void KorivaSDK::State::startReconnectTimer() {
   if (reconnectTimer) reconnectTimer->cancel();
-  reconnectTimer = std::make_shared<socketio::Alarm>(environment());
-  const auto fire = [weak = client.weak_from_this()] {
-    if (const auto sdk = weak.lock()) sdk->reconnectFired();
-  };
-  const auto interval = timing().reconnectInterval;
-  reconnectTimer->set(environment().clock()->now() + interval, fire, interval);
+  reconnectTimer = std::make_shared<socketio::Alarm>(environment(), timing().reconnectInterval,
+                                                     [weak = client.weak_from_this()] {
+                                                       if (const auto sdk = weak.lock())
+                                                         sdk->reconnectFired();
+                                                     });
+  reconnectTimer->start();
 }
 
 void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(); }
@@ -198,6 +199,6 @@ void KorivaSDK::runNowOrWhenSDKReady(std::function<void(bool)> task) {
   if (state_->isReady) {
     guarded([&] { task(true); });
   } else {
-    state_->readyQueue.push_back(std::move(task));
+    state_->listTasks.push_back(std::move(task));
   }
 }

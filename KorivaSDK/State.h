@@ -61,11 +61,12 @@ struct KorivaSDK::State {
   const koriva::socketio::Handlers handlers = makeHandlers();
   std::shared_ptr<koriva::socketio::Connection> lastConnection;  ///< kept after a logout
   std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();
-  std::vector<std::function<void(bool)>> readyQueue;
+  std::vector<std::function<void(bool)>> listTasks;
   bool isNew = false;
   bool isReady = false;
   bool isLoggingOut = false;
   std::shared_ptr<Stranded> stranded;  ///< present when not even a socket could be made for a login
+  std::int64_t uin = 0;
   std::string token;
   std::string deviceId;
   std::shared_ptr<koriva::socketio::Alarm> reconnectTimer;

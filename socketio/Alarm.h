@@ -8,26 +8,26 @@
 
 namespace koriva::socketio {
 
-/// A timer that waits on the I/O executor and runs its task on the handle queue.
-/// Both functions may be called from any thread, and take effect in call order.
+/// Runs a task on the handle queue once a period, unless the time before is still to come. Both
+/// functions may be called from any thread.
 class Alarm : public std::enable_shared_from_this<Alarm> {
  public:
-  explicit Alarm(const Environment& environment)
-      : environment_(environment), clock_(environment.clock()), timer_(clock_->makeTimer()) {}
+  Alarm(const Environment& environment, Duration period, std::function<void()> task)
+      : environment_(environment), period_(period), task_(std::move(task)) {}
 
-  /// Replaces what was set before. With a period the task is repeated until it is replaced or
-  /// cancelled, but for turns that come before it could run; else it is destroyed once it has run.
-  void set(TimePoint when, std::function<void()> task, Duration period = {});
+  void start();
   void cancel();
 
  private:
-  void wait(unsigned turn, TimePoint when, const std::function<void()>& task, Duration period);
+  void wait(TimePoint when);
 
   const Environment& environment_;
-  const std::shared_ptr<Clock> clock_;
-  const std::shared_ptr<Timer> timer_;
-  std::atomic<unsigned> turn_ = 0;   ///< of the last call
-  std::atomic<bool> isDue_ = false;  ///< a repeated task waits to be run
+  const Duration period_;
+  const std::function<void()> task_;
+  const std::shared_ptr<Clock> clock_ = environment_.clock();
+  const std::shared_ptr<Timer> timer_ = clock_->makeTimer();
+  std::atomic<bool> isCancelled_ = false;
+  std::atomic<bool> isDue_ = false;
 };
 
 }  // namespace koriva::socketio
