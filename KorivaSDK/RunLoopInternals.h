@@ -5,55 +5,73 @@
 #include <boost/asio/io_context.hpp>
 #include <exception>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <thread>
 
 #include "KorivaSDK/KRRunLoop.h"
+#include "KorivaSDK/NetworkThread.h"
 #include "KorivaSDK/Stage.h"
 #include "socketio/Environment.h"
 
+/// Belongs to the main thread, but for what says otherwise.
 struct KRRunLoop::Internals {
+  using TimePoint = koriva::socketio::TimePoint;
+  using Duration = koriva::socketio::Duration;
   using WorkGuard = boost::asio::executor_work_guard<boost::asio::io_context::executor_type>;
 
-  /// The environment of every connection. The first call settles whether there is a network thread.
-  const koriva::socketio::Environment& environment();
+  Internals();
+
+  /// The environment of every connection.
+  [[nodiscard]] const koriva::socketio::Environment& environment() const { return environment_; }
 
   /// Makes what timers wait with, unless it is there. False while no descriptors are left for it.
   bool prepareToWait();
 
-  /// Keeps the exception that is being handled, to be rethrown by the call that drives the loop.
+  /// Keeps an exception, to be rethrown by the call that drives the loop.
   void keepException(std::exception_ptr exception);
-  void rethrowKept();
-  void wake();
-  /// Whether connections are being closed that still have something to send.
-  bool isSayingFarewell();
-  /// Gives the network a context of its own, which somebody else runs.
-  void divide(std::function<void()> wakeMain);
-  void runReady();
-  void runOnStage(std::chrono::steady_clock::duration duration);
+
+  [[nodiscard]] bool canDrive() const;
+  template <class Go>
+  void drive(Go go);
+  void runFor(Duration duration);
+  bool runOneUntil(TimePoint end);
+  void runOnStage(Duration duration);
   void finishFarewells();
-  void endNetwork();
+  void runReady(bool endsWhenStopped);
+  template <class Run>
+  std::size_t runOne(Run run);
+  [[nodiscard]] bool isOver() const { return kept || stopRequested; }
 
-  boost::asio::io_context context;  ///< the main thread's, and the network's unless attached
-  WorkGuard work{context.get_executor()};
-  std::exception_ptr kept;
-  std::atomic<bool> stopRequested = false;
-  std::atomic<bool> running = false;
+  /// Leaves the network to another thread, on which `wakeUp` is called; takes it back without one.
+  void divide(std::function<void()> wakeUp);
+  /// Has the other thread close all connections, and wake nobody any more.
+  void leave();
+  /// Takes the network back, and delivers what was left.
+  void unite();
 
-  /// Holds as many descriptors as a context needs that waits, for the first login: they may have
-  /// run out by then, and only then is it known which context does.
-  std::unique_ptr<boost::asio::io_context> reserve = std::make_unique<boost::asio::io_context>();
+  void onHandlerPosted();  ///< from any thread
+  void wake();             ///< from both
+  void takeTurn();         ///< on the I/O executor, as what follows
+  void callWakeUp();
 
-  std::mutex setUpMutex;
-  std::optional<koriva::socketio::Environment> environment_;
+  boost::asio::io_context io;     ///< the network, driven by the main thread unless attached
+  boost::asio::io_context ready;  ///< what the main thread has to do
+  const WorkGuard ioWork{io.get_executor()};
+  const WorkGuard readyWork{ready.get_executor()};
+  koriva::socketio::Environment environment_{io.get_executor()};
   std::shared_ptr<koriva::testing::Stage> stage;  ///< null unless a test is on
-  boost::asio::io_context network;
-  WorkGuard networkWork{network.get_executor()};
-  std::thread networkThread;
-  std::function<void()> wakeUp;  ///< empty unless attached
-  std::atomic<bool> attached = false;
-  std::atomic<bool> woken = false;
+  koriva::NetworkThread networkThread{io, environment_};
+
+  int depth = 0;            ///< calls that drive the loop, each within a callback of the one before
+  std::exception_ptr kept;  ///< of the innermost
+  int marks = 0;  ///< in `ready`: for the tasks in front of them no turn is to come in `io`
+  // From any thread.
+  std::atomic<int> runs = 0;  ///< those that can be stopped
+  std::atomic<bool> stopRequested = false;
+  std::atomic<bool> isAttached = false;
+  std::atomic<bool> isWoken = false;  ///< and has not polled since
+
+  std::function<void()> wakeUp_;
+  std::shared_ptr<koriva::socketio::Timer> retry;  ///< of a `wakeUp` that has thrown
+  std::atomic<bool> hasWakeUpThrown = false;       ///< and nobody has been told
 };
 
 namespace koriva {

@@ -74,8 +74,8 @@ KorivaSDK::~KorivaSDK() {
     if (state_->reconnectTimer) state_->reconnectTimer->cancel();
     if (!state_->lastConnection) return;
     // The last reference may go on any thread, but the connection belongs to the main thread.
-    environment().dispatchHandler(
-        [connection = std::move(state_->lastConnection)] { connection->release(); });
+    environment().postHandler([connection = std::move(state_->lastConnection),
+                               farewell = environment().farewell()] { connection->release(); });
   } catch (const std::bad_alloc&) {
     // Too little memory for a detour: the connection is released right here.
   }

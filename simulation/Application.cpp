@@ -281,25 +281,58 @@ void Life::share() {
 
 void Life::driveWithin() {
   if (depth_ == 0) return;
-  if (isAttached_ || random().chance(50)) {
+  if (random().chance(diving_)) post(&Life::driveWithin);
+  if (isAttached() || random().chance(50)) {
     write("poll within");
-    drive([this] { loop_.poll(); });
+    poll();
   } else {
     write("run within");
-    const auto duration = std::chrono::milliseconds(random().below(6000));
-    drive([&] { loop_.runFor(duration); });
+    run(std::chrono::milliseconds(random().below(6000)));
   }
 }
 
-void Life::postAct() {
+void Life::stop() {
+  write("stop");
+  if (!stopped_) stopped_ = now();
+  loop_.stop();
+}
+
+/// Gives the network its own thread, or takes it back. What the run loop does about threads is
+/// left out: the life does what they do.
+void Life::attachOrDetach() {
+  if (!isAttached()) {
+    write("attach");
+    internals_.divide([this] { onWakeUp(); });
+    return internals_.wake();
+  }
+  write("detach");
+  const auto before = made_;
+  internals_.leave();
+  while (runNetworkTask()) {
+  }
+  const bool hasThrown = drive([this] { internals_.unite(); });
+  isWoken_ = false;
+  wakeUpDue_.reset();
+  for (auto& client : clients_) {
+    client.disturbed = now();
+    const auto* last = client.current.get();
+    const bool isLeft = last && last->number <= before && !client.weak.expired();
+    require(hasThrown || !isLeft || last->hasToldDisconnect, invariant::detachTells,
+            indexOf(client));
+  }
+}
+
+void Life::postAct() { post(&Life::act); }
+
+void Life::post(Act what) {
   write("post");
-  loop_.post([this, token = token("posted task")] {
+  loop_.post([this, what, token = token("posted task")] {
     checkMain("posted task");
     write("(posted task)");
     ++callsAtOnce_;
     if (isQuiet()) return;
     ++depth_;
-    act();
+    (this->*what)();
     --depth_;
     react();
   });
@@ -308,7 +341,8 @@ void Life::postAct() {
 /// From another thread.
 void Life::actElsewhere() {
   static const std::vector<std::pair<Act, unsigned>> acts{
-      {&Life::ask, 4}, {&Life::notify, 2}, {&Life::postAct, 1}, {&Life::release, 1}};
+      {&Life::ask, 4},     {&Life::notify, 2}, {&Life::postAct, 1},
+      {&Life::release, 1}, {&Life::stop, 1}};
   (this->*choose(acts))();
 }
 

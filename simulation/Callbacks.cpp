@@ -161,14 +161,14 @@ void Life::onTask(int index, int number, bool isReady) {
 /// What the application does within a callback.
 void Life::react() {
   ++callsAtOnce_;
-  if (isQuiet()) return;
-  if (depth_ < 3 && random().chance(reacting_)) {
+  ++calls_;
+  if (!isQuiet() && depth_ < 3 && random().chance(reacting_)) {
     ++depth_;
     act();
     --depth_;
   }
-  if (!random().chance(throwing_)) return;
-  const auto number = ++thrown_;
+  if (!escaping_ && (isQuiet() || !random().chance(throwing_))) return;
+  const auto number = escaping_ ? *std::exchange(escaping_, {}) : ++thrown_;
   if (!kept_) kept_ = number;
   write("throw ", number);
   throw Thrown{number};

@@ -80,7 +80,7 @@ void Life::flood() {
     server_->pushRaw("message", texts(R"({"message_id":")", number, "\"}"), client.token);
   }
   // While the main thread has other things to do.
-  while (isAttached_ && runNetworkTask()) {
+  while (isAttached() && runNetworkTask()) {
   }
 }
 

@@ -50,6 +50,12 @@ inline constexpr Name readyTasks = "a ready task runs once, in order, when the c
 inline constexpr Name firstException = "the first exception of an event is rethrown, once";
 inline constexpr Name nothingThrown = "the library throws nothing into the application";
 inline constexpr Name wakesUp = "the application is woken for whatever there is to do";
+inline constexpr Name wakesAgain = "after a wake-up that has thrown the application is woken again";
+inline constexpr Name pollsAll = "a poll that ends without an exception has run all that is ready";
+inline constexpr Name runsOn = "a run lasts until its end, a stop or an exception of its own";
+inline constexpr Name stops = "a stop ends every run under way, or the next, and is never lost";
+inline constexpr Name drivesToDepth = "the run loop is driven in callbacks to a depth of eight";
+inline constexpr Name detachTells = "delegates have heard of the disconnect when detach returns";
 inline constexpr Name comesToRest = "there is an end to what is to be done at one time";
 
 // The end.

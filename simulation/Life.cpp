@@ -16,24 +16,26 @@ constexpr std::size_t lifeStream = ~std::size_t{0};
 constexpr std::size_t endStream = lifeStream - 1;
 constexpr int maxTasksAtOnce = 100'000;
 constexpr int maxCallsWithActs = 10'000;
-
-/// Called from within the loop, as long as there is a life.
-Life* living = nullptr;
+constexpr int maxDrives = 8;
 
 /// Lets the life in between the tasks of the run loop.
 class OneByOne final : public testing::Stage {
  public:
-  OneByOne(std::shared_ptr<Stage> stage, std::function<void()> onDone)
-      : stage_(std::move(stage)), onDone_(std::move(onDone)) {}
+  OneByOne(std::shared_ptr<Stage> stage, std::function<void()> onDone,
+           std::function<bool()> runNetwork)
+      : stage_(std::move(stage)),
+        onDone_(std::move(onDone)),
+        runNetwork_(std::move(runNetwork)) {}
 
   socketio::World world() override { return stage_->world(); }
-  bool advance(TimePoint end) override { return stage_->advance(end); }
+  bool advance(TimePoint end) override { return runNetwork_() || stage_->advance(end); }
   void onEndlessRun() override { stage_->onEndlessRun(); }
   void onTaskDone() override { onDone_(); }
 
  private:
   const std::shared_ptr<Stage> stage_;
   const std::function<void()> onDone_;
+  const std::function<bool()> runNetwork_;
 };
 
 testing::Handshake handshakeOf(Random& random) {
@@ -45,12 +47,7 @@ testing::Handshake handshakeOf(Random& random) {
 }  // namespace
 
 Life::Life(std::uint64_t seed, Journal& journal)
-    : journal_(journal), seed_(seed), isAttached_(seed % 2 == 1), random_(seed, lifeStream) {
-  living = this;
-  if (isAttached_ && !internals_.attached)
-    internals_.divide([] {
-      if (living) living->onWakeUp();
-    });
+    : journal_(journal), seed_(seed), random_(seed, lifeStream) {
   steps_ = weighed({{&Life::act, 16},
                     {&Life::postAct, 6},
                     {&Life::actElsewhere, 4},
@@ -61,6 +58,7 @@ Life::Life(std::uint64_t seed, Journal& journal)
                     {&Life::sayStrange, 1},
                     {&Life::drop, 1},
                     {&Life::trouble, 1},
+                    {&Life::attachOrDetach, 1},
                     {&Life::passBusy, 1}});
   for (const auto& always : {std::pair<Act, unsigned>{&Life::runSome, 12},
                              {&Life::recover, 6},
@@ -82,36 +80,41 @@ Life::Life(std::uint64_t seed, Journal& journal)
                    {&Life::release, 1},
                    {&Life::share, 1},
                    {&Life::driveWithin, 1},
+                   {&Life::stop, 1},
                    {&Life::postAct, 2},
                    {&Life::push, 1}});
   acts_.emplace_back(&Life::login, 6);
   acts_.emplace_back(&Life::ask, 16);
   reacting_ = std::array<std::size_t, 4>{0, 10, 30, 60}[random().below(4)];
   throwing_ = std::array<std::size_t, 4>{0, 0, 5, 20}[random().below(4)];
+  deaf_ = std::array<std::size_t, 4>{0, 0, 5, 40}[random().below(4)];
+  diving_ = std::array<std::size_t, 4>{0, 0, 50, 90}[random().below(4)];
 
   const auto handshake = handshakeOf(random());
   heartbeatLimit_ = handshake.pingInterval + handshake.pingTimeout;
   maxPayload_ = handshake.maxPayload;
   server_.emplace(handshake);
   const auto world = internals_.stage->world();
-  internals_.environment_->setWorld({world.clock, [this, make = world.makeTransport] {
+  internals_.environment_.setWorld({world.clock, [this, make = world.makeTransport] {
                                        return std::make_shared<Wire>(*this, make());
                                      }});
   internals_.stage =
-      std::make_shared<OneByOne>(std::move(internals_.stage), [this] { onTaskDone(); });
+      std::make_shared<OneByOne>(
+          std::move(internals_.stage), [this] { onTaskDone(); }, [this] { return runNetwork(); });
   for (const auto& kind : kinds()) {
     if (random().chance(40)) server_->answerRaw(kind.event, std::string(kind.answers[0].items));
   }
   start_ = wellSince_ = now();
+  if (seed % 2 == 1) attachOrDetach();
   create();
 }
 
 Life::~Life() {
+  internals_.divide({});
   server_.reset();
-  living = nullptr;
 }
 
-TimePoint Life::now() const { return internals_.environment_->clock()->now(); }
+TimePoint Life::now() const { return internals_.environment().clock()->now(); }
 
 void Life::writeLine(const std::string& line) {
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now() - start_);
@@ -171,10 +174,11 @@ void Life::end() {
   }
   KorivaSDK::setShared(nullptr);
   pass(30s);
+  while (stopped_) run({});  // not the next life's
   require(transports_ == 0, is::nothingIsLeft, transports_, " transports");
   require(tokens_ == 0, is::nothingIsLeft, tokens_, " delegates and tasks");
   require(asks_.empty(), is::nothingIsLeft, asks_.size(), " completions");
-  require(!internals_.environment_->isSayingFarewell(), is::nothingIsLeft, "farewells");
+  require(!internals_.environment().isSayingFarewell(), is::nothingIsLeft, "farewells");
   for (const auto& client : clients_) {
     require(client.weak.expired(), is::nothingIsLeft, "client ", indexOf(client));
   }
@@ -182,6 +186,15 @@ void Life::end() {
 
 void Life::onWakeUp() {
   require(isOnNetwork_, invariant::wakesUp, "on another thread");
+  if (!isQuiet() && random().chance(deaf_)) {
+    const auto number = ++thrown_;
+    write("throw ", number, " from the wake-up");
+    unheard_.insert(number);
+    hasToHear_ = true;
+    wakeUpDue_ = now() + 1s;
+    throw Thrown{number};
+  }
+  wakeUpDue_.reset();
   isWoken_ = true;
 }
 
@@ -190,6 +203,8 @@ bool Life::drive(const std::function<void()>& call) {
   namespace is = invariant;
   const auto before = std::exchange(firstFanOut_, fanOuts_.size());
   const auto actor = std::exchange(actor_, Client::nobody);
+  const auto outer = drives_ > 0 ? std::exchange(kept_, {}) : std::nullopt;
+  const auto called = calls_;
   bool hasThrown = false;
   ++drives_;
   try {
@@ -197,18 +212,52 @@ bool Life::drive(const std::function<void()>& call) {
   } catch (const Thrown& thrown) {
     hasThrown = true;
     write("caught ", thrown.number);
-    require(kept_ == thrown.number, is::firstException, thrown.number, " instead of ",
-            kept_.value_or(0));
-    kept_.reset();
+    if (!kept_ && unheard_.erase(thrown.number) > 0) {
+      hasToHear_ = false;
+    } else {
+      require(kept_ == thrown.number, is::firstException, thrown.number, " instead of ",
+              kept_.value_or(0));
+      kept_.reset();
+    }
+    if (drives_ > 1 && !isQuiet() && random().chance(50)) escaping_ = thrown.number;
   } catch (...) {
     require(false, is::nothingThrown, "by the run loop");
   }
   require(!kept_, is::firstException, kept_.value_or(0), " is not rethrown");
+  require(drives_ <= maxDrives || calls_ == called, is::drivesToDepth, drives_);
   checkFanOuts();
   --drives_;
+  kept_ = outer;
   actor_ = actor;
   firstFanOut_ = before;
   return hasThrown;
+}
+
+/// Until its time is over, it is stopped or something is thrown.
+void Life::run(Duration duration) {
+  namespace is = invariant;
+  const auto start = now();
+  const bool isRefused = drives_ == maxDrives;
+  if (stopped_) stopped_ = start;
+  ++runs_;
+  const bool hasThrown = drive([&] { loop_.runFor(duration); });
+  --runs_;
+  const bool hasPassed = now() >= start + duration;  // longer within a callback
+  require(isRefused ? now() == start : hasThrown || stopped_ || hasPassed, is::runsOn, "for ",
+          duration.count());
+  require(isRefused || hasThrown || !stopped_ || now() == *stopped_, is::stops, "late");
+  if (runs_ == 0 && !hasThrown && !isRefused) stopped_.reset();
+}
+
+/// Says whether it ended with an exception.
+bool Life::poll() {
+  const bool isWhole = drives_ == 0;
+  const bool hasThrown = drive([this] { loop_.poll(); });
+  if (!isWhole || hasThrown) return hasThrown;
+  wakeUpDue_.reset();
+  auto& ready = isAttached() ? internals_.ready : internals_.io;
+  require(ready.poll_one() == 0 && !hasToHear_, invariant::pollsAll, "something is left");
+  return false;
 }
 
 void Life::checkFanOuts() {
@@ -223,23 +272,29 @@ bool Life::isQuiet() const { return hasEnded_ || callsAtOnce_ > maxCallsWithActs
 
 bool Life::runNetworkTask() {
   isOnNetwork_ = true;
-  const auto count = internals_.network.poll_one();
+  const auto count = internals_.io.poll_one();
   isOnNetwork_ = false;
   return count != 0;
 }
 
 bool Life::pollIfWoken() {
   if (!std::exchange(isWoken_, false)) return false;
-  drive([this] { loop_.poll(); });
+  poll();
   return true;
+}
+
+/// The network has a turn while the main thread waits.
+bool Life::runNetwork() {
+  // Within a task other threads cannot be told from this one.
+  return isAttached() && drives_ == 1 && runNetworkTask();
 }
 
 void Life::onTaskDone() {
   ++tasksAtOnce_;
   require(tasksAtOnce_ < maxTasksAtOnce, invariant::comesToRest, tasksAtOnce_, " tasks");
   checkFanOuts();
-  if (drives_ != 1) return;  // other threads cannot be told from this one within a task
-  for (auto left = isAttached_ ? random().below(3) : 0; left > 0; --left) runNetworkTask();
+  if (drives_ != 1) return;
+  for (auto left = isAttached() ? random().below(3) : 0; left > 0; --left) runNetwork();
   if (!isQuiet() && random().chance(3)) actElsewhere();
 }
 
@@ -253,27 +308,40 @@ void Life::settle() {
 }
 
 void Life::drain() {
-  if (!isAttached_) {
-    // An exception within a nested drive ends the outer one early, too.
-    while (drive([this] { loop_.poll(); }) || internals_.context.stopped()) {
+  if (!isAttached()) {
+    while (poll()) {
     }
     return;
   }
-  while (random().chance(50) ? runNetworkTask() || pollIfWoken()
-                             : pollIfWoken() || runNetworkTask()) {
+  for (;;) {
+    while (random().chance(50) ? runNetworkTask() || pollIfWoken()
+                               : pollIfWoken() || runNetworkTask()) {
+    }
+    if (!wakeUpDue_) break;
+    endDeafness();
   }
-  internals_.context.restart();
-  require(internals_.context.poll_one() == 0, invariant::wakesUp, "it was not");
+  require(internals_.ready.poll_one() == 0, invariant::wakesUp, "it was not");
+}
+
+/// The application polls for another reason, or waits until it is woken again.
+void Life::endDeafness() {
+  if (random().chance(50)) {
+    poll();
+    return;
+  }
+  require(internals_.stage->advance(*wakeUpDue_), invariant::wakesAgain, "it was not");
+  onIdled();
 }
 
 void Life::runSome() {
   tasksAtOnce_ = callsAtOnce_ = 0;
-  if (!isAttached_) {
-    const auto duration = std::chrono::milliseconds(random().below(2000));
-    const bool polls = random().chance(70);
-    drive([&] { polls ? loop_.poll() : loop_.runFor(duration); });
+  const auto duration = std::chrono::milliseconds(random().below(2000));
+  const bool polls = random().chance(70);
+  if (!isAttached() && polls) {
+    poll();
     return;
   }
+  if (!polls && (!isAttached() || random().chance(30))) return run(duration);
   for (auto left = 1 + random().below(8); left > 0; --left) {
     random().chance(70) ? runNetworkTask() : pollIfWoken();
   }
@@ -296,9 +364,14 @@ void Life::passBusy() {
   const auto end = now() + std::chrono::milliseconds(random().below(30'000));
   write("busy");
   do {
-    while (isAttached_ && runNetworkTask()) {
+    while (isAttached() && runNetworkTask()) {
     }
   } while (internals_.stage->advance(end));
+  onIdled();
+}
+
+/// Time has passed in which the main thread did nothing.
+void Life::onIdled() {
   busyUntil_ = now();
   unsettle();
   for (auto& client : clients_) client.disturbed = now();

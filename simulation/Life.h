@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 
 #include "KorivaSDK/RunLoopInternals.h"
 #include "simulation/Journal.h"
@@ -74,6 +75,7 @@ class Life {
   // What the application does. Application.cpp
   void act();
   int pickClient();
+  void stop();
   void onClient(std::string_view what, const std::function<void(Client&, KorivaSDK&)>& call);
   void create();
   void setUrl();
@@ -91,7 +93,9 @@ class Life {
   void release();
   void share();
   void driveWithin();
+  void attachOrDetach();
   void postAct();
+  void post(Act what);
   void actElsewhere();
   void logoutOf(Client& client, KorivaSDK& sdk);
   void emit(Client& client, bool isDue, const std::function<void(const std::string&)>& call);
@@ -112,16 +116,22 @@ class Life {
 
   // How time and tasks go on. Life.cpp
   bool drive(const std::function<void()>& call);
+  void run(Duration duration);
+  bool poll();
   [[nodiscard]] bool isQuiet() const;
+  [[nodiscard]] bool isAttached() const { return internals_.isAttached; }
   bool runNetworkTask();
   void onTaskDone();
+  bool runNetwork();
   void settle();
   void drain();
+  void endDeafness();
   void runSome();
   void pass(Duration duration);
   void passMoment();
   void passTime();
   void passBusy();
+  void onIdled();
   bool pollIfWoken();
   void checkFanOuts();
   void rest();
@@ -144,7 +154,6 @@ class Life {
 
   Journal& journal_;
   const std::uint64_t seed_;
-  const bool isAttached_;
   KRRunLoop& loop_ = KRRunLoop::main();
   KRRunLoop::Internals& internals_ = loop_.internals();
   Random random_;
@@ -154,6 +163,8 @@ class Life {
   std::vector<std::pair<Act, unsigned>> acts_;
   std::size_t reacting_;  ///< percent
   std::size_t throwing_;  ///< percent
+  std::size_t deaf_;      ///< percent of the wake-ups throw
+  std::size_t diving_;    ///< percent of what drives the run loop finds another such task there
   Duration heartbeatLimit_;
   std::size_t maxPayload_;
 
@@ -171,7 +182,12 @@ class Life {
   std::map<int, std::vector<std::string>> pushed_;  ///< what delegates hear of a push
   std::vector<FanOut> fanOuts_;
   std::size_t firstFanOut_ = 0;  ///< of this drive of the run loop
-  std::optional<int> kept_;      ///< the exception to be rethrown
+  std::optional<int> kept_;      ///< the exception to be rethrown by this drive
+  std::optional<int> escaping_;  ///< the one of a drive within a callback, from there
+  std::set<int> unheard_;        ///< those of wake-ups; of several in a row only one is heard
+  bool hasToHear_ = false;       ///< of one of them
+  std::optional<TimePoint> wakeUpDue_;  ///< after one that has thrown
+  std::optional<TimePoint> stopped_;    ///< since no run has returned
   std::optional<int> atOnce_;    ///< the ready task that has to run now
   int numbers_ = firstNumber;
   int made_ = 0;
@@ -182,8 +198,10 @@ class Life {
   int depth_ = 0;
   int requesting_ = 0;
   int drives_ = 0;       ///< of the run loop, each within the one before
+  int runs_ = 0;         ///< those that can be stopped
   int tasksAtOnce_ = 0;  ///< since time has passed
   int callsAtOnce_ = 0;
+  int calls_ = 0;
   bool isOnNetwork_ = false;
   bool isWoken_ = false;
   bool hasEnded_ = false;  ///< nobody does anything more

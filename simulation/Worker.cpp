@@ -35,8 +35,7 @@ void runWhatIsLeft() {
   auto& loop = KRRunLoop::main().internals();
   std::size_t count = 0;
   do {
-    loop.context.restart();
-    count = loop.context.poll() + loop.network.poll();
+    count = loop.ready.poll() + loop.io.poll();
   } while (count != 0);
 }
 

@@ -22,9 +22,12 @@ class Environment {
  public:
   explicit Environment(const Executor& io);
 
-  /// Has handlers run elsewhere from now on. `handlerPosted` is called after each task that is
-  /// posted there, on the posting thread. While nothing runs on either executor.
+  /// Has handlers run elsewhere. `handlerPosted` is called after each task that is posted there, on
+  /// the posting thread. Before anything is built on the environment.
   void setHandleQueue(Executor handlers, std::function<void()> handlerPosted = {});
+  /// Says whether one thread drives both executors, so that what runs on the I/O executor is on
+  /// the handle queue, too. While no other thread drives either.
+  void setOneThread(bool isOne) { isOneThread_ = isOne; }
 
   // From any thread.
 
@@ -35,7 +38,9 @@ class Environment {
   // From both executors.
 
   /// True while the caller is run by the handle queue.
-  [[nodiscard]] bool onHandleQueue() const { return handlers_.running_in_this_thread(); }
+  [[nodiscard]] bool onHandleQueue() const {
+    return (isOneThread_ && onIo()) || handlers_.running_in_this_thread();
+  }
 
   [[nodiscard]] const std::shared_ptr<Clock>& clock() const { return world_.clock; }
   [[nodiscard]] std::shared_ptr<Transport> makeTransport() const { return world_.makeTransport(); }
@@ -69,7 +74,7 @@ class Environment {
     }
   }
 
-  /// Runs `task` on the handle queue, never before this call returns.
+  /// Runs `task` on the handle queue, never before this call returns. From any thread.
   template <class Task>
   void postHandler(Task&& task) const {
     boost::asio::post(handlers_, std::forward<Task>(task));
@@ -79,6 +84,7 @@ class Environment {
  private:
   Executor io_;
   Executor handlers_;
+  bool isOneThread_ = false;
   std::function<void()> handlerPosted_;
   World world_;
   mutable std::atomic<int> farewells_ = 0;

@@ -237,10 +237,11 @@ TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {
   if (!canRunOut) GTEST_SKIP() << "the sanitizer needs descriptors itself";
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   Server server;
-  const auto recover = [&](bool hasReserve) {
+  const auto recover = [&](bool isPrepared) {
     alarm(150);
+    std::optional<TakenDescriptors> taken;
+    if (!isPrepared) taken.emplace();
     const auto sdk = KorivaSDK::shared();
-    if (!hasReserve) KRRunLoop::main().internals().reserve.reset();
     koriva::timing().reconnectInterval = 20ms;
     sdk->setBaseUrl(boost::replace_all_copy(server.url(), "127.0.0.1", "here.test"));
     const auto recorder = std::make_shared<Recorder>("d");
@@ -251,14 +252,13 @@ TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {
       recorder->act = act;
       sdk->login("token", 1001, "device", true);
     };
-    {
-      const TakenDescriptors taken;
-      if (attached() != (hasReserve && std::getenv("KORIVA_TEST_ATTACHED"))) std::exit(1);
-      act();
-      hasFailed = false;
-      KRRunLoop::main().poll();  // for as long as something is ready
-      if (!runUntil([&] { return hasFailed; })) std::exit(2);
-    }
+    if (isPrepared) taken.emplace();
+    if (attached() != (isPrepared && std::getenv("KORIVA_TEST_ATTACHED"))) std::exit(1);
+    act();
+    hasFailed = false;
+    KRRunLoop::main().poll();  // for as long as something is ready
+    if (!runUntil([&] { return hasFailed; })) std::exit(2);
+    taken.reset();
     recorder->act = {};
     std::exit(runUntil([&] { return sdk->isConnected(); }) ? 0 : 3);
   };
