@@ -7,6 +7,7 @@
 #include "socketio/Platform.h"
 
 void koriva::printLine(std::string line) {
+  if (platform::isForkedChild()) return;
   static std::atomic<std::size_t> dropped = 0;
   auto missing = dropped.exchange(0);
   if (missing != 0 &&

@@ -48,8 +48,7 @@ TEST(Tls, OnlyAVerifiedServerHearsAnything) {
   const auto urlOf = [&](const std::string& host) {
     return "https://" + host + server.url().substr(server.url().rfind(':'));
   };
-  attached();
-  KRRunLoop::main().internals().prepareToWait();
+  attached(), KRRunLoop::main();
   if (canRunOut) {
     const TakenDescriptors taken;
     for (const auto& url : {urlOf("localhost"), std::string("http://127.0.0.1:9")}) {
