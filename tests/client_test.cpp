@@ -55,6 +55,43 @@ struct Play : ServerTest {
     if (far().frames().empty()) print("nothing");
     peer->forget();
   }
+  void tryTo(const Step& it) {
+    try {
+      perform(steps, it.body);
+    } catch (const std::runtime_error& error) {
+      print(std::string("caught ") + error.what());
+    }
+  }
+  void exhaust(bool network) {
+    const auto fail = [] { throw std::bad_alloc(); };
+    const auto& environment = loop.internals().environment();
+    network ? boost::asio::post(environment.io(), fail) : environment.postHandler(fail);
+  }
+  /// Drives the loop in twenty callbacks, each of which comes within one before as long as it can.
+  void nest(bool runs) {
+    int left = 20;
+    int depth = 0;
+    int deepest = 0;
+    const std::function<void()> dive = [&] {
+      if (left-- == 0) return loop.stop();
+      loop.post(dive);
+      deepest = std::max(deepest, depth++);
+      runs ? loop.run() : loop.poll();
+      --depth;
+    };
+    dive();
+    if (!runs) loop.run();
+    print(std::to_string(deepest) + " deep");
+  }
+  /// Drives the loop only in runs that are stopped before, until the server reports it.
+  void runStoppedTo(const std::string& report) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    do {
+      if (std::chrono::steady_clock::now() > end) throw std::runtime_error("there is no " + report);
+      loop.stop();
+      loop.run();
+    } while (peer->reports(report).empty());
+  }
 
   KRRunLoop& loop = KRRunLoop::main();
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
@@ -103,6 +140,11 @@ struct Play : ServerTest {
       {"post:", [this](auto& it) { loop.post(doing(it)); }},
       {"postNothing", [this](auto&) { loop.post({}); }},
       {"guarded:", [this](auto& it) { koriva::guarded(doing(it)); }},
+      {"try:", [this](auto& it) { tryTo(it); }},
+      {"exhaust *", [this](auto& it) { exhaust(it.argument == "network"); }},
+      {"nest *", [this](auto& it) { nest(it.argument == "run"); }},
+      {"runStoppedTo *", [this](auto& it) { runStoppedTo(it.argument); }},
+      {"poll", [this](auto&) { loop.poll(); }},
       {"run", [this](auto&) { loop.run(); }},
       {"runForAges", [this](auto&) { loop.runFor(std::chrono::nanoseconds::max() - 1s); }},
       {"stop", [this](auto&) { loop.stop(); }},

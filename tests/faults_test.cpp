@@ -171,6 +171,11 @@ struct ImpatientClient : ServerTest {
   ImpatientClient() : ServerTest(std::make_unique<Server>()) {
     koriva::timing().reconnectInterval = 20ms;
   }
+  ~ImpatientClient() override {
+    if (attached() == isToBeAttached()) return;
+    KRRunLoop::main().detach();
+    if (isToBeAttached()) attach();
+  }
 
   Server& server = static_cast<Server&>(*peer);
 };
@@ -233,6 +238,72 @@ TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
   console.take();
 }
 
+TEST_F(ImpatientClient, IsServedByWhicheverThreadDrivesTheNetwork) {
+  auto& loop = KRRunLoop::main();
+  addRecorder("d");
+  login();
+  for (int round = 0; round < 4; ++round) {
+    EXPECT_TRUE(awaitConnection());
+    settle();
+    console.take();
+    if (!attached()) {
+      EXPECT_TRUE(attach());
+      EXPECT_FALSE(loop.attach([] {}));
+      continue;
+    }
+    const auto detach = [&] {
+      loop.detach();
+      EXPECT_FALSE(attached());
+      EXPECT_EQ(console.take(), "KorivaSDK - socket disconnected\nd didDisconnect\n");
+    };
+    if (round < 2) {
+      detach();
+    } else {
+      loop.post([&] {
+        detach();
+        EXPECT_FALSE(attach());
+      });
+      EXPECT_TRUE(runUntil([] { return !attached(); }));
+    }
+  }
+}
+
+TEST_F(ImpatientClient, IsToldOfAWakeUpThatThrowsAndWokenAgain) {
+  auto& loop = KRRunLoop::main();
+  loop.detach();
+  std::atomic<int> left = 2;  // for the attachment and the task
+  std::counting_semaphore<> isWoken(0);
+  EXPECT_TRUE(loop.attach([&] {
+    if (left-- > 0) throw std::runtime_error("cannot wake up");
+    isWoken.release();
+  }));
+  loop.post([] { koriva::printLine("task"); });
+  EXPECT_TRUE(isWoken.try_acquire_for(patience));
+  const auto poll = [&] { loop.poll(); };
+  EXPECT_THAT(poll, testing::ThrowsMessage<std::runtime_error>("cannot wake up"));
+  poll();
+  EXPECT_EQ(console.take(), "task\n");
+  loop.detach();
+}
+
+TEST_F(ImpatientClient, IsNotDrivenByAForkedProcess) {
+  auto& loop = KRRunLoop::main();
+  login();
+  EXPECT_TRUE(awaitConnection());
+  const auto child = fork();
+  if (child == 0) {
+    alarm(60);
+    loop.post([] { std::abort(); });
+    loop.poll(), loop.run(), loop.runFor(1h), loop.stop(), loop.detach();
+    std::exit(loop.attach([] {}) ? 1 : 0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  settle();
+  console.take();
+}
+
 TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {
   if (!canRunOut) GTEST_SKIP() << "the sanitizer needs descriptors itself";
   GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -253,7 +324,7 @@ TEST(Descriptors, ThatHaveRunOutMakeAnAttemptFail) {
       sdk->login("token", 1001, "device", true);
     };
     if (isPrepared) taken.emplace();
-    if (attached() != (isPrepared && std::getenv("KORIVA_TEST_ATTACHED"))) std::exit(1);
+    if (attached() != (isPrepared && isToBeAttached())) std::exit(1);
     act();
     hasFailed = false;
     KRRunLoop::main().poll();  // for as long as something is ready
@@ -286,6 +357,17 @@ TEST(Exit, IsCleanAtAnyMoment) {
   const testing::ExitedWithCode cleanly(0);
   EXPECT_EXIT((alarm(60), std::exit(0)), cleanly, "");
   EXPECT_EXIT((alarm(60), static_cast<void>(KorivaSDK::shared()), std::exit(0)), cleanly, "");
+  const auto attachAnd = [](const std::function<void()>& wakeUp) {
+    alarm(60);
+    static std::counting_semaphore<> isWoken(0);
+    KRRunLoop::main().attach([=] { isWoken.release(), wakeUp(); });
+    isWoken.acquire();
+  };
+  const auto block = [] {
+    for (;;) pause();
+  };
+  EXPECT_EXIT((attachAnd(block), std::exit(0)), cleanly, "");
+  EXPECT_EXIT((attachAnd([] { std::exit(0); }), block()), cleanly, "");
   EXPECT_EXIT(leave("http://never.hanging"), cleanly, "");
   EXPECT_EXIT(leave(playUrl(server, {"hold"})), cleanly, "");
   EXPECT_EXIT(leave(playUrl(server, {honest}), true), cleanly, "");

@@ -39,9 +39,12 @@ class TestingTest : public ::testing::Test {
 
 TEST_F(TestingTest, IsTheOnlyOne) {
   EXPECT_THROW(Far(), std::logic_error);
-  server.reset();
-  EXPECT_NO_THROW(Far());
   EXPECT_FALSE(loop.attach([] {}));
+  server.reset();
+  EXPECT_TRUE(loop.attach([] {}));
+  EXPECT_THROW(Far(), std::logic_error);
+  loop.detach();
+  EXPECT_NO_THROW(Far());
 }
 
 TEST_F(TestingTest, TellsWhatIsWaitedForInVain) {

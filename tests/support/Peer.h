@@ -30,11 +30,21 @@ inline constexpr socketio::Limits patient{.connect = 1h, .acknowledgement = 1h, 
 
 inline std::counting_semaphore<> wakeUps(0);
 
-/// Gives the network a thread of its own when KORIVA_TEST_ATTACHED is set.
+/// Lives as long as the run loop may wake this one.
+inline std::weak_ptr<void> attachment;
+
+inline bool attach() {
+  const auto life = std::make_shared<bool>();
+  attachment = life;
+  return KRRunLoop::main().attach([life] { wakeUps.release(); });
+}
+
+inline bool isToBeAttached() { return std::getenv("KORIVA_TEST_ATTACHED") != nullptr; }
+
+/// Whether the network has a thread of its own; at first as it is to be.
 inline bool attached() {
-  static const bool done = std::getenv("KORIVA_TEST_ATTACHED") != nullptr &&
-                           KRRunLoop::main().attach([] { wakeUps.release(); });
-  return done;
+  [[maybe_unused]] static const bool first = isToBeAttached() && attach();
+  return !attachment.expired();
 }
 
 /// Drives the run loop for a moment. When attached, polls only after a wake-up.
