@@ -99,10 +99,6 @@ int openTerminalOf(int output) {
 bool writeLocked(std::string_view line, std::chrono::milliseconds patience) {
   static std::atomic<bool> isTorn = false;
   const int output = ::fileno(stdout);
-  if (output < 0) {  // a stream of the application's that has no descriptor
-    return std::fwrite(line.data(), 1, line.size(), stdout) == line.size() &&
-           std::fflush(stdout) == 0;
-  }
   const BrokenPipeGuard guard;
   if (!isWritable(output)) return false;
   std::fflush(stdout);

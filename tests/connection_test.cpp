@@ -110,8 +110,6 @@ class Play {
       {"lose *", [this](auto& it) { listener()->onClosed(it.argument); }},
       {"pass *", [this](auto& it) { pass(test::millisecondsIn(it)); }},
       {"emit *", [this](auto& it) { connection_->emit(it.argument, "1"); }},
-      {"disconnect", [this](auto&) { connection_->disconnect(); }},
-      {"release", [this](auto&) { connection_->release(); }},
   };
 };
 

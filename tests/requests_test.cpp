@@ -40,8 +40,7 @@ T argument(const json::value& value) {
   } else if constexpr (std::is_same_v<T, KRCallEvent>) {
     return callEvent(value.as_string());
   } else if constexpr (std::is_same_v<T, KRGroupEvent>) {
-    if (value == "update") return {"g1", Kind::UpdateMessage{}};
-    return {"g1", value == "start" ? Kind(Kind::StartTyping{}) : Kind(Kind::StopTyping{})};
+    return {"g1", value == "start" ? Kind(Kind::StartTyping{}) : Kind(Kind::UpdateMessage{})};
   } else if constexpr (std::is_enum_v<T>) {
     return koriva::fromRawValue<T>(value.as_int64()).value();
   } else if constexpr (koriva::json::Access::hasFields<T>) {
