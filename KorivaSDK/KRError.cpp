@@ -1,33 +1,18 @@
 #include "KorivaSDK/KRError.h"
 
+#include <iterator>
+
 namespace {
 
 const char* descriptionOf(std::int64_t code) {
-  switch (code) {
-    case 0:
-    case 13:
-      return "No error";
-    case 2:
-      return "Token expired";
-    case 3:
-      return "User not exist";
-    case 4:
-      return "Invalid";
-    case 5:
-      return "Wrong type";
-    case 6:
-      return "Parsing error";
-    case 7:
-      return "Login conflict";
-    case 8:
-      return "User not found";
-    case 9:
-      return "Header decoding failed";
-    case 10:
-      return "Wrong session";
-    default:
-      return "Request failed";
-  }
+  static constexpr const char* texts[] = {"No error",       "Request failed",
+                                          "Token expired",  "User not exist",
+                                          "Invalid",        "Wrong type",
+                                          "Parsing error",  "Login conflict",
+                                          "User not found", "Header decoding failed",
+                                          "Wrong session"};
+  if (code == KRError::duplicate.code()) return texts[0];
+  return texts[code >= 0 && code < std::ssize(texts) ? code : 1];
 }
 
 class Category : public std::error_category {
