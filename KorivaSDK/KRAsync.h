@@ -31,24 +31,15 @@ namespace koriva {
 
 namespace detail {
 
-template <class Completion>
-struct ResultOf;
 template <class Result>
-struct ResultOf<std::function<void(Result)>> {
-  using Type = Result;
-};
-
-template <class Method>
-struct Request;
+Result resultOf(std::function<void(Result)> completion);
 template <class... Parameters>
-struct Request<void (KorivaSDK::*)(Parameters...)> {
-  using Completion = std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>>;
-  using Result = typename ResultOf<Completion>::Type;
-};
+std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>> completionOf(
+    void (KorivaSDK::*method)(Parameters...));
 
 /// The result of the request method `Method`, a `KRResult`.
 template <class Method>
-using RequestResult = typename Request<Method>::Result;
+using RequestResult = decltype(resultOf(completionOf(std::declval<Method>())));
 
 /// Hands on a request's outcome; that it failed, when the client drops the completion uncalled.
 template <class Result>
