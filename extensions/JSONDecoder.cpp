@@ -28,6 +28,11 @@ struct Integer {
   std::uint64_t magnitude;
 };
 
+Integer integerOf(std::int64_t value) {
+  const auto bits = static_cast<std::uint64_t>(value);
+  return {value < 0, value < 0 ? 0 - bits : bits};
+}
+
 bool timesTen(std::uint64_t& value, std::int64_t power) {
   for (; power > 0; --power) {
     if (value > std::numeric_limits<std::uint64_t>::max() / 10) return false;
@@ -132,12 +137,9 @@ void putDefault(const Field& field, void* record) {
         *static_cast<std::string*>(open(type, member)) = fallback.text;
       }
       break;
-    case detail::Default::Kind::integer: {
-      const bool isNegative = fallback.integer < 0;
-      const auto bits = static_cast<std::uint64_t>(fallback.integer);
-      putInteger(type, member, {isNegative, isNegative ? 0 - bits : bits});
+    case detail::Default::Kind::integer:
+      putInteger(type, member, integerOf(fallback.integer));
       break;
-    }
     case detail::Default::Kind::real:
       putReal(type, member, fallback.real);
       break;
@@ -193,29 +195,22 @@ class Handler {
   bool on_array_begin(error_code& ec) { return begin(Kind::records, Kind::texts, ec); }
 
   bool on_object_end(std::size_t count, error_code& ec) {
-    if (skipped_ != 0) {
-      if (values_) values_->push_object(count);
-      --skipped_;
-      return true;
-    }
-    return top().kind == Kind::record ? endRecord(ec) : pop();
+    if (skipped_ == 0) return top().kind == Kind::record ? endRecord(ec) : pop();
+    if (values_) values_->push_object(count);
+    --skipped_;
+    return true;
   }
 
   bool on_array_end(std::size_t count, error_code&) {
-    if (skipped_ != 0) {
-      if (values_) values_->push_array(count);
-      --skipped_;
-      return true;
-    }
-    return pop();
+    if (skipped_ == 0) return pop();
+    if (values_) values_->push_array(count);
+    --skipped_;
+    return true;
   }
 
   bool on_key_part(Text part, std::size_t, error_code&) {
-    if (values_) {
-      values_->push_chars(part);
-    } else if (skipped_ == 0) {
-      key_ += part;
-    }
+    if (values_) values_->push_chars(part);
+    if (skipped_ == 0) key_ += part;
     return true;
   }
 
@@ -235,10 +230,7 @@ class Handler {
   }
 
   bool on_string_part(Text part, std::size_t, error_code& ec) {
-    if (values_) {
-      values_->push_chars(part);
-      return true;
-    }
+    if (values_) values_->push_chars(part);
     if (!isInText_) {
       isInText_ = true;
       if (!beginText(ec)) return false;
@@ -248,10 +240,7 @@ class Handler {
   }
 
   bool on_string(Text part, std::size_t, error_code& ec) {
-    if (values_) {
-      values_->push_string(part);
-      return true;
-    }
+    if (values_) values_->push_string(part);
     if (!isInText_ && !beginText(ec)) return false;
     isInText_ = false;
     if (text_) *text_ += part;
@@ -259,22 +248,14 @@ class Handler {
   }
 
   bool on_int64(std::int64_t value, Text, error_code& ec) {
-    if (values_) {
-      values_->push_int64(value);
-      return true;
-    }
-    const bool isNegative = value < 0;
-    const auto bits = static_cast<std::uint64_t>(value);
-    const Integer integer{isNegative, isNegative ? 0 - bits : bits};
-    return put(ec,
-               [&](const Type& type, void* member) { return putInteger(type, member, integer); });
+    if (values_) values_->push_int64(value);
+    return put(ec, [&](const Type& type, void* member) {
+      return putInteger(type, member, integerOf(value));
+    });
   }
 
   bool on_uint64(std::uint64_t value, Text, error_code& ec) {
-    if (values_) {
-      values_->push_uint64(value);
-      return true;
-    }
+    if (values_) values_->push_uint64(value);
     return put(ec, [&](const Type& type, void* member) {
       return putInteger(type, member, {false, value});
     });
@@ -295,18 +276,12 @@ class Handler {
   }
 
   bool on_bool(bool value, error_code& ec) {
-    if (values_) {
-      values_->push_bool(value);
-      return true;
-    }
+    if (values_) values_->push_bool(value);
     return put(ec, [&](const Type& type, void* member) { return putBoolean(type, member, value); });
   }
 
   bool on_null(error_code& ec) {
-    if (values_) {
-      values_->push_null();
-      return true;
-    }
+    if (values_) values_->push_null();
     return put(ec, [](const Type&, void*) { return false; });
   }
 
