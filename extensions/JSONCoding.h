@@ -21,36 +21,35 @@ namespace koriva::json {
 
 namespace detail {
 
-/// Reads JSON text into a value that is as it was made; nothing may follow it.
-KR_EXPORT boost::system::error_code decode(const Type& type, void* value, std::string_view json);
-/// The same for text in which a comma and anything may follow the value.
-KR_EXPORT boost::system::error_code decodeFirst(const Type& type, void* value,
-                                                std::string_view items);
+/// What may follow a value: nothing, or a comma and anything.
+enum class Rest { none, afterComma };
+
+/// Reads JSON text into a value that is as it was made.
+KR_EXPORT boost::system::error_code decode(Rest rest, const Type& type, void* value,
+                                           std::string_view json);
 KR_EXPORT bool append(std::string& out, const Type& type, const void* value);
 /// The error of a document that is JSON, but not what was wanted.
 KR_EXPORT boost::system::error_code mismatch();
 
-using Reader = boost::system::error_code (*)(const Type&, void*, std::string_view);
-
 // A function of its own, not a branch of read(), so that compilers make the record in its place.
 template <class T>
-boost::system::result<T> readPlainly(Reader reader, std::string_view json) {
+boost::system::result<T> readPlainly(Rest rest, std::string_view json) {
   boost::system::result<T> value(boost::system::in_place_value);
-  if (const auto error = reader(typeOf<T>, &*value, json)) value = error;
+  if (const auto error = decode(rest, typeOf<T>, &*value, json)) value = error;
   return value;
 }
 
 template <class T>
-boost::system::result<T> read(Reader reader, std::string_view json) {
+boost::system::result<T> read(Rest rest, std::string_view json) {
   if constexpr (Access::hasDocument<T>) {
     using Document = typename decltype(Access::documentOf<T>())::type;
-    auto document = read<Document>(reader, json);
+    auto document = read<Document>(rest, json);
     if (!document) return document.error();
     std::optional<T> value = Access::fromDocument<T>(*document);
     if (!value) return mismatch();
     return std::move(*value);
   } else {
-    return readPlainly<T>(reader, json);
+    return readPlainly<T>(rest, json);
   }
 }
 
@@ -64,14 +63,14 @@ boost::system::result<T> read(Reader reader, std::string_view json) {
 /// but not what the record needs, `too_deep` beyond 64 levels of nesting, and `extra_data`.
 template <class T>
 boost::system::result<T> decode(std::string_view json) {
-  return detail::read<T>(&detail::decode, json);
+  return detail::read<T>(detail::Rest::none, json);
 }
 
 /// Reads the first of the values inside a JSON array, given without the brackets
 /// (`{"a":1},2`). What follows it must begin with a comma and is not read.
 template <class T>
 boost::system::result<T> decodeFirst(std::string_view items) {
-  return detail::read<T>(&detail::decodeFirst, items);
+  return detail::read<T>(detail::Rest::afterComma, items);
 }
 
 /// Appends a record, or any other type that a field may have, as compact JSON. Bytes that are not

@@ -18,6 +18,7 @@ using boost::system::error_code;
 using detail::Field;
 using detail::Kind;
 using detail::Record;
+using detail::Rest;
 using detail::Type;
 
 /// How deep values may nest, and documents within the texts of a document.
@@ -438,8 +439,6 @@ class Handler {
   Level levels_[maxDepth];
 };
 
-enum class Rest { none, afterComma };
-
 /// Of the text, leaves what has been read.
 template <class... Target>
 error_code parseOnce(std::string_view& json, Rest rest, Target&... target) {
@@ -500,22 +499,14 @@ class Nesting {
 };
 thread_local std::size_t Nesting::count_ = 0;
 
-error_code decodeWith(Rest rest, const Type& type, void* value, std::string_view json) {
-  const Nesting nesting;
-  if (nesting.isTooDeep()) return make_error_code(error::too_deep);
-  return parse(json, rest, type, value);
-}
-
 }  // namespace
 
 namespace detail {
 
-error_code decode(const Type& type, void* value, std::string_view json) {
-  return decodeWith(Rest::none, type, value, json);
-}
-
-error_code decodeFirst(const Type& type, void* value, std::string_view items) {
-  return decodeWith(Rest::afterComma, type, value, items);
+error_code decode(Rest rest, const Type& type, void* value, std::string_view json) {
+  const Nesting nesting;
+  if (nesting.isTooDeep()) return make_error_code(error::too_deep);
+  return parse(json, rest, type, value);
 }
 
 error_code mismatch() { return make_error_code(error::not_object); }
