@@ -39,21 +39,20 @@ boost::system::result<T> readPlainly(Rest rest, std::string_view json) {
   return value;
 }
 
+}  // namespace detail
+
 template <class T>
-boost::system::result<T> read(Rest rest, std::string_view json) {
-  if constexpr (Access::hasDocument<T>) {
-    using Document = typename decltype(Access::documentOf<T>())::type;
-    auto document = read<Document>(rest, json);
-    if (!document) return document.error();
-    std::optional<T> value = Access::fromDocument<T>(*document);
-    if (!value) return mismatch();
-    return std::move(*value);
+auto Access::read(detail::Rest rest, std::string_view json) {
+  if constexpr (requires { &T::fromDocument; }) {
+    using Result = boost::system::result<T>;
+    const auto document = read<typename T::Document>(rest, json);
+    if (!document) return Result(document.error());
+    auto value = T::fromDocument(*document);
+    return value ? Result(*std::move(value)) : Result(detail::mismatch());
   } else {
-    return readPlainly<T>(rest, json);
+    return detail::readPlainly<T>(rest, json);
   }
 }
-
-}  // namespace detail
 
 /// Reads a record, or any other type that a field may have, from JSON text.
 ///
@@ -63,14 +62,14 @@ boost::system::result<T> read(Rest rest, std::string_view json) {
 /// but not what the record needs, `too_deep` beyond 64 levels of nesting, and `extra_data`.
 template <class T>
 boost::system::result<T> decode(std::string_view json) {
-  return detail::read<T>(detail::Rest::none, json);
+  return Access::read<T>(detail::Rest::none, json);
 }
 
 /// Reads the first of the values inside a JSON array, given without the brackets
 /// (`{"a":1},2`). What follows it must begin with a comma and is not read.
 template <class T>
 boost::system::result<T> decodeFirst(std::string_view items) {
-  return detail::read<T>(detail::Rest::afterComma, items);
+  return Access::read<T>(detail::Rest::afterComma, items);
 }
 
 /// Appends a record, or any other type that a field may have, as compact JSON. Bytes that are not

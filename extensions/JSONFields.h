@@ -42,23 +42,16 @@
 
 namespace koriva::json {
 
+namespace detail {
+enum class Rest;
+struct Record;
+}  // namespace detail
+
 /// The tables' way to private hooks and tables: `friend struct koriva::json::Access;`.
 struct Access {
   template <class T>
   static constexpr bool hasFields = requires {
     T::template fields<T>;
-  };
-  template <class T>
-  static constexpr bool hasAfterDecoding = requires {
-    &T::afterDecoding;
-  };
-  template <class T>
-  static constexpr bool hasWriteJson = requires {
-    &T::writeJson;
-  };
-  template <class T>
-  static constexpr bool hasDocument = requires {
-    &T::fromDocument;
   };
 
   template <class T>
@@ -66,21 +59,9 @@ struct Access {
     return T::template fields<T>;
   }
   template <class T>
-  static void afterDecoding(T& value) {
-    T::afterDecoding(value);
-  }
+  static constexpr detail::Record makeRecord();
   template <class T>
-  static bool writeJson(const T& value, std::string& out) {
-    return T::writeJson(value, out);
-  }
-  template <class T>
-  static auto documentOf() {
-    return std::type_identity<typename T::Document>();
-  }
-  template <class T, class Document>
-  static std::optional<T> fromDocument(const Document& document) {
-    return T::fromDocument(document);
-  }
+  static auto read(detail::Rest rest, std::string_view json);
 };
 
 namespace detail {
@@ -96,8 +77,6 @@ enum class Kind : std::uint8_t {
   record,
   records,
 };
-
-struct Record;
 
 /// What the coder must know of a member's type.
 struct Type {
@@ -234,13 +213,15 @@ const void* pristine() {
   return record;
 }
 
+}  // namespace detail
+
 template <class R>
-constexpr Record makeRecord() {
-  Record record;
+constexpr detail::Record Access::makeRecord() {
+  detail::Record record;
   record.size = sizeof(R);
-  record.pristine = &pristine<R>;
-  if constexpr (Access::hasFields<R>) {
-    const auto& table = Access::fields<R>();
+  record.pristine = &detail::pristine<R>;
+  if constexpr (hasFields<R>) {
+    const auto& table = fields<R>();
     record.fields = table.fields.data();
     record.fieldCount = table.fields.size();
     record.buckets = table.buckets.data();
@@ -249,14 +230,15 @@ constexpr Record makeRecord() {
     record.required = table.required;
     record.defaulted = table.defaulted;
   } else {
-    static_assert(Access::hasWriteJson<R>, "a record has a table of fields or writes itself");
+    static_assert(
+        requires { &R::writeJson; }, "a record has a table of fields or writes itself");
   }
-  if constexpr (Access::hasAfterDecoding<R>) {
-    record.afterDecoding = [](void* value) { Access::afterDecoding(*static_cast<R*>(value)); };
+  if constexpr (requires { &R::afterDecoding; }) {
+    record.afterDecoding = [](void* value) { R::afterDecoding(*static_cast<R*>(value)); };
   }
-  if constexpr (Access::hasWriteJson<R>) {
+  if constexpr (requires { &R::writeJson; }) {
     record.writeJson = [](const void* value, std::string& out) {
-      return Access::writeJson(*static_cast<const R*>(value), out);
+      return R::writeJson(*static_cast<const R*>(value), out);
     };
   }
   record.append = [](void* list) -> void* {
@@ -264,13 +246,15 @@ constexpr Record makeRecord() {
   };
   record.elements = [](const void* list) {
     const auto& records = *static_cast<const std::vector<R>*>(list);
-    return Elements{records.data(), records.size()};
+    return detail::Elements{records.data(), records.size()};
   };
   return record;
 }
 
+namespace detail {
+
 template <class R>
-inline constexpr Record recordOf = makeRecord<R>();
+inline constexpr Record recordOf = Access::makeRecord<R>();
 
 template <class T>
 struct Unwrapped {
