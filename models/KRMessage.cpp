@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <functional>
 #include <optional>
 #include <string_view>
 
@@ -13,26 +14,18 @@ namespace {
 
 using Kind = KRMessageKind;
 
-template <class Case, class Document>
-KRMessageKind readAttachments(const KRMessage& message) {
+/// A case that holds the attachments, or what `part` takes from them.
+template <class Case, class Document, class Part = std::identity>
+KRMessageKind readAttachments(const KRMessage& message, Part part = {}) {
   auto document = KRJSONDecoder{}.decode<Document>(message.attachments);
   if (!document) return Kind::Unknown{};
-  return Case{std::move(*document)};
+  return Case{std::invoke(part, *std::move(document))};
 }
 
-template <class Case, class Document, class Member>
-KRMessageKind readAttachments(const KRMessage& message, Member Document::*member) {
-  auto document = KRJSONDecoder{}.decode<Document>(message.attachments);
-  if (!document) return Kind::Unknown{};
-  return Case{std::move((*document).*member)};
-}
-
-KRMessageKind readImageUrls(const KRMessage& message) {
-  auto document = KRJSONDecoder{}.decode<KRImageURLsResponse>(message.attachments);
-  if (!document) return Kind::Unknown{};
-  Kind::Images images;
-  images.images.reserve(document->urls.size());
-  for (auto& url : document->urls) images.images.push_back({std::move(url), {}, {}, {}});
+std::vector<KRImage> imagesAt(KRImageURLsResponse document) {
+  std::vector<KRImage> images;
+  images.reserve(document.urls.size());
+  for (auto& url : document.urls) images.push_back({std::move(url), {}, {}, {}});
   return images;
 }
 
@@ -49,12 +42,14 @@ KRMessageKind readKind(const KRMessage& message) {
     case KRMessageType::call:
       return readAttachments<Kind::Call, KRCall>(message);
     case KRMessageType::images:
-      if (message.version == 0) return readImageUrls(message);
-      return readAttachments<Kind::Images>(message, &KRImageResponse::images);
+      if (message.version == 0) {
+        return readAttachments<Kind::Images, KRImageURLsResponse>(message, &imagesAt);
+      }
+      return readAttachments<Kind::Images, KRImageResponse>(message, &KRImageResponse::images);
     case KRMessageType::audio:
-      return readAttachments<Kind::Audio>(message, &KRAudioResponse::audio);
+      return readAttachments<Kind::Audio, KRAudioResponse>(message, &KRAudioResponse::audio);
     case KRMessageType::video:
-      return readAttachments<Kind::Video>(message, &KRVideoResponse::video);
+      return readAttachments<Kind::Video, KRVideoResponse>(message, &KRVideoResponse::video);
     case KRMessageType::firstMessage:
       return Kind::FirstMessage{};
     case KRMessageType::groupUpdate:
@@ -68,7 +63,7 @@ KRMessageKind readKind(const KRMessage& message) {
     case KRMessageType::sticker:
       return readAttachments<Kind::Sticker, KRSticker>(message);
     case KRMessageType::file:
-      return readAttachments<Kind::File>(message, &KRFileResponse::file);
+      return readAttachments<Kind::File, KRFileResponse>(message, &KRFileResponse::file);
     case KRMessageType::screenshot:
       return Kind::Screenshot{};
     case KRMessageType::text:
@@ -112,8 +107,12 @@ void normaliseCreationTime(std::string& createdAt) {
   if (std::isfinite(microseconds)) createdAt = positionalText(microseconds);
 }
 
-bool appendMembers(std::string&) { return true; }
+bool appendMembers(std::string& out) {
+  out += '}';
+  return true;
+}
 
+/// Appends keys and values, and the end of the object.
 template <class T, class... Rest>
 bool appendMembers(std::string& out, std::string_view key, const T& value, const Rest&... rest) {
   out.append(",\"").append(key).append("\":");
@@ -124,43 +123,17 @@ bool appendMembers(std::string& out, std::string_view key, const T& value, const
 template <class... Members>
 bool appendKind(std::string& out, std::string_view type, const Members&... members) {
   out.append("{\"type\":\"").append(type).append("\"");
-  if (!appendMembers(out, members...)) return false;
-  out += '}';
-  return true;
+  return appendMembers(out, members...);
 }
 
 }  // namespace
 
 std::string koriva::typeName(KRMessageType type) {
-  switch (type) {
-    case KRMessageType::text:
-      break;
-    case KRMessageType::call:
-      return "call";
-    case KRMessageType::images:
-      return "image";
-    case KRMessageType::audio:
-      return "audio";
-    case KRMessageType::video:
-      return "video";
-    case KRMessageType::firstMessage:
-      return "first_message";
-    case KRMessageType::groupUpdate:
-      return "group_update";
-    case KRMessageType::leaveGroup:
-      return "leave_group";
-    case KRMessageType::reply:
-      return "reply";
-    case KRMessageType::forward:
-      return "forward";
-    case KRMessageType::sticker:
-      return "sticker";
-    case KRMessageType::file:
-      return "file";
-    case KRMessageType::screenshot:
-      return "screenshot";
-  }
-  return "text";
+  static constexpr const char* names[] = {
+      "text",        "call",  "image",   "audio",   "video", "first_message", "group_update",
+      "leave_group", "reply", "forward", "sticker", "text",  "file",          "screenshot"};
+  const auto number = static_cast<std::size_t>(type);
+  return names[number < std::size(names) ? number : 0];
 }
 
 std::optional<KRMessageKind> KRMessageKind::fromDocument(const Document& message) {
