@@ -115,22 +115,23 @@ bool appendText(std::string& out, std::string_view text, InvalidText invalidText
   return true;
 }
 
+bool appendLiteral(std::string& out, std::string_view literal) {
+  out += literal;
+  return true;
+}
+
 template <class Number>
-void appendNumber(std::string& out, Number number) {
+bool appendNumber(std::string& out, Number number) {
   std::array<char, 32> digits;
   const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number);
-  out.append(digits.data(), result.ptr);
+  return appendLiteral(out, {digits.data(), result.ptr});
 }
 
 bool appendReal(std::string& out, double value) {
   constexpr double pastIntegers = 9223372036854775808.0;  // 2^63
   if (!std::isfinite(value)) return false;
-  if (std::trunc(value) == value && std::abs(value) < pastIntegers) {
-    appendNumber(out, static_cast<std::int64_t>(value));
-  } else {
-    appendNumber(out, value);
-  }
-  return true;
+  const bool isInteger = std::trunc(value) == value && std::abs(value) < pastIntegers;
+  return isInteger ? appendNumber(out, static_cast<std::int64_t>(value)) : appendNumber(out, value);
 }
 
 bool appendRecord(std::string& out, const Record& record, const void* value);
@@ -171,16 +172,13 @@ bool appendPresent(std::string& out, const Type& type, const void* value) {
     case Kind::text:
       return appendText(out, *static_cast<const std::string*>(value), InvalidText::replace);
     case Kind::signedInteger:
-      appendNumber(out, *static_cast<const std::int64_t*>(value));
-      return true;
+      return appendNumber(out, *static_cast<const std::int64_t*>(value));
     case Kind::unsignedInteger:
-      appendNumber(out, *static_cast<const std::uint64_t*>(value));
-      return true;
+      return appendNumber(out, *static_cast<const std::uint64_t*>(value));
     case Kind::real:
       return appendReal(out, *static_cast<const double*>(value));
     case Kind::boolean:
-      out += *static_cast<const bool*>(value) ? "true" : "false";
-      return true;
+      return appendLiteral(out, *static_cast<const bool*>(value) ? "true" : "false");
     case Kind::texts:
       return appendList(
           out, "[]", *static_cast<const std::vector<std::string>*>(value),
@@ -235,17 +233,13 @@ bool appendValue(std::string& out, const boost::json::value& value, InvalidText 
                  int depth) {
   switch (value.kind()) {
     case boost::json::kind::null:
-      out += "null";
-      return true;
+      return appendLiteral(out, "null");
     case boost::json::kind::bool_:
-      out += value.get_bool() ? "true" : "false";
-      return true;
+      return appendLiteral(out, value.get_bool() ? "true" : "false");
     case boost::json::kind::int64:
-      appendNumber(out, value.get_int64());
-      return true;
+      return appendNumber(out, value.get_int64());
     case boost::json::kind::uint64:
-      appendNumber(out, value.get_uint64());
-      return true;
+      return appendNumber(out, value.get_uint64());
     case boost::json::kind::double_:
       return appendReal(out, value.get_double());
     case boost::json::kind::string:
@@ -274,10 +268,7 @@ namespace detail {
 bool append(std::string& out, const Type& type, const void* value) {
   const std::size_t size = out.size();
   if (type.peek) value = type.peek(value);
-  if (!value) {
-    out += "null";
-    return true;
-  }
+  if (!value) return appendLiteral(out, "null");
   return undoUnless(appendPresent(out, type, value), out, size);
 }
 
