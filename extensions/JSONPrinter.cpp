@@ -9,44 +9,29 @@ namespace {
 
 using Value = boost::json::value;
 
-/// Prints containers on one line and in square brackets.
-class Printer {
- public:
-  explicit Printer(std::string& out) : out_(out) {}
-
-  void print(const Value& value) {
-    if (const auto* object = value.if_object()) {
-      print(*object);
-    } else if (const auto* array = value.if_array()) {
-      printItems(*array, [this](const Value& item) { print(item); });
-    } else if (!write(out_, value, InvalidText::replace)) {
-      out_ += "null";
-    }
-  }
-
-  void print(const boost::json::object& object) {
-    printItems(object, [this](const auto& member) {
-      print(Value(member.key()));
-      out_ += ": ";
-      print(member.value());
-    });
-  }
-
- private:
-  template <class Items, class PrintItem>
-  void printItems(const Items& items, const PrintItem& printItem) {
-    out_ += '[';
+void print(std::string& out, const Value& value) {
+  const auto printItems = [&out](const auto& items, const auto& printItem) {
+    out += '[';
     bool isFirst = true;
     for (const auto& item : items) {
-      if (!isFirst) out_ += ", ";
+      if (!isFirst) out += ", ";
       isFirst = false;
       printItem(item);
     }
-    out_ += ']';
+    out += ']';
+  };
+  if (const auto* object = value.if_object()) {
+    printItems(*object, [&out](const auto& member) {
+      print(out, Value(member.key()));
+      out += ": ";
+      print(out, member.value());
+    });
+  } else if (const auto* array = value.if_array()) {
+    printItems(*array, [&out](const Value& item) { print(out, item); });
+  } else if (!write(out, value, InvalidText::replace)) {
+    out += "null";
   }
-
-  std::string& out_;
-};
+}
 
 constexpr std::size_t maxIndented = std::size_t{64} << 10;
 
@@ -92,7 +77,7 @@ std::optional<std::string> prettyPrinted(std::string_view items) {
 
 std::string printedForm(const boost::json::value& value) {
   std::string printed;
-  Printer(printed).print(value);
+  print(printed, value);
   return printed;
 }
 
