@@ -129,24 +129,14 @@ bool putBoolean(const Type& type, void* member, bool value) {
 void putDefault(const Field& field, void* record) {
   const Type& type = *field.type;
   void* member = field.member(record);
-  const detail::Default& fallback = field.fallback;
-  switch (fallback.kind) {
-    case detail::Default::Kind::none:
-      break;
-    case detail::Default::Kind::text:
-      if (type.kind == Kind::text) {
-        *static_cast<std::string*>(open(type, member)) = fallback.text;
-      }
-      break;
-    case detail::Default::Kind::integer:
-      putInteger(type, member, integerOf(fallback.integer));
-      break;
-    case detail::Default::Kind::real:
-      putReal(type, member, fallback.real);
-      break;
-    case detail::Default::Kind::boolean:
-      putBoolean(type, member, fallback.integer != 0);
-      break;
+  if (const auto* text = std::get_if<std::string_view>(&field.fallback)) {
+    if (type.kind == Kind::text) *static_cast<std::string*>(open(type, member)) = *text;
+  } else if (const auto* integer = std::get_if<std::int64_t>(&field.fallback)) {
+    putInteger(type, member, integerOf(*integer));
+  } else if (const auto* real = std::get_if<double>(&field.fallback)) {
+    putReal(type, member, *real);
+  } else if (const auto* boolean = std::get_if<bool>(&field.fallback)) {
+    putBoolean(type, member, *boolean);
   }
 }
 

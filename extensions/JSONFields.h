@@ -11,6 +11,7 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 /// \file
@@ -92,13 +93,7 @@ struct Type {
 };
 
 /// A default other than the member's own.
-struct Default {
-  enum class Kind : std::uint8_t { none, text, integer, real, boolean };
-  Kind kind = Kind::none;
-  std::int64_t integer = 0;
-  double real = 0;
-  std::string_view text;
-};
+using Default = std::variant<std::monostate, std::string_view, std::int64_t, double, bool>;
 
 struct Field {
   std::string_view key;
@@ -332,14 +327,12 @@ constexpr Field makeField(std::string_view key) {
 
 template <class T>
 constexpr Default makeDefault(const T& value) {
-  if constexpr (std::is_same_v<T, bool>) {
-    return {Default::Kind::boolean, value ? 1 : 0, 0, {}};
-  } else if constexpr (std::is_integral_v<T>) {
-    return {Default::Kind::integer, static_cast<std::int64_t>(value), 0, {}};
-  } else if constexpr (std::is_floating_point_v<T>) {
-    return {Default::Kind::real, 0, value, {}};
+  if constexpr (!std::is_arithmetic_v<T>) {
+    return std::string_view(value);
+  } else if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+    return static_cast<std::int64_t>(value);
   } else {
-    return {Default::Kind::text, 0, 0, value};
+    return value;
   }
 }
 
@@ -383,9 +376,7 @@ constexpr auto fields(const Fields&... list) {
     const detail::Field& field = table.fields[i];
     hashes[i] = detail::hashOf(field.key);
     if (field.isRequired) table.required |= std::uint64_t{1} << i;
-    if (field.fallback.kind != detail::Default::Kind::none) {
-      table.defaulted |= std::uint64_t{1} << i;
-    }
+    if (field.fallback.index() != 0) table.defaulted |= std::uint64_t{1} << i;
   }
   for (int attempts = 0; !detail::fillBuckets(table, hashes); ++attempts) {
     if (attempts == 10'000) detail::keysAreEqualOrAlikeInLengthFirstAndLastBytes();
