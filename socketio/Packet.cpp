@@ -12,9 +12,11 @@ namespace json = boost::json;
 
 constexpr bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-json::value parseJson(std::string_view text, boost::system::error_code& error) {
+/// The value of a JSON text; null for any other text.
+json::value parseJson(std::string_view text) {
   json::parse_options options;
   options.max_depth = 64;
+  boost::system::error_code error;
   return json::parse(text, error, {}, options);
 }
 
@@ -29,10 +31,6 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text) {
   if (error != std::errc{}) return std::nullopt;
   text.remove_prefix(static_cast<std::size_t>(end - text.data()));
   return number;
-}
-
-bool startsWithDigit(std::string_view text) {
-  return !text.empty() && text.front() >= '0' && text.front() <= '9';
 }
 
 /// Takes a JSON string off the front and returns its value.
@@ -52,9 +50,8 @@ std::optional<std::string> takeString(std::string_view& text) {
   text.remove_prefix(literal.size());
   if (!escaped) return std::string(literal.substr(1, literal.size() - 2));
 
-  boost::system::error_code error;
-  const auto value = parseJson(literal, error);
-  if (error || !value.is_string()) return std::nullopt;
+  const auto value = parseJson(literal);
+  if (!value.is_string()) return std::nullopt;
   return std::string(value.get_string());
 }
 
@@ -148,7 +145,7 @@ std::optional<Packet> parsePacket(std::string_view text) {
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 
-  if (startsWithDigit(text)) {
+  if (!text.empty() && text.front() >= '0' && text.front() <= '9') {
     packet.id = takeNumber(text);
     if (!packet.id) return std::nullopt;
   }
@@ -168,11 +165,10 @@ std::optional<Packet> parsePacket(std::string_view text) {
 }
 
 std::optional<bool> firstItemHoldsBinary(std::string_view items, std::size_t attachments) {
-  boost::system::error_code error;
-  const auto value = parseJson("[" + std::string(items) + "]", error);
-  if (error || findBinary(value, attachments) == Binary::invalid) return std::nullopt;
-  const auto& array = value.get_array();
-  return !array.empty() && findBinary(array.front(), attachments) == Binary::some;
+  const auto value = parseJson("[" + std::string(items) + "]");
+  const auto* array = value.if_array();
+  if (!array || findBinary(value, attachments) == Binary::invalid) return std::nullopt;
+  return !array->empty() && findBinary(array->front(), attachments) == Binary::some;
 }
 
 std::string encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
@@ -192,9 +188,8 @@ std::string encodeConnect(std::string_view nsp) { return withNamespace("40", nsp
 std::string encodeDisconnect(std::string_view nsp) { return withNamespace("41", nsp); }
 
 std::optional<Handshake> parseHandshake(std::string_view text) {
-  boost::system::error_code error;
-  const auto value = parseJson(text, error);
-  if (error || !value.is_object()) return std::nullopt;
+  const auto value = parseJson(text);
+  if (!value.is_object()) return std::nullopt;
   const auto& object = value.get_object();
 
   const auto milliseconds = [&](std::string_view key) -> std::optional<std::int64_t> {
@@ -208,17 +203,17 @@ std::optional<Handshake> parseHandshake(std::string_view text) {
   const auto timeout = milliseconds("pingTimeout");
   if (!interval || !timeout) return std::nullopt;
 
+  boost::system::error_code error;
   const auto* limit = object.if_contains("maxPayload");
   const auto maxPayload = limit != nullptr ? limit->to_number<std::uint64_t>(error) : 0;
   return Handshake{*interval, *timeout, error ? 0 : maxPayload};
 }
 
 std::string refusalText(std::string_view text) {
-  boost::system::error_code error;
-  const auto value = parseJson(text, error);
+  const auto value = parseJson(text);
   const json::value* message = &value;
   if (const auto* object = value.if_object()) message = object->if_contains("message");
-  if (error || message == nullptr || !message->is_string()) return "no reason given";
+  if (message == nullptr || !message->is_string()) return "no reason given";
   return std::string(message->get_string());
 }
 
