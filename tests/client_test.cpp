@@ -103,14 +103,11 @@ struct Play : ServerTest {
          takePrinted("");
          far().advance(millisecondsIn(it));
        }},
-      {"hang", [this](auto&) { far().hang(); }},
       {"accept", [this](auto&) { far().accept(); }},
-      {"drop", [this](auto&) { far().drop(); }},
       {"say *", [this](auto& it) { say(it.argument); }},
       {"sayBinary *", [this](auto& it) { say(it.argument, true); }},
       {"sayLargest",
        [this](auto&) { say(std::string(koriva::socketio::maxIncomingBytes, 'x'), true); }},
-      {"pending", [this](auto&) { print(far().pending()); }},
       {"frames", [this](auto&) { printFrames(); }},
       {"byteLimit *", [](auto& it) { koriva::timing().limits.outgoingBytes = numberIn(it); }},
       {"join", [this](auto&) { join(); }},
@@ -129,7 +126,6 @@ struct Play : ServerTest {
       {"fire", [this](auto&) { sdk->reconnectFired(); }},
       {"chat *", [this](auto& it) { sdk->connectChat(it.argument); }},
       {"status", [this](auto&) { print(sdk->isConnected() ? "connected" : "not connected"); }},
-      {"release", [this](auto&) { renewClient(); }},
       {"leave", [this](auto&) { other = sdk, renewClient(); }},
       {"return", [this](auto&) { sdk.swap(other); }},
       {"share", [this](auto&) { KorivaSDK::setShared(sdk); }},
@@ -178,7 +174,6 @@ struct Play : ServerTest {
        }},
       {"refuse *", [this](auto& it) { peer->refuse(it.argument == "true"); }},
       {"error *", [this](auto& it) { peer->push("error", "{\"error\":" + it.argument + "}"); }},
-      {"heard *", [this](auto& it) { EXPECT_TRUE(awaitReports(it.argument, 1)) << it.place; }},
       {"count *", [this](auto& it) { print(std::to_string(peer->reports(it.argument).size())); }},
       {"last *",
        [this](auto& it) {

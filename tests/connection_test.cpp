@@ -1,10 +1,8 @@
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
 #include <deque>
 
 #include "socketio/Connection.h"
 #include "support/Script.h"
-#include "testing/VirtualClock.h"
 
 namespace koriva::socketio {
 namespace {
@@ -38,7 +36,7 @@ class Play {
   explicit Play(bool /*inTime*/) {
     environment_.setHandleQueue(handlers_.get_executor());
     environment_.setWorld(
-        {clock_, [this] { return far_ = std::make_shared<FakeTransport>(note_); }});
+        {environment_.clock(), [this] { return far_ = std::make_shared<FakeTransport>(note_); }});
   }
 
   std::string next() {
@@ -61,11 +59,6 @@ class Play {
       network_.restart();
       handlers_.restart();
     } while (network_.poll() > 0 || handlers_.poll_one() > 0);
-  }
-  void pass(Duration duration) {
-    const auto end = clock_->now() + duration;
-    do run();
-    while (clock_->advance(end));
   }
   void open() {
     run();
@@ -92,8 +85,6 @@ class Play {
   Limits limits_;
   boost::asio::io_context network_;
   boost::asio::io_context handlers_;
-  const std::shared_ptr<testing::VirtualClock> clock_ = std::make_shared<testing::VirtualClock>(
-      TimePoint(), [this](auto task) { boost::asio::post(network_, std::move(task)); });
   Environment environment_{network_.get_executor()};
   std::shared_ptr<FakeTransport> far_;
   std::shared_ptr<const Handlers> handles_;
@@ -107,8 +98,6 @@ class Play {
       {"open:", [this](auto& it) { open(), perform(steps, it.body); }},
       {"join:", [this](auto& it) { join(), perform(steps, it.body); }},
       {"text *", [this](auto& it) { listener()->onText(it.argument); }},
-      {"lose *", [this](auto& it) { listener()->onClosed(it.argument); }},
-      {"pass *", [this](auto& it) { pass(test::millisecondsIn(it)); }},
       {"emit *", [this](auto& it) { connection_->emit(it.argument, "1"); }},
   };
 };

@@ -12,7 +12,6 @@
 using namespace koriva::test;
 using koriva::socketio::Limits;
 using testing::AllOf;
-using testing::Each;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -179,26 +178,6 @@ struct ImpatientClient : ServerTest {
 
   Server& server = static_cast<Server&>(*peer);
 };
-
-TEST_F(ImpatientClient, IsServedAgainAfterEveryFault) {
-  std::vector<std::string> scripts;
-  for (const auto& fault : faults()) {
-    const bool endsByItself = !fault.lives && !fault.isSlow && !fault.isOver("timed out");
-    if (endsByItself && !fault.isTls) scripts.push_back(fault.script);
-  }
-  scripts.push_back(honest);
-  EXPECT_TRUE(sdk->setBaseUrl(playUrl(server, scripts)));
-  login();
-  const auto came = [&] { return server.reports("came").size(); };
-  for (std::size_t i = 1; i <= scripts.size(); ++i) {
-    EXPECT_TRUE(runUntil([&] { return came() >= i; }));
-  }
-  EXPECT_TRUE(awaitConnection());
-  std::vector<std::string> lines;
-  boost::split(lines, settle(), boost::is_any_of("\n"));
-  EXPECT_EQ(std::ranges::count(lines, "KorivaSDK - socket disconnected"), came() - 1);
-  EXPECT_THAT(lines, Each(Not(HasSubstr("token"))));
-}
 
 TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
   server.answer("create_link", R"([{"result":0,"link":{"$payload":"group_id"}}])");

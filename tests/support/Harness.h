@@ -143,9 +143,6 @@ class ServerTest : public ::testing::Test {
     EXPECT_TRUE(peer->await([&] { return (printed = console.takeTo(text)).has_value(); })) << text;
     return printed.value_or("");
   }
-  bool awaitReports(const std::string& of, std::size_t count) {
-    return peer->await([&] { return peer->reports(of).size() >= count; });
-  }
   /// The text of the runtime error that the run loop throws.
   std::string awaitThrown() {
     try {
