@@ -131,8 +131,7 @@ void KRRunLoop::Internals::runFor(Duration duration) {
   } else if (duration > now.max() - now) {  // the clock cannot tell the end
     while (!isOver()) runOne([](auto& context) { return context.run_one(); });
   } else {
-    const auto end = now + duration;
-    while (!isOver() && runOneUntil(end)) {
+    while (!isOver() && runOneUntil(now + duration)) {
     }
   }
   if (isOutermost && stopRequested) {
@@ -180,7 +179,7 @@ std::size_t KRRunLoop::Internals::runOne(Run run) {
 void KRRunLoop::Internals::divide(std::function<void()> wakeUp) {
   const bool isApart = static_cast<bool>(wakeUp);
   retry = isApart ? environment_.clock()->makeTimer() : nullptr;
-  wakeUp_ = std::move(wakeUp);
+  wakeUp_.swap(wakeUp);  // the one before is destroyed when all is done
   environment_.setOneThread(!isApart);
   isWoken = false;
   isAttached = isApart;

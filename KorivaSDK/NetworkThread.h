@@ -36,8 +36,7 @@ class NetworkThread {
   const socketio::Environment& environment_;
   std::thread thread_;
   std::future<void> ended_;
-  std::optional<Clock::time_point>
-      deadline_;  ///< belongs to the thread; present when it has to end
+  std::optional<Clock::time_point> deadline_;  ///< the thread's own, once it has to end
 };
 
 /// Has `run` run a task of the library's. One that throws, for want of memory, costs the

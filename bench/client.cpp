@@ -43,6 +43,9 @@ class MainLoop {
   explicit MainLoop(bool attached) : attached_(attached) {
     if (attached) KRRunLoop::main().attach([this] { eventfd_write(wakeUps_, 1); });
   }
+  ~MainLoop() { KRRunLoop::main().detach(); }
+  MainLoop(const MainLoop&) = delete;
+  MainLoop& operator=(const MainLoop&) = delete;
 
   /// Not by `KRRunLoop::runFor`, which looks at the time every second: waiting is measured too.
   void runFor(Clock::duration limit) {
@@ -196,12 +199,14 @@ class Idle : public Mode {
 
 template <class ModeOfClient>
 std::string measure(bool attached, const bench::Arguments& arguments) {
-  static MainLoop loop(attached);  // the network thread wakes it until the process ends
+  MainLoop loop(attached);
   const auto mode = std::make_shared<ModeOfClient>(loop, arguments);
   KorivaSDK::shared()->addDelegate(mode);
   mode->login();
   loop.run();
-  return mode->figures();
+  const auto figures = mode->figures();
+  KorivaSDK::shared()->removeDelegate(mode);  // a disconnect is no failure any more
+  return figures;
 }
 
 /// Many connections in one process, of the layer below the client, of which a process has one.

@@ -340,9 +340,11 @@ void Life::post(Act what) {
 
 /// From another thread.
 void Life::actElsewhere() {
-  static const std::vector<std::pair<Act, unsigned>> acts{
-      {&Life::ask, 4},     {&Life::notify, 2}, {&Life::postAct, 1},
-      {&Life::release, 1}, {&Life::stop, 1}};
+  static const std::vector<std::pair<Act, unsigned>> acts{{&Life::ask, 4},
+                                                          {&Life::notify, 2},
+                                                          {&Life::postAct, 1},
+                                                          {&Life::release, 1},
+                                                          {&Life::stop, 1}};
   (this->*choose(acts))();
 }
 

@@ -23,9 +23,7 @@ class OneByOne final : public testing::Stage {
  public:
   OneByOne(std::shared_ptr<Stage> stage, std::function<void()> onDone,
            std::function<bool()> runNetwork)
-      : stage_(std::move(stage)),
-        onDone_(std::move(onDone)),
-        runNetwork_(std::move(runNetwork)) {}
+      : stage_(std::move(stage)), onDone_(std::move(onDone)), runNetwork_(std::move(runNetwork)) {}
 
   socketio::World world() override { return stage_->world(); }
   bool advance(TimePoint end) override { return runNetwork_() || stage_->advance(end); }
@@ -96,11 +94,10 @@ Life::Life(std::uint64_t seed, Journal& journal)
   server_.emplace(handshake);
   const auto world = internals_.stage->world();
   internals_.environment_.setWorld({world.clock, [this, make = world.makeTransport] {
-                                       return std::make_shared<Wire>(*this, make());
-                                     }});
-  internals_.stage =
-      std::make_shared<OneByOne>(
-          std::move(internals_.stage), [this] { onTaskDone(); }, [this] { return runNetwork(); });
+                                      return std::make_shared<Wire>(*this, make());
+                                    }});
+  internals_.stage = std::make_shared<OneByOne>(
+      std::move(internals_.stage), [this] { onTaskDone(); }, [this] { return runNetwork(); });
   for (const auto& kind : kinds()) {
     if (random().chance(40)) server_->answerRaw(kind.event, std::string(kind.answers[0].items));
   }

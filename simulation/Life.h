@@ -188,7 +188,7 @@ class Life {
   bool hasToHear_ = false;       ///< of one of them
   std::optional<TimePoint> wakeUpDue_;  ///< after one that has thrown
   std::optional<TimePoint> stopped_;    ///< since no run has returned
-  std::optional<int> atOnce_;    ///< the ready task that has to run now
+  std::optional<int> atOnce_;           ///< the ready task that has to run now
   int numbers_ = firstNumber;
   int made_ = 0;
   int transports_ = 0;

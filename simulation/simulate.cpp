@@ -51,7 +51,7 @@ void report(const Journal& found, const Options& options) {
 
 int simulate(const Options& options) {
   const auto begun = std::chrono::steady_clock::now();
-  // Attached, which a process can be once, for odd seeds; and not, for even ones.
+  // One lives the even seeds, one the odd ones.
   std::array<std::unique_ptr<Worker>, 2> workers;
   for (std::uint64_t i = 0; i < workers.size(); ++i) {
     workers[i] = std::make_unique<Worker>([&](Journal& journal) {

@@ -73,9 +73,8 @@ struct Handshake {
 ///
 /// **The run loop.** KRRunLoop::poll runs what is ready, as `run` does. KRRunLoop::runFor moves
 /// time on, as `advance` does; so does KRRunLoop::run until it is stopped, for a day at most: a run
-/// that nobody stops has failed. KRRunLoop::attach returns false, also later in this process. What
-/// coroutines and futures wait for comes in the same way; a future is there to be asked for once
-/// the server has run.
+/// that nobody stops has failed. KRRunLoop::attach returns false. What coroutines and futures wait
+/// for comes in the same way; a future is there to be asked for once the server has run.
 ///
 /// **Exceptions** that escape the application's callbacks, answers among them, are thrown by the
 /// function that drives the run loop. Dictionaries that JSON cannot say, for NaN in them, are
@@ -90,7 +89,7 @@ class Server {
   using Duration = std::chrono::steady_clock::duration;
 
   /// Takes the place of network and time. Throws std::logic_error when it cannot: there is a server
-  /// already, the process has called KRRunLoop::attach, or the library is of another version.
+  /// already, the run loop is attached, or the library is of another version.
   explicit Server(const Handshake& handshake = {});
   ~Server();
   Server(const Server&) = delete;

@@ -104,6 +104,7 @@ int run(const Options& options) {
   chat->sayGoodbye();
   while (!chat->isIdle()) turn(false, untilLookingAgain);
   chat->end();
+  KRRunLoop::main().detach();
   return commands.exitCode();
 }
 

@@ -37,6 +37,9 @@ int main(int argc, char** argv) {
       KRRunLoop::main().poll();
       //! [poll]
     } else if (!talk->readInput()) {
+      KRRunLoop::main().detach();
+      close(epoll);
+      close(wakeUps);
       return 0;
     }
   }

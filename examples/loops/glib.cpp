@@ -35,5 +35,6 @@ int main(int argc, char** argv) {
   g_unix_fd_add(STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP), onInput, &context);
 
   g_main_loop_run(loop);
+  KRRunLoop::main().detach();
   g_main_loop_unref(loop);
 }

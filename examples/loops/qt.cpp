@@ -23,5 +23,9 @@ int main(int argc, char** argv) {
     QCoreApplication::quit();
   });
 
-  return QCoreApplication::exec();
+  //! [detach]
+  const int result = QCoreApplication::exec();
+  KRRunLoop::main().detach();  // before `application` goes
+  return result;
+  //! [detach]
 }
