@@ -17,7 +17,7 @@ using std::chrono::steady_clock;
 namespace {
 
 constexpr int maxDepth = 8;
-constexpr auto farewellLimit = std::chrono::seconds(1);
+constexpr auto closingLimit = std::chrono::seconds(1);
 constexpr auto retryInterval = std::chrono::seconds(1);
 
 /// How long a stage's time goes on for a run without an end.
@@ -73,7 +73,7 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   koriva::socketio::prepareTls();
   [[maybe_unused]] static const int error = std::atexit([] {
     if (isForkedChild()) return;
-    main().internals().networkThread.endAtExit(steady_clock::now() + farewellLimit);
+    main().internals().networkThread.endAtExit(steady_clock::now() + closingLimit);
   });
   loop.wake();  // for what was posted before
   return true;
@@ -83,7 +83,7 @@ void KRRunLoop::detach() {
   auto& loop = *internals_;
   if (isForkedChild() || !loop.isAttached) return;
   loop.leave();
-  loop.networkThread.end(steady_clock::now() + farewellLimit);
+  loop.networkThread.end(steady_clock::now() + closingLimit);
   loop.unite();
 }
 
@@ -135,16 +135,16 @@ void KRRunLoop::Internals::runFor(Duration duration) {
     }
   }
   if (isOutermost && stopRequested) {
-    if (!isAttached) finishFarewells();
+    if (!isAttached) finishClosing();
     if (!kept) stopRequested = false;
   }
   --runs;
 }
 
 // A logout is often the last thing before the loop is stopped.
-void KRRunLoop::Internals::finishFarewells() {
-  const auto end = steady_clock::now() + farewellLimit;
-  while (environment_.isSayingFarewell() && runOneUntil(end)) {
+void KRRunLoop::Internals::finishClosing() {
+  const auto end = steady_clock::now() + closingLimit;
+  while (environment_.isClosing() && runOneUntil(end)) {
   }
 }
 

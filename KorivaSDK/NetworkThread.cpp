@@ -11,7 +11,7 @@ void NetworkThread::start() {
 
 void NetworkThread::run() {
   while (!deadline_) surviving(environment_, [this] { return io_.run_one(); });
-  while (environment_.isSayingFarewell() && Clock::now() < *deadline_) {
+  while (environment_.isClosing() && Clock::now() < *deadline_) {
     surviving(environment_, [this] { return io_.run_one_until(*deadline_); });
   }
 }

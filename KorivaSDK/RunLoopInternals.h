@@ -34,7 +34,7 @@ struct KRRunLoop::Internals {
   void runFor(Duration duration);
   bool runOneUntil(TimePoint end);
   void runOnStage(Duration duration);
-  void finishFarewells();
+  void finishClosing();
   void runReady(bool endsWhenStopped);
   template <class Run>
   std::size_t runOne(Run run);

@@ -75,7 +75,7 @@ KorivaSDK::~KorivaSDK() {
     if (!state_->lastConnection) return;
     // The last reference may go on any thread, but the connection belongs to the main thread.
     environment().postHandler([connection = std::move(state_->lastConnection),
-                               farewell = environment().farewell()] { connection->release(); });
+                               closing = environment().closing()] { connection->release(); });
   } catch (const std::bad_alloc&) {
     // Too little memory for a detour: the connection is released right here.
   }
@@ -100,7 +100,7 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
 void KorivaSDK::State::connect() {
   if (isLoggingOut || platform::isForkedChild()) return;
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
-  stranded.reset();
+  isStranded = false;
   // Whoever holds the handlers holds the client.
   auto connection = std::make_shared<socketio::Connection>(
       environment(), "/data", timing().limits,
@@ -120,20 +120,18 @@ void KorivaSDK::State::connect() {
 // Neither a socket nor a timer can be made. Until the next attempt, what delegates do about this
 // one is ignored: nothing could keep their attempts apart.
 void KorivaSDK::State::failWithoutTimers() {
-  if (stranded) return;
-  stranded = std::make_shared<Stranded>();
-  const auto unlessOver = [weak = client.weak_from_this(),
-                           stranded = std::weak_ptr(stranded)](void (*act)(State&)) {
-    return [weak, stranded, act] {
+  if (std::exchange(isStranded, true)) return;
+  const auto unlessOver = [weak = client.weak_from_this()](void (*act)(State&)) {
+    return [weak, act] {
       const auto sdk = weak.lock();
-      if (sdk && !stranded.expired()) act(*sdk->state_);
+      if (sdk && sdk->state_->isStranded) act(*sdk->state_);
     };
   };
   environment().postHandler(unlessOver([](State& state) {
     state.handlers.find(socketio::disconnectEvent)->second(socketio::Items());
   }));
   const auto retry = unlessOver([](State& state) {
-    state.stranded.reset();
+    state.isStranded = false;
     state.connect();
   });
   try {
@@ -164,7 +162,7 @@ void KorivaSDK::reconnectIfNeed() {
   if (const auto connection = state_->channel.connection()) {
     const auto status = connection->status();
     if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
-  } else if (!state_->stranded) {
+  } else if (!state_->isStranded) {
     return;
   }
   state_->connect();
@@ -186,7 +184,7 @@ void KorivaSDK::logout() {
   disconnect();
   state_->delegates = std::make_shared<const State::Delegates>();
   state_->channel.setConnection(nullptr);
-  state_->stranded.reset();
+  state_->isStranded = false;
 }
 
 bool KorivaSDK::isConnected() const {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "extensions/KRExport.h"
-#include "socketio/World.h"
+#include "socketio/Transport.h"
 
 namespace koriva::testing {
 

@@ -34,7 +34,6 @@ struct KRPrivate {
 
 struct KorivaSDK::State {
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
-  struct Stranded {};
 
   explicit State(KorivaSDK& owner)
       : client(owner), channel(owner), baseURL(koriva::parseDefaultUrl(KRPrivate::socketUrl)) {}
@@ -65,7 +64,7 @@ struct KorivaSDK::State {
   bool isNew = false;
   bool isReady = false;
   bool isLoggingOut = false;
-  std::shared_ptr<Stranded> stranded;  ///< present when not even a socket could be made for a login
+  bool isStranded = false;  ///< not even a socket could be made for a login
   std::int64_t uin = 0;
   std::string token;
   std::string deviceId;

@@ -175,7 +175,7 @@ void Life::end() {
   require(transports_ == 0, is::nothingIsLeft, transports_, " transports");
   require(tokens_ == 0, is::nothingIsLeft, tokens_, " delegates and tasks");
   require(asks_.empty(), is::nothingIsLeft, asks_.size(), " completions");
-  require(!internals_.environment().isSayingFarewell(), is::nothingIsLeft, "farewells");
+  require(!internals_.environment().isClosing(), is::nothingIsLeft, "closing");
   for (const auto& client : clients_) {
     require(client.weak.expired(), is::nothingIsLeft, "client ", indexOf(client));
   }

@@ -82,7 +82,7 @@ bool Connection::becomeDisconnected() {
 }
 
 void Connection::close() {
-  runOnIo([this, farewell = environment_.farewell()] { leave(); });
+  runOnIo([this, closing = environment_.closing()] { leave(); });
 }
 
 void Connection::leave() {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "socketio/SystemClock.h"
-#include "socketio/World.h"
+#include "socketio/Transport.h"
 
 namespace koriva::socketio {
 
@@ -51,12 +51,12 @@ class Environment {
   void setWorld(World world) { world_ = std::move(world); }
 
   /// Held while a connection is being closed in the background, after what was sent before.
-  using Farewell = std::unique_ptr<std::atomic<int>, void (*)(std::atomic<int>*)>;
-  [[nodiscard]] Farewell farewell() const {
-    ++farewells_;
-    return {&farewells_, [](auto* count) { --*count; }};
+  using Closing = std::unique_ptr<std::atomic<int>, void (*)(std::atomic<int>*)>;
+  [[nodiscard]] Closing closing() const {
+    ++closings_;
+    return {&closings_, [](auto* count) { --*count; }};
   }
-  [[nodiscard]] bool isSayingFarewell() const { return farewells_ != 0; }
+  [[nodiscard]] bool isClosing() const { return closings_ != 0; }
 
   // The connections that may stand. On the I/O executor.
   void add(std::weak_ptr<Connection> connection) const;
@@ -87,7 +87,7 @@ class Environment {
   bool isOneThread_ = false;
   std::function<void()> handlerPosted_;
   World world_;
-  mutable std::atomic<int> farewells_ = 0;
+  mutable std::atomic<int> closings_ = 0;
   mutable std::vector<std::weak_ptr<Connection>> connections_;
 };
 

@@ -25,8 +25,6 @@ int millisecondsUntil(Clock::time_point deadline) {
   return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, INT_MAX));
 }
 
-void nap() { ::poll(nullptr, 0, 1); }
-
 /// Whether something can be written by the deadline and somebody is left who may read it. Where the
 /// system cannot tell, writing does.
 bool isWritable(int output, Clock::time_point deadline = {}) {
@@ -78,8 +76,6 @@ std::string_view writeTo(int output, std::string_view text, std::chrono::millise
     if (written > 0) {
       isBegun = true;
       text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN && Clock::now() < deadline) {
-      nap();
     } else if (errno != EINTR) {
       break;
     }
@@ -119,7 +115,7 @@ bool writeLocked(std::string_view line, std::chrono::milliseconds patience) {
 bool lockStandardOutput() {
   while (::ftrylockfile(stdout) != 0) {
     if (!isWritable(STDOUT_FILENO)) return false;
-    nap();
+    ::poll(nullptr, 0, 1);
   }
   return true;
 }
@@ -129,16 +125,6 @@ constexpr int tcpSocketType = SOCK_STREAM | SOCK_CLOEXEC;
 #else
 constexpr int tcpSocketType = SOCK_STREAM;
 #endif
-
-/// The lowest free descriptor from 3 on, in place of the given one.
-int moveBeyondStandardStreams(int descriptor) {
-  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
-  const int moved = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  const int error = errno;
-  ::close(descriptor);
-  errno = error;
-  return moved;
-}
 
 std::atomic<bool> isForked = false;
 
@@ -153,16 +139,17 @@ bool writeLine(std::string line, std::chrono::milliseconds patience) {
 }
 
 int openTcpSocket(bool isV6) {
-  const int opened =
-      moveBeyondStandardStreams(::socket(isV6 ? AF_INET6 : AF_INET, tcpSocketType, 0));
-#ifndef SOCK_CLOEXEC
-  if (opened >= 0) ::fcntl(opened, F_SETFD, FD_CLOEXEC);
-#endif
+  const int opened = ::socket(isV6 ? AF_INET6 : AF_INET, tcpSocketType, 0);
+  if (opened < 0) return opened;
 #ifdef SO_NOSIGPIPE
   const int on = 1;
-  if (opened >= 0) ::setsockopt(opened, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+  ::setsockopt(opened, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
 #endif
-  return opened;
+  const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  ::close(opened);
+  errno = error;
+  return moved;
 }
 
 void closeSocket(int socket) { ::close(socket); }

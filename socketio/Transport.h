@@ -2,9 +2,11 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
+#include "socketio/Clock.h"
 #include "socketio/Endpoint.h"
 
 namespace koriva::socketio {
@@ -37,6 +39,12 @@ class Transport {
   virtual void pauseReading(bool pause) = 0;
   /// What `send` took and the network did not yet. From any thread.
   [[nodiscard]] virtual std::size_t queuedBytes() const = 0;
+};
+
+/// What lies outside of the library, and can be replaced: time, and the way to a server.
+struct World {
+  std::shared_ptr<Clock> clock;
+  std::function<std::shared_ptr<Transport>()> makeTransport;
 };
 
 /// The largest message taken from a server, attachments included.

@@ -173,7 +173,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   std::optional<Endpoint> endpoint_;
   std::string target_;
   State state_ = State::idle;
-  Environment::Farewell farewell_{nullptr, nullptr};  // while closing
+  Environment::Closing closing_{nullptr, nullptr};  // while closing
 
   std::string incoming_;
   std::optional<asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>>>
@@ -392,7 +392,7 @@ void WebSocket::writeNext() {
 void WebSocket::close() {
   if (state_ != State::open) return drop();
   state_ = State::closing;
-  farewell_ = environment_.farewell();
+  closing_ = environment_.closing();
   closeBy(closeLimit);
   if (outgoing_.empty()) closeGracefully();
 }
@@ -412,7 +412,7 @@ void WebSocket::closeBy(Duration limit) {
 }
 
 void WebSocket::drop() {
-  farewell_.reset();
+  closing_.reset();
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();
