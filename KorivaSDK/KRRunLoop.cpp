@@ -51,7 +51,9 @@ void KRRunLoop::stop() {
   auto& loop = *internals_;
   if (isForkedChild()) return;
   loop.stopRequested = true;
-  if (loop.runs > 0) boost::asio::post(loop.isAttached ? loop.ready : loop.io, [] {});
+  if (loop.runs == 0) return;
+  loop.ready.stop();
+  loop.io.stop();  // a network thread goes on, but it may be about to end
 }
 
 void KRRunLoop::post(std::function<void()> task) {
@@ -66,7 +68,7 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   loop.divide(std::move(wakeUp));
   try {
     loop.networkThread.start();
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     loop.divide({});
     return false;
   }
@@ -105,7 +107,14 @@ bool KRRunLoop::Internals::prepareToWait() {
 
 void KRRunLoop::Internals::keepException(std::exception_ptr exception) {
   if (!kept) kept = std::move(exception);
+  interrupt();
   wake();
+}
+
+/// Has the calls under way that drive the loop look whether they are over.
+void KRRunLoop::Internals::interrupt() {
+  ready.stop();
+  if (!isAttached) io.stop();
 }
 
 bool KRRunLoop::Internals::canDrive() const { return depth < maxDepth && !isForkedChild(); }
@@ -116,7 +125,7 @@ template <class Go>
 void KRRunLoop::Internals::drive(Go go) {
   auto outer = depth++ > 0 ? std::exchange(kept, nullptr) : nullptr;
   go();
-  --depth;
+  if (--depth > 0) interrupt();
   const auto thrown = std::exchange(kept, std::move(outer));
   if (!thrown) return;
   wake();  // for what was left undone
@@ -129,13 +138,14 @@ void KRRunLoop::Internals::runFor(Duration duration) {
   if (stage) {
     runOnStage(duration);
   } else if (duration > now.max() - now) {  // the clock cannot tell the end
-    while (!isOver()) runOne([](auto& context) { return context.run_one(); });
+    // One by one, tasks would not find the memory of the one before.
+    while (!isOver()) runOne([this](auto& context) { return isOver() ? 0 : context.run(); });
   } else {
     while (!isOver() && runOneUntil(now + duration)) {
     }
   }
   if (isOutermost && stopRequested) {
-    if (!isAttached) finishClosing();
+    if (!isAttached && !isForkedChild()) finishClosing();
     if (!kept) stopRequested = false;
   }
   --runs;
@@ -161,8 +171,8 @@ void KRRunLoop::Internals::runOnStage(Duration duration) {
 }
 
 void KRRunLoop::Internals::runReady(bool endsWhenStopped) {
-  while (!(endsWhenStopped ? isOver() : kept != nullptr)) {
-    if (runOne([](auto& context) { return context.poll_one(); }) == 0) return;
+  while (!(endsWhenStopped ? isOver() : kept || isForkedChild())) {
+    if (runOne([this](auto& it) { return stage ? it.poll_one() : it.poll(); }) == 0) return;
     if (const auto on = stage) on->onTaskDone();
   }
 }
@@ -173,7 +183,9 @@ bool KRRunLoop::Internals::runOneUntil(TimePoint end) {
 
 template <class Run>
 std::size_t KRRunLoop::Internals::runOne(Run run) {
-  return koriva::surviving(environment_, [&] { return run(isAttached || marks > 0 ? ready : io); });
+  auto& context = isAttached || marks > 0 ? ready : io;
+  context.restart();
+  return koriva::surviving(environment_, [&] { return run(context); });
 }
 
 void KRRunLoop::Internals::divide(std::function<void()> wakeUp) {
@@ -186,16 +198,19 @@ void KRRunLoop::Internals::divide(std::function<void()> wakeUp) {
 }
 
 void KRRunLoop::Internals::leave() {
-  isWoken = true;
   boost::asio::post(io, [this] {
     koriva::socketio::Connection::endAll(environment_, "the run loop was detached");
   });
+  isWoken = true;
 }
 
 void KRRunLoop::Internals::unite() {
   divide({});
   ++marks;
-  boost::asio::post(ready, [this] { --marks; });
+  boost::asio::post(ready, [this] {
+    --marks;
+    interrupt();
+  });
   drive([this] {
     while (!kept && marks > 0) runOne([](auto& context) { return context.poll_one(); });
   });
@@ -213,6 +228,7 @@ void KRRunLoop::Internals::wake() {
 // There is one for each task in `ready`: whose turn it is may have changed since that was posted.
 void KRRunLoop::Internals::takeTurn() {
   if (!isAttached) {
+    ready.restart();
     ready.poll_one();
   } else if (!isWoken.exchange(true)) {
     callWakeUp();

@@ -19,8 +19,8 @@
 ///
 /// Applications that own a main loop (a desktop toolkit's, a mobile platform's) call `attach()`
 /// and from then on `poll()` whenever they are woken; the network then runs on one thread of the
-/// library's, until `detach()` or the end of the process. At `exit()` that thread has up to a
-/// second to send what was sent before.
+/// library's, until `detach()` or the end of the process. At `exit()` a connection that is being
+/// left has up to a second to send what was sent before.
 ///
 /// An exception that escapes an application callback does not unwind through the library: what
 /// else the event brings still runs, then the first exception is rethrown from the call that

@@ -10,14 +10,21 @@ void NetworkThread::start() {
 }
 
 void NetworkThread::run() {
-  while (!deadline_) surviving(environment_, [this] { return io_.run_one(); });
+  while (!deadline_) {
+    io_.restart();
+    surviving(environment_, [this] { return io_.run(); });
+  }
   while (environment_.isClosing() && Clock::now() < *deadline_) {
+    io_.restart();
     surviving(environment_, [this] { return io_.run_one_until(*deadline_); });
   }
 }
 
 void NetworkThread::askToEnd(Clock::time_point deadline) {
-  boost::asio::post(io_, [this, deadline] { deadline_ = deadline; });
+  boost::asio::post(io_, [this, deadline] {
+    deadline_ = deadline;
+    io_.stop();
+  });
 }
 
 void NetworkThread::end(Clock::time_point deadline) {

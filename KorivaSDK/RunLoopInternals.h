@@ -10,6 +10,7 @@
 #include "KorivaSDK/NetworkThread.h"
 #include "KorivaSDK/Stage.h"
 #include "socketio/Environment.h"
+#include "socketio/Platform.h"
 
 /// Belongs to the main thread, but for what says otherwise.
 struct KRRunLoop::Internals {
@@ -27,6 +28,7 @@ struct KRRunLoop::Internals {
 
   /// Keeps an exception, to be rethrown by the call that drives the loop.
   void keepException(std::exception_ptr exception);
+  void interrupt();
 
   [[nodiscard]] bool canDrive() const;
   template <class Go>
@@ -38,7 +40,9 @@ struct KRRunLoop::Internals {
   void runReady(bool endsWhenStopped);
   template <class Run>
   std::size_t runOne(Run run);
-  [[nodiscard]] bool isOver() const { return kept || stopRequested; }
+  [[nodiscard]] bool isOver() const {
+    return kept || stopRequested || koriva::platform::isForkedChild();
+  }
 
   /// Leaves the network to another thread, on which `wakeUp` is called; takes it back without one.
   void divide(std::function<void()> wakeUp);
@@ -84,6 +88,7 @@ void guarded(Code&& code) {
   } catch (...) {
     KRRunLoop::main().internals().keepException(std::current_exception());
   }
+  if (platform::isForkedChild()) KRRunLoop::main().internals().interrupt();
 }
 
 }  // namespace koriva

@@ -72,12 +72,10 @@ KorivaSDK::~KorivaSDK() {
   }
   try {
     if (state_->reconnectTimer) state_->reconnectTimer->cancel();
-    if (!state_->lastConnection) return;
-    // The last reference may go on any thread, but the connection belongs to the main thread.
-    environment().postHandler([connection = std::move(state_->lastConnection),
-                               closing = environment().closing()] { connection->release(); });
+    // On any thread. Nobody hears of it: the handlers have gone with the client.
+    if (state_->lastConnection) state_->lastConnection->disconnect();
   } catch (const std::bad_alloc&) {
-    // Too little memory for a detour: the connection is released right here.
+    // Too little memory to take leave: the connection is just dropped.
   }
 }
 
@@ -137,7 +135,11 @@ void KorivaSDK::State::failWithoutTimers() {
   try {
     std::thread([retry, interval = timing().reconnectInterval] {
       std::this_thread::sleep_for(interval);
-      environment().postHandler(retry);
+      try {
+        environment().postHandler(retry);
+      } catch (const std::bad_alloc&) {
+        // As without a thread.
+      }
     }).detach();
   } catch (const std::system_error&) {
     // No thread either: the application has to try again.

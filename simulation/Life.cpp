@@ -253,6 +253,7 @@ bool Life::poll() {
   if (!isWhole || hasThrown) return hasThrown;
   wakeUpDue_.reset();
   auto& ready = isAttached() ? internals_.ready : internals_.io;
+  ready.restart();
   require(ready.poll_one() == 0 && !hasToHear_, invariant::pollsAll, "something is left");
   return false;
 }
@@ -269,6 +270,7 @@ bool Life::isQuiet() const { return hasEnded_ || callsAtOnce_ > maxCallsWithActs
 
 bool Life::runNetworkTask() {
   isOnNetwork_ = true;
+  internals_.io.restart();
   const auto count = internals_.io.poll_one();
   isOnNetwork_ = false;
   return count != 0;
@@ -317,6 +319,7 @@ void Life::drain() {
     if (!wakeUpDue_) break;
     endDeafness();
   }
+  internals_.ready.restart();
   require(internals_.ready.poll_one() == 0, invariant::wakesUp, "it was not");
 }
 

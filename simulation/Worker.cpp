@@ -35,6 +35,8 @@ void runWhatIsLeft() {
   auto& loop = KRRunLoop::main().internals();
   std::size_t count = 0;
   do {
+    loop.ready.restart();
+    loop.io.restart();
     count = loop.ready.poll() + loop.io.poll();
   } while (count != 0);
 }

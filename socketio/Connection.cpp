@@ -86,27 +86,30 @@ void Connection::close() {
 }
 
 void Connection::leave() {
+  if (state_ == State::closed) return;
   if (state_ == State::joined) transport_->send(encodeDisconnect(nsp_));
   shut();
 }
 
 void Connection::endAll(const Environment& environment, const std::string& reason) {
-  for (const auto& weak : environment.takeConnections()) {
+  const auto all = environment.connections();  // handlers may add to them
+  for (const auto& weak : all) {
     const auto connection = weak.lock();
-    if (!connection || connection->state_ == State::closed) continue;
+    if (!connection || connection->status() == Status::disconnected) continue;
     connection->leave();
     environment.dispatchHandler([connection, reason] { connection->onEnded(reason); });
   }
 }
 
 void Connection::emit(std::string event, std::string items, Handler onAck) {
-  const auto size = sizeof(Emission) + event.size() + items.size();
   const char* refusal = nullptr;
+  auto size = sizeof(Emission) + event.size() + items.size();
   if (status() != Status::connected) {
     refusal = "not connected";
   } else if (waitingBytes_ + transport_->queuedBytes() + size > limits_.outgoingBytes) {
     refusal = "too much is waiting to be sent";
   }
+  if (refusal) size -= std::exchange(items, {}).size();
   waitingBytes_ += size;
   runOnIo([this, size,
            emission =
@@ -144,8 +147,8 @@ void Connection::refuse(const std::string& event, const char* reason) {
 // connection until all have ended.
 void Connection::watchAcks() {
   if (isAckTimerSet_ || acks_.empty()) return;
-  isAckTimerSet_ = true;
   ackTimer_->set(acks_.front().deadline, [self = shared_from_this()] { self->expireAcks(); });
+  isAckTimerSet_ = true;
 }
 
 void Connection::expireAcks() {

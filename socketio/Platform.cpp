@@ -112,9 +112,9 @@ bool writeLocked(std::string_view line, std::chrono::milliseconds patience) {
 
 /// Whoever holds the stream lets go of it as long as its descriptor can be written to; otherwise
 /// that may be waited for in vain.
-bool lockStandardOutput() {
+bool lockStandardOutput(Clock::time_point deadline) {
   while (::ftrylockfile(stdout) != 0) {
-    if (!isWritable(STDOUT_FILENO)) return false;
+    if (!isWritable(STDOUT_FILENO) || Clock::now() > deadline) return false;
     ::poll(nullptr, 0, 1);
   }
   return true;
@@ -132,7 +132,7 @@ std::atomic<bool> isForked = false;
 
 bool writeLine(std::string line, std::chrono::milliseconds patience) {
   line += '\n';
-  if (!lockStandardOutput()) return false;
+  if (!lockStandardOutput(Clock::now() + patience)) return false;
   const bool isWritten = writeLocked(line, patience);
   ::funlockfile(stdout);
   return isWritten;

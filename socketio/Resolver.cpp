@@ -64,11 +64,15 @@ void Resolver::startNext() {
 }
 
 void Resolver::run(const std::string& name) {
-  boost::asio::io_context context;
   error_code error;
   Addresses found;
-  for (const auto& result : tcp::resolver(context).resolve(name, "", error)) {
-    found.push_back(result.endpoint().address());
+  try {
+    boost::asio::io_context context;
+    for (const auto& result : tcp::resolver(context).resolve(name, "", error)) {
+      found.push_back(result.endpoint().address());
+    }
+  } catch (const std::exception&) {
+    error = boost::asio::error::no_memory;
   }
   const std::lock_guard lock(mutex_);
   const auto done = std::ranges::find(queries_, name, &Query::name);

@@ -269,9 +269,13 @@ TEST_F(ImpatientClient, IsNotDrivenByAForkedProcess) {
   auto& loop = KRRunLoop::main();
   login();
   EXPECT_TRUE(awaitConnection());
-  const auto child = fork();
+  pid_t child = -1;
+  loop.post([&] {
+    child = fork();
+    child == 0 ? static_cast<void>(alarm(60)) : loop.stop();
+  });
+  loop.run();
   if (child == 0) {
-    alarm(60);
     loop.post([] { std::abort(); });
     loop.poll(), loop.run(), loop.runFor(1h), loop.stop(), loop.detach();
     std::exit(loop.attach([] {}) ? 1 : 0);
