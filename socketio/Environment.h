@@ -60,9 +60,7 @@ class Environment {
 
   // The connections that may stand. On the I/O executor.
   void add(std::weak_ptr<Connection> connection) const;
-  [[nodiscard]] const std::vector<std::weak_ptr<Connection>>& connections() const {
-    return connections_;
-  }
+  [[nodiscard]] std::vector<std::weak_ptr<Connection>> connections() const { return connections_; }
 
   /// Runs `task` on the handle queue: now when the caller is on it, else later, in order.
   template <class Task>
