@@ -278,7 +278,9 @@ TEST_F(ImpatientClient, IsNotDrivenByAForkedProcess) {
   if (child == 0) {
     loop.post([] { std::abort(); });
     loop.poll(), loop.run(), loop.runFor(1h), loop.stop(), loop.detach();
-    std::exit(loop.attach([] {}) ? 1 : 0);
+    const int code = loop.attach([] {}) ? 1 : 0;
+    // To the sanitizer, what the threads hold that are not here looks like a leak.
+    canRunOut ? std::exit(code) : std::_Exit(code);
   }
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
