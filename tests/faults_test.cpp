@@ -247,8 +247,15 @@ TEST_F(ImpatientClient, IsServedByWhicheverThreadDrivesTheNetwork) {
   }
 }
 
-TEST_F(ImpatientClient, IsToldOfAWakeUpThatThrowsAndWokenAgain) {
+TEST_F(ImpatientClient, IsToldOfAWakeUpThatThrowsAndWokenAgainAndStoppedWhileItWaits) {
   auto& loop = KRRunLoop::main();
+  const auto runUntilStopped = [&] {
+    const std::jthread stopping([&] {
+      while (loop.internals().runs == 0) std::this_thread::yield();
+      loop.stop();
+    });
+    loop.run();
+  };
   loop.detach();
   std::atomic<int> left = 2;  // for the attachment and the task
   std::counting_semaphore<> isWoken(0);
@@ -262,7 +269,9 @@ TEST_F(ImpatientClient, IsToldOfAWakeUpThatThrowsAndWokenAgain) {
   EXPECT_THAT(poll, testing::ThrowsMessage<std::runtime_error>("cannot wake up"));
   poll();
   EXPECT_EQ(console.take(), "task\n");
+  runUntilStopped();
   loop.detach();
+  runUntilStopped();
 }
 
 TEST_F(ImpatientClient, IsNotDrivenByAForkedProcess) {
