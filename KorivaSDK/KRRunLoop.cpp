@@ -51,9 +51,7 @@ void KRRunLoop::stop() {
   auto& loop = *internals_;
   if (isForkedChild()) return;
   loop.stopRequested = true;
-  if (loop.runs == 0) return;
-  loop.ready.stop();
-  loop.io.stop();  // a network thread goes on, but it may be about to end
+  if (loop.runs > 0) loop.environment().postHandler([&loop] { loop.interrupt(); });
 }
 
 void KRRunLoop::post(std::function<void()> task) {
@@ -111,7 +109,8 @@ void KRRunLoop::Internals::keepException(std::exception_ptr exception) {
   wake();
 }
 
-/// Has the calls under way that drive the loop look whether they are over.
+/// Has the calls under way that drive the loop look whether they are over. On the main thread:
+/// from another one it might come before a restart.
 void KRRunLoop::Internals::interrupt() {
   ready.stop();
   if (!isAttached) io.stop();
@@ -139,7 +138,7 @@ void KRRunLoop::Internals::runFor(Duration duration) {
     runOnStage(duration);
   } else if (duration > now.max() - now) {  // the clock cannot tell the end
     // One by one, tasks would not find the memory of the one before.
-    while (!isOver()) runOne([this](auto& context) { return isOver() ? 0 : context.run(); });
+    while (!isOver()) runOne([](auto& context) { return context.run(); });
   } else {
     while (!isOver() && runOneUntil(now + duration)) {
     }

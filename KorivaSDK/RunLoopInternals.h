@@ -83,12 +83,13 @@ namespace koriva {
 /// Runs application code. What it throws goes to the call that drives the run loop.
 template <class Code>
 void guarded(Code&& code) {
+  auto& loop = KRRunLoop::main().internals();
   try {
     std::forward<Code>(code)();
   } catch (...) {
-    KRRunLoop::main().internals().keepException(std::current_exception());
+    loop.keepException(std::current_exception());
   }
-  if (platform::isForkedChild()) KRRunLoop::main().internals().interrupt();
+  if (loop.isOver()) loop.interrupt();
 }
 
 }  // namespace koriva
