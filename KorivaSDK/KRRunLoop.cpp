@@ -235,17 +235,19 @@ void KRRunLoop::Internals::takeTurn() {
 }
 
 void KRRunLoop::Internals::callWakeUp() {
+  std::exception_ptr thrown;
   try {
-    wakeUp_();
+    return wakeUp_();
   } catch (...) {
-    isWoken = false;
-    retry->set(environment_.clock()->now() + retryInterval, [this] { wake(); });
-    if (hasWakeUpThrown.exchange(true)) return;
-    boost::asio::post(ready, [this, exception = std::current_exception()] {
-      hasWakeUpThrown = false;
-      keepException(exception);
-    });
+    thrown = std::current_exception();  // which the main thread destroys
   }
+  isWoken = false;
+  retry->set(environment_.clock()->now() + retryInterval, [this] { wake(); });
+  if (hasWakeUpThrown.exchange(true)) return;
+  boost::asio::post(ready, [this, thrown = std::move(thrown)] {
+    hasWakeUpThrown = false;
+    keepException(thrown);
+  });
 }
 
 koriva::testing::Staging koriva::testing::setStage(std::shared_ptr<Stage> stage, int version) {
