@@ -55,33 +55,10 @@ struct Play : ServerTest {
     if (far().frames().empty()) print("nothing");
     peer->forget();
   }
-  void tryTo(const Step& it) {
-    try {
-      perform(steps, it.body);
-    } catch (const std::runtime_error& error) {
-      print(std::string("caught ") + error.what());
-    }
-  }
   void exhaust(bool network) {
     const auto fail = [] { throw std::bad_alloc(); };
     const auto& environment = loop.internals().environment();
     network ? boost::asio::post(environment.io(), fail) : environment.postHandler(fail);
-  }
-  /// Drives the loop in twenty callbacks, each of which comes within one before as long as it can.
-  void nest(bool runs) {
-    int left = 20;
-    int depth = 0;
-    int deepest = 0;
-    const std::function<void()> dive = [&] {
-      if (left-- == 0) return loop.stop();
-      loop.post(dive);
-      deepest = std::max(deepest, depth++);
-      runs ? loop.run() : loop.poll();
-      --depth;
-    };
-    dive();
-    if (!runs) loop.run();
-    print(std::to_string(deepest) + " deep");
   }
   /// Drives the loop only in runs that are stopped before, until the server reports it.
   void runStoppedTo(const std::string& report) {
@@ -136,9 +113,7 @@ struct Play : ServerTest {
       {"post:", [this](auto& it) { loop.post(doing(it)); }},
       {"postNothing", [this](auto&) { loop.post({}); }},
       {"guarded:", [this](auto& it) { koriva::guarded(doing(it)); }},
-      {"try:", [this](auto& it) { tryTo(it); }},
       {"exhaust *", [this](auto& it) { exhaust(it.argument == "network"); }},
-      {"nest *", [this](auto& it) { nest(it.argument == "run"); }},
       {"runStoppedTo *", [this](auto& it) { runStoppedTo(it.argument); }},
       {"poll", [this](auto&) { loop.poll(); }},
       {"run", [this](auto&) { loop.run(); }},
@@ -148,10 +123,6 @@ struct Play : ServerTest {
       {"task:",
        [this](auto& it) {
          sdk->runNowOrWhenSDKReady([act = doing(it)](bool ready) { ready ? act() : print("no"); });
-       }},
-      {"ask:",
-       [this](auto& it) {
-         sdk->deleteGroup("sentinel", [act = doing(it)](const auto&) { act(); });
        }},
       {"mute *", [this](auto& it) { sdk->muteGroup("g1", true, Done{it.argument}); }},
       {"events *",
@@ -166,14 +137,7 @@ struct Play : ServerTest {
          sdk->addDelegate(recorder);
        }},
       {"within: *", [this](auto& it) { named(recorders, it.argument)->act = doing(it); }},
-      {"kill", [this](auto&) { peer->kill(); }},
-      {"revive",
-       [this](auto&) {
-         peer->returnToLife();
-         sdk->setBaseUrl(peer->url());
-       }},
       {"refuse *", [this](auto& it) { peer->refuse(it.argument == "true"); }},
-      {"error *", [this](auto& it) { peer->push("error", "{\"error\":" + it.argument + "}"); }},
       {"count *", [this](auto& it) { print(std::to_string(peer->reports(it.argument).size())); }},
       {"last *",
        [this](auto& it) {

@@ -66,24 +66,6 @@ TEST_F(TestingTest, TellsWhatIsWaitedForInVain) {
                              "\"other\" is connected"}));
 }
 
-TEST_F(TestingTest, LetsTheRunLoopPassTime) {
-  const auto sdk = login();
-  mute(*sdk);
-  loop.poll();
-  loop.runFor(5s - 1ns);
-  EXPECT_EQ(console.takeTo("muted"), std::nullopt);
-  loop.runFor(1ns);
-  EXPECT_TRUE(console.takeTo("muted: failure 6\n"));
-  sdk->muteGroup("g1", true, [this](const auto&) { loop.runFor(1s), loop.stop(); });
-  mute(*sdk, "next");
-  loop.run();
-  loop.post([] { throw std::runtime_error("posted"); });
-  EXPECT_THROW(loop.runFor(1s), std::runtime_error);
-  server->advance(0s);
-  EXPECT_TRUE(console.takeTo("next: failure 6\n"));
-  EXPECT_EQ(failures, Texts());
-}
-
 TEST_F(TestingTest, ServesClientsByTheirTokens) {
   server->onLogin([this](const auto& login) {
     server->push("error", {{"error", login.token == "a" ? 1 : 2}}, login.token);
