@@ -115,7 +115,6 @@ struct Play : ServerTest {
       {"guarded:", [this](auto& it) { koriva::guarded(doing(it)); }},
       {"exhaust *", [this](auto& it) { exhaust(it.argument == "network"); }},
       {"runStoppedTo *", [this](auto& it) { runStoppedTo(it.argument); }},
-      {"poll", [this](auto&) { loop.poll(); }},
       {"run", [this](auto&) { loop.run(); }},
       {"runForAges", [this](auto&) { loop.runFor(std::chrono::nanoseconds::max() - 1s); }},
       {"stop", [this](auto&) { loop.stop(); }},
@@ -144,7 +143,6 @@ struct Play : ServerTest {
          const auto reports = peer->reports(it.argument);
          print(reports.empty() ? "nothing" : json::serialize(reports.back()));
        }},
-      {"settle", [this](auto&) { sdk->deleteGroup("sentinel", Done{"settled"}); }},
   };
 };
 

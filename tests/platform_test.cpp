@@ -168,10 +168,4 @@ TEST(StandardOutput, HoldsNobodyUp) {
 
 TEST(Sockets, AreNoStandardStreamAndInheritedByNobody) { expectEnd(openSockets, cleanly); }
 
-TEST(Forks, AreNoticedInTheChild) {
-  koriva::platform::watchForks();
-  EXPECT_FALSE(koriva::platform::isForkedChild());
-  EXPECT_EXIT(std::_Exit(koriva::platform::isForkedChild() ? 0 : 1), cleanly, "");
-}
-
 }  // namespace

@@ -41,10 +41,8 @@ TEST(Script, NamesThePlaceOfAMistake) {
       {"[a]\n  do\n  od\n", "t.txt:3: there is no step 'od' like this"},
       {"[a]\n  later it: later it:\n    od\n", "t.txt:3: there is no step 'od' like this"},
       {"[a]\n  later it: later it:\n  do\n", "t.txt:2: nothing is indented below this"},
-      {"[a]\n  later it: do => seen\n", "none"},
       {"[a]\n  later it:\n    do => seen\n", "t.txt:3: what is seen stands in no body"},
       {"[a]\n  do\n    do\n", "t.txt:3: this is indented too far"},
-      {"[a]\n   do\n", "t.txt:2: this is indented too far"},
   };
   for (const auto& [text, mistake] : scripts) EXPECT_EQ(mistakeIn(text, asScript), mistake);
 }

@@ -84,8 +84,6 @@ class Peer {
   /// What has happened, of one kind, in order.
   virtual json::array reports(const std::string& of) = 0;
   virtual void forget() = 0;
-  virtual void kill() = 0;
-  virtual void returnToLife() = 0;
   /// Drives the run loop until the condition holds; false when it never does.
   [[nodiscard]] virtual bool await(const std::function<bool()>& condition) = 0;
 };
@@ -94,8 +92,25 @@ class Peer {
 /// process of its own.
 class Server final : public Peer {
  public:
-  explicit Server(const std::string& options = "{}") { start(options); }
-  ~Server() override { Server::kill(); }
+  explicit Server(const std::string& options = "{}") {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(ends[1], STDIN_FILENO);
+      dup2(ends[1], STDOUT_FILENO);
+      const auto* program = realServer() ? realServer() : KORIVA_TEST_SERVER;
+      execl(program, "server", options.c_str(), nullptr);
+      _exit(127);
+    }
+    close(ends[1]);
+    stream_.socket().assign(boost::asio::local::stream_protocol(), ends[0]);
+    port_ = readLine();
+  }
+  ~Server() override {
+    ::kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
 
   std::string url() const override { return "http://127.0.0.1:" + port_; }
   /// Its answer; throws when it cannot do what it is told.
@@ -120,30 +135,8 @@ class Server final : public Peer {
     return tell(R"({"do":"reports","of":")" + of + "\"}").as_array();
   }
   bool await(const std::function<bool()>& condition) override { return runUntil(condition); }
-  void kill() override {
-    if (process_ == 0) return;
-    ::kill(process_, SIGKILL);
-    waitpid(std::exchange(process_, 0), nullptr, 0);
-    stream_.close();
-  }
-  void returnToLife() override { start("{}"); }
 
  private:
-  void start(const std::string& options) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
-    process_ = fork();
-    if (process_ == 0) {
-      dup2(ends[1], STDIN_FILENO);
-      dup2(ends[1], STDOUT_FILENO);
-      const auto* program = realServer() ? realServer() : KORIVA_TEST_SERVER;
-      execl(program, "server", options.c_str(), nullptr);
-      _exit(127);
-    }
-    close(ends[1]);
-    stream_.socket().assign(boost::asio::local::stream_protocol(), ends[0]);
-    port_ = readLine();
-  }
   std::string readLine() {
     std::string line;
     if (!std::getline(stream_, line)) throw std::logic_error("the test server has ended");
@@ -172,7 +165,6 @@ class MemoryServer final : public Peer {
       if (of == "url") all.emplace_back(login.target);
     }
     for (const auto& frame : far.frames()) {
-      if (of == "frame") all.emplace_back(frame);
       if (of == "disconnect" && frame == "41/data,")
         all.emplace_back("client namespace disconnect");
     }
@@ -184,11 +176,6 @@ class MemoryServer final : public Peer {
   void forget() override {
     far.forget();
     seen_ = 0;
-  }
-  void kill() override { far.shutDown(); }
-  void returnToLife() override {
-    forget();
-    far.accept();
   }
   bool await(const std::function<bool()>& condition) override {
     do {
