@@ -1,8 +1,6 @@
 #pragma once
 
-#include <atomic>
-#include <functional>
-#include <memory>
+#include <boost/asio/dispatch.hpp>
 
 #include "socketio/Environment.h"
 
@@ -15,11 +13,32 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
   Alarm(const Environment& environment, Duration period, std::function<void()> task)
       : environment_(environment), period_(period), task_(std::move(task)) {}
 
-  void start();
-  void cancel();
+  void start() {
+    boost::asio::dispatch(
+        environment_.io(),
+        [self = shared_from_this(), first = clock_->now() + period_] { self->wait(first); });
+  }
+
+  // Also when it overtakes the start, or what is due already.
+  void cancel() {
+    isCancelled_ = true;
+    boost::asio::dispatch(environment_.io(),
+                          [self = shared_from_this()] { self->timer_->cancel(); });
+  }
 
  private:
-  void wait(TimePoint when);
+  // Repeats itself here, not from its task, which would wake the I/O thread once more each time.
+  void wait(TimePoint when) {
+    if (isCancelled_) return;
+    timer_->set(when, [self = shared_from_this()] {
+      self->wait(self->clock_->now() + self->period_);
+      if (self->isDue_.exchange(true)) return;
+      self->environment_.dispatchHandler([self] {
+        self->isDue_ = false;
+        if (!self->isCancelled_) self->task_();
+      });
+    });
+  }
 
   const Environment& environment_;
   const Duration period_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <functional>
@@ -8,10 +9,15 @@
 #include <utility>
 #include <vector>
 
-#include "socketio/SystemClock.h"
 #include "socketio/Transport.h"
 
 namespace koriva::socketio {
+
+using Executor = boost::asio::io_context::executor_type;
+
+/// A timer of the system's, of which a few take descriptors when there is none yet.
+using SystemTimer = boost::asio::basic_waitable_timer<
+    std::chrono::steady_clock, boost::asio::wait_traits<std::chrono::steady_clock>, Executor>;
 
 class Connection;
 
@@ -51,12 +57,8 @@ class Environment {
   void setWorld(World world) { world_ = std::move(world); }
 
   /// Held while a connection is being closed in the background, after what was sent before.
-  using Closing = std::unique_ptr<std::atomic<int>, void (*)(std::atomic<int>*)>;
-  [[nodiscard]] Closing closing() const {
-    ++closings_;
-    return {&closings_, [](auto* count) { --*count; }};
-  }
-  [[nodiscard]] bool isClosing() const { return closings_ != 0; }
+  [[nodiscard]] std::shared_ptr<void> closing() const { return closing_; }
+  [[nodiscard]] bool isClosing() const { return closing_.use_count() > 1; }
 
   // The connections that may stand. On the I/O executor.
   void add(std::weak_ptr<Connection> connection) const;
@@ -85,7 +87,7 @@ class Environment {
   bool isOneThread_ = false;
   std::function<void()> handlerPosted_;
   World world_;
-  mutable std::atomic<int> closings_ = 0;
+  const std::shared_ptr<void> closing_ = std::make_shared<char>();
   mutable std::vector<std::weak_ptr<Connection>> connections_;
 };
 

@@ -48,10 +48,7 @@ error_code openSocket(TcpSocket& socket, const tcp& protocol) {
 /// unreadable, the trust store would stay empty for good.
 ssl::context& tlsContext() {
   static ssl::context& context = *[] {
-    {
-      asio::io_context waiting;
-      const SystemTimer possible(waiting.get_executor());
-    }
+    static_cast<void>(SystemTimer(asio::io_context().get_executor()));
     auto* made = new ssl::context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
     SSL_CTX_set_options(made->native_handle(), SSL_OP_NO_RENEGOTIATION);
@@ -90,11 +87,6 @@ class Stream {
   TcpSocket& tcpSocket() { return tcp_; }
   std::optional<ssl::stream<TcpSocket&>>& tlsStream() { return tls_; }
 
-  void close() {
-    error_code ignored;
-    tcp_.close(ignored);
-  }
-
   template <class Buffers, class Handler>
   auto async_read_some(const Buffers& buffers, Handler&& handler) {
     return tls_ ? tls_->async_read_some(buffers, std::forward<Handler>(handler))
@@ -116,7 +108,10 @@ class Stream {
                [handler = std::forward<Handler>(handler)]() mutable { handler(error_code{}); });
   }
 
-  friend void beast_close_socket(Stream& stream) { stream.close(); }
+  friend void beast_close_socket(Stream& stream) {
+    error_code ignored;
+    stream.tcp_.close(ignored);
+  }
 
  private:
   TcpSocket tcp_;
@@ -126,16 +121,13 @@ class Stream {
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
   explicit WebSocket(const Environment& environment)
-      : environment_(environment),
-        executor_(environment.io()),
-        attemptTimer_(executor_),
-        closeTimer_(executor_) {}
+      : environment_(environment), attemptTimer_(environment.io()), closeTimer_(environment.io()) {}
 
   void open(const Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
   void send(std::string frame) override;
   void close() override;
-  void setIdleLimit(std::chrono::milliseconds limit) override;
+  void setIdleLimit(std::chrono::milliseconds limit) override { setTimeouts(limit); }
   void pauseReading(bool pause) override;
   [[nodiscard]] std::size_t queuedBytes() const override {
     return queuedBytes_.load(std::memory_order_relaxed);
@@ -144,8 +136,8 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
  private:
   enum class State { idle, connecting, open, closing, closed };
 
-  void resolve();
-  void connectToAny(Resolver::Addresses addresses);
+  void onResolved(error_code error, const Addresses& found);
+  void connectToAny(Addresses addresses);
   void startAttempt();
   void onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error);
   void abandonAttempts();
@@ -153,17 +145,17 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void handshake();
   void onHandshake(error_code error);
   void applyOptions();
+  void setTimeouts(Duration idle);
   void read();
   void onRead(error_code error);
   void writeNext();
   void closeGracefully();
-  void closeBy(Duration limit);
+  void limitClosing();
   void drop();
   void fail(const std::string& what, const error_code& error);
 
   const Environment& environment_;
-  Executor executor_;
-  Resolver::Addresses addresses_;  // still to be tried, the next one last
+  Addresses addresses_;  // still to be tried, the next one last
   std::vector<std::shared_ptr<TcpSocket>> attempts_;
   SystemTimer attemptTimer_;
   std::optional<websocket::stream<Stream, true>> ws_;
@@ -173,7 +165,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   std::optional<Endpoint> endpoint_;
   std::string target_;
   State state_ = State::idle;
-  Environment::Closing closing_{nullptr, nullptr};  // while closing
+  std::shared_ptr<void> closing_;  // while closing
 
   std::string incoming_;
   std::optional<asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>>>
@@ -192,33 +184,30 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   listener_ = std::move(listener);
   state_ = State::connecting;
   try {
-    ws_.emplace(executor_, endpoint.tls());
+    ws_.emplace(environment_.io(), endpoint.tls());
   } catch (const boost::system::system_error& failure) {
-    return asio::post(executor_, [self = shared_from_this(), error = failure.code()] {
+    return asio::post(environment_.io(), [self = shared_from_this(), error = failure.code()] {
       if (self->state_ == State::connecting) self->fail("cannot connect", error);
     });
   }
 
   error_code error;
   const auto address = asio::ip::make_address(endpoint.host(), error);
-  if (error) return resolve();
-  connectToAny({address});
+  if (!error) return connectToAny({address});
+  resolve(endpoint.host(), environment_.io(), weak_from_this(),
+          [this](error_code failure, const auto& found) { onResolved(failure, found); });
 }
 
-void WebSocket::resolve() {
-  Resolver::shared().resolve(endpoint_->host(), executor_, weak_from_this(),
-                             [this](error_code error, const Resolver::Addresses& found) {
-                               if (state_ != State::connecting) return;
-                               if (error) return fail("cannot resolve the host", error);
-                               if (found.empty())
-                                 return fail("cannot resolve the host: it has no address", {});
-                               connectToAny(found);
-                             });
+void WebSocket::onResolved(error_code error, const Addresses& found) {
+  if (state_ != State::connecting) return;
+  if (error) return fail("cannot resolve the host", error);
+  if (found.empty()) return fail("cannot resolve the host: it has no address", {});
+  connectToAny(found);
 }
 
 // Attempts run side by side, a little apart and with the address families in turn (RFC 8305), so
 // that an address that swallows everything costs a fraction of a second.
-void WebSocket::connectToAny(Resolver::Addresses addresses) {
+void WebSocket::connectToAny(Addresses addresses) {
   const auto otherFamily = std::stable_partition(
       addresses.begin(), addresses.end(),
       [isV4 = addresses.front().is_v4()](const auto& address) { return address.is_v4() == isV4; });
@@ -234,12 +223,12 @@ void WebSocket::connectToAny(Resolver::Addresses addresses) {
 void WebSocket::startAttempt() {
   const tcp::endpoint address(addresses_.back(), endpoint_->port());
   addresses_.pop_back();
-  const auto socket = attempts_.emplace_back(std::make_shared<TcpSocket>(executor_));
+  const auto socket = attempts_.emplace_back(std::make_shared<TcpSocket>(environment_.io()));
   const auto onEnd = [self = shared_from_this(), socket](error_code error) {
     self->onAttempt(socket, error);
   };
   if (const auto error = openSocket(*socket, address.protocol())) {
-    asio::post(executor_, [onEnd, error] { onEnd(error); });
+    asio::post(environment_.io(), [onEnd, error] { onEnd(error); });
   } else {
     socket->async_connect(address, onEnd);
   }
@@ -288,12 +277,7 @@ void WebSocket::startTls() {
 }
 
 void WebSocket::applyOptions() {
-  websocket::stream_base::timeout limits;
-  limits.handshake_timeout = handshakeLimit;
-  limits.idle_timeout = websocket::stream_base::none();
-  limits.keep_alive_pings = false;
-  ws_->set_option(limits);
-
+  setTimeouts(websocket::stream_base::none());
   // Chat frames are small: a cheap level, and only where there is something to gain.
   websocket::permessage_deflate deflate;
   deflate.client_enable = true;
@@ -310,7 +294,7 @@ void WebSocket::applyOptions() {
   ws_->control_callback(
       [weak = weak_from_this()](websocket::frame_type type, beast::string_view /*payload*/) {
         const auto self = weak.lock();
-        if (self && type == websocket::frame_type::close) self->closeBy(closeLimit);
+        if (self && type == websocket::frame_type::close) self->limitClosing();
       });
 }
 
@@ -359,12 +343,9 @@ void WebSocket::pauseReading(bool pause) {
   if (!pause && !reading_ && state_ == State::open) read();
 }
 
-void WebSocket::setIdleLimit(std::chrono::milliseconds limit) {
-  websocket::stream_base::timeout limits;
-  limits.handshake_timeout = handshakeLimit;
-  limits.idle_timeout = limit;
-  limits.keep_alive_pings = false;
-  ws_->set_option(limits);
+void WebSocket::setTimeouts(Duration idle) {
+  ws_->set_option(websocket::stream_base::timeout{
+      .handshake_timeout = handshakeLimit, .idle_timeout = idle, .keep_alive_pings = false});
 }
 
 /// What a waiting frame costs: of short ones, the string is the larger part.
@@ -393,7 +374,7 @@ void WebSocket::close() {
   if (state_ != State::open) return drop();
   state_ = State::closing;
   closing_ = environment_.closing();
-  closeBy(closeLimit);
+  limitClosing();
   if (outgoing_.empty()) closeGracefully();
 }
 
@@ -402,8 +383,8 @@ void WebSocket::closeGracefully() {
                    [self = shared_from_this()](error_code) { self->drop(); });
 }
 
-void WebSocket::closeBy(Duration limit) {
-  closeTimer_.expires_after(limit);
+void WebSocket::limitClosing() {
+  closeTimer_.expires_after(closeLimit);
   closeTimer_.async_wait([self = shared_from_this()](error_code error) {
     if (error) return;
     if (self->state_ == State::open) return self->fail("the server closed the connection", {});
@@ -416,7 +397,7 @@ void WebSocket::drop() {
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();
-  if (ws_) ws_->next_layer().close();
+  if (ws_) beast::close_socket(ws_->next_layer());
 }
 
 void WebSocket::fail(const std::string& what, const error_code& error) {

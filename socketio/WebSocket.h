@@ -1,9 +1,6 @@
 #pragma once
 
-#include <memory>
-
 #include "socketio/Environment.h"
-#include "socketio/Transport.h"
 
 namespace koriva::socketio {
 
