@@ -51,8 +51,7 @@ void Connection::dial(const Endpoint& endpoint, const std::string& target) {
   if (status() == Status::disconnected) return;
   state_ = State::opening;
   connectTimer_->set(clock_->now() + limits_.connect, [weak = weak_from_this()] {
-    const auto self = weak.lock();
-    if (self && self->state_ != State::joined) self->fail("the connection attempt timed out");
+    if (const auto self = weak.lock()) self->fail("the connection attempt timed out");
   });
   transport_->open(endpoint, target, weak_from_this());
 }
@@ -210,7 +209,7 @@ void Connection::onHandshake(std::string_view json) {
 void Connection::watchHeartbeat() {
   heartbeatTimer_->set(lastHeartbeat_ + heartbeatLimit_, [weak = weak_from_this()] {
     const auto self = weak.lock();
-    if (!self || self->state_ == State::closed) return;
+    if (!self) return;
     if (self->clock_->now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
       return self->fail("the server's heartbeat stopped");
     }

@@ -22,19 +22,11 @@ bool isName(std::string_view host) {
          host.find("..") == std::string_view::npos;
 }
 
-/// The host of a URL, if it is one.
-std::string_view hostOf(const urls::url_view& url) {
-  const std::string_view host = url.encoded_host_address();
-  switch (url.host_type()) {
-    case urls::host_type::name:
-      return isName(host) ? host : "";
-    case urls::host_type::ipv4:
-      return host;
-    case urls::host_type::ipv6:
-      return host.find('%') == std::string_view::npos ? host : "";  // a zone
-    default:
-      return "";
-  }
+bool isHost(std::string_view host, urls::host_type type) {
+  if (host.empty()) return false;
+  if (type == urls::host_type::name) return isName(host);
+  const bool hasZone = host.find('%') != std::string_view::npos;
+  return type == urls::host_type::ipv4 || (type == urls::host_type::ipv6 && !hasZone);
 }
 
 }  // namespace
@@ -47,8 +39,8 @@ std::optional<Endpoint> Endpoint::parse(std::string_view url) {
   const bool tls = scheme == urls::scheme::https || scheme == urls::scheme::wss;
   if (!tls && scheme != urls::scheme::http && scheme != urls::scheme::ws) return std::nullopt;
 
-  const auto host = hostOf(*parsed);
-  if (host.empty()) return std::nullopt;
+  const std::string_view host = parsed->encoded_host_address();
+  if (!isHost(host, parsed->host_type())) return std::nullopt;
   const auto path = parsed->encoded_path();
   if (!path.empty() && path.front() != '/') return std::nullopt;  // a port that is no number
   const std::string port = parsed->port();
