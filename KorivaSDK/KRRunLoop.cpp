@@ -182,9 +182,7 @@ bool KRRunLoop::Internals::runOneUntil(TimePoint end) {
 
 template <class Run>
 std::size_t KRRunLoop::Internals::runOne(Run run) {
-  auto& context = isAttached || marks > 0 ? ready : io;
-  context.restart();
-  return koriva::surviving(environment_, [&] { return run(context); });
+  return koriva::runSurviving(environment_, isAttached || marks > 0 ? ready : io, run);
 }
 
 void KRRunLoop::Internals::divide(std::function<void()> wakeUp) {

@@ -10,13 +10,9 @@ void NetworkThread::start() {
 }
 
 void NetworkThread::run() {
-  while (!deadline_) {
-    io_.restart();
-    surviving(environment_, [this] { return io_.run(); });
-  }
-  while (environment_.isClosing() && Clock::now() < *deadline_) {
-    io_.restart();
-    surviving(environment_, [this] { return io_.run_one_until(*deadline_); });
+  while (!deadline_) runSurviving(environment_, io_, [](auto& io) { return io.run(); });
+  const auto runOne = [this](auto& io) { return io.run_one_until(*deadline_); };
+  while (environment_.isClosing() && runSurviving(environment_, io_, runOne) != 0) {
   }
 }
 

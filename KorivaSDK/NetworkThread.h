@@ -39,12 +39,14 @@ class NetworkThread {
   std::optional<Clock::time_point> deadline_;  ///< the thread's own, once it has to end
 };
 
-/// Has `run` run a task of the library's. One that throws, for want of memory, costs the
-/// connections of the environment and nothing else.
+/// Has `run` run what waits in the context. A task of the library's that throws, for want of
+/// memory, costs the connections of the environment and nothing else.
 template <class Run>
-std::size_t surviving(const socketio::Environment& environment, Run run) {
+std::size_t runSurviving(const socketio::Environment& environment, boost::asio::io_context& context,
+                         Run run) {
+  context.restart();
   try {
-    return run();
+    return run(context);
   } catch (...) {
     try {
       boost::asio::post(environment.io(), [&environment] {
