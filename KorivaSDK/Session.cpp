@@ -119,24 +119,23 @@ void KorivaSDK::State::connect() {
 // one is ignored: nothing could keep their attempts apart.
 void KorivaSDK::State::failWithoutTimers() {
   if (std::exchange(isStranded, true)) return;
-  const auto unlessOver = [weak = client.weak_from_this()](void (*act)(State&)) {
-    return [weak, act] {
+  const auto postUnlessOver = [weak = client.weak_from_this()](void (*act)(State&)) {
+    environment().postHandler([weak, act] {
       const auto sdk = weak.lock();
       if (sdk && sdk->state_->isStranded) act(*sdk->state_);
-    };
+    });
   };
-  environment().postHandler(unlessOver([](State& state) {
+  postUnlessOver([](State& state) {
     state.handlers.find(socketio::disconnectEvent)->second(socketio::Items());
-  }));
-  const auto retry = unlessOver([](State& state) {
-    state.isStranded = false;
-    state.connect();
   });
   try {
-    std::thread([retry, interval = timing().reconnectInterval] {
+    std::thread([postUnlessOver, interval = timing().reconnectInterval] {
       std::this_thread::sleep_for(interval);
       try {
-        environment().postHandler(retry);
+        postUnlessOver([](State& state) {
+          state.isStranded = false;
+          state.connect();
+        });
       } catch (const std::bad_alloc&) {
         // As without a thread.
       }
@@ -148,11 +147,11 @@ void KorivaSDK::State::failWithoutTimers() {
 
 void KorivaSDK::State::startReconnectTimer() {
   if (reconnectTimer) reconnectTimer->cancel();
-  reconnectTimer = std::make_shared<socketio::Alarm>(environment(), timing().reconnectInterval,
-                                                     [weak = client.weak_from_this()] {
-                                                       if (const auto sdk = weak.lock())
-                                                         sdk->reconnectFired();
-                                                     });
+  const auto fire = [weak = client.weak_from_this()] {
+    if (const auto sdk = weak.lock()) sdk->reconnectFired();
+  };
+  reconnectTimer =
+      std::make_shared<socketio::Alarm>(environment(), timing().reconnectInterval, fire);
   reconnectTimer->start();
 }
 
