@@ -8,9 +8,6 @@
 
 #include "extensions/KRExport.h"
 
-/// \file
-/// Why requests fail.
-
 /// Why a request failed: a small value, equal by case.
 class KR_EXPORT KRError {
  public:

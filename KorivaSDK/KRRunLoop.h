@@ -6,9 +6,6 @@
 
 #include "extensions/KRExport.h"
 
-/// \file
-/// The loop on which the library calls the application.
-
 /// The loop on which the library calls the application: every completion, delegate call, queued
 /// task and timer tick runs on the thread that drives it, one at a time and in order. That thread
 /// is the *main thread* of the documentation.

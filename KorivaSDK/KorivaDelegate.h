@@ -12,9 +12,6 @@
 #include "models/KRMessage.h"
 #include "models/KRSecretChat.h"
 
-/// \file
-/// What the server pushes, as calls.
-
 /// Hears what the server pushes. Override what is of interest; everything else does nothing.
 ///
 /// All calls come on the thread that drives KRRunLoop::main(), one after the other, in the order

@@ -30,9 +30,6 @@
 #include "models/KRMessage.h"
 #include "models/KRSecretChat.h"
 
-/// \file
-/// The chat client. All that an application includes.
-
 /// The chat client: one session with the chat server, its requests and its pushed events.
 ///
 /// ```cpp
