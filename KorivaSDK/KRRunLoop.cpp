@@ -3,10 +3,10 @@
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <cstdlib>
-#include <system_error>
 #include <utility>
 
 #include "KorivaSDK/KRVersion.h"
+#include "KorivaSDK/NetworkThread.h"
 #include "KorivaSDK/RunLoopInternals.h"
 #include "socketio/Platform.h"
 #include "socketio/WebSocket.h"
@@ -65,7 +65,7 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   if (loop.isAttached || loop.depth > 0 || loop.stage || !loop.prepareToWait()) return false;
   loop.divide(std::move(wakeUp));
   try {
-    loop.networkThread.start();
+    loop.networkThread->start();
   } catch (const std::exception&) {
     loop.divide({});
     return false;
@@ -73,7 +73,7 @@ bool KRRunLoop::attach(std::function<void()> wakeUp) {
   koriva::socketio::prepareTls();
   [[maybe_unused]] static const int error = std::atexit([] {
     if (isForkedChild()) return;
-    main().internals().networkThread.endAtExit(steady_clock::now() + closingLimit);
+    main().internals().networkThread->endAtExit(steady_clock::now() + closingLimit);
   });
   loop.wake();  // for what was posted before
   return true;
@@ -83,13 +83,13 @@ void KRRunLoop::detach() {
   auto& loop = *internals_;
   if (isForkedChild() || !loop.isAttached) return;
   loop.leave();
-  loop.networkThread.end(steady_clock::now() + closingLimit);
+  loop.networkThread->end(steady_clock::now() + closingLimit);
   loop.unite();
 }
 
-KRRunLoop::Internals::Internals() {
+KRRunLoop::Internals::Internals()
+    : networkThread(std::make_unique<koriva::NetworkThread>(io, environment_)) {
   koriva::platform::watchForks();
-  environment_.setHandleQueue(ready.get_executor(), [this] { onHandlerPosted(); });
   environment_.setOneThread(true);
   prepareToWait();
 }

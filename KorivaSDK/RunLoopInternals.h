@@ -7,10 +7,13 @@
 #include <memory>
 
 #include "KorivaSDK/KRRunLoop.h"
-#include "KorivaSDK/NetworkThread.h"
 #include "KorivaSDK/Stage.h"
 #include "socketio/Environment.h"
 #include "socketio/Platform.h"
+
+namespace koriva {
+class NetworkThread;
+}
 
 /// Belongs to the main thread, but for what says otherwise.
 struct KRRunLoop::Internals {
@@ -60,9 +63,10 @@ struct KRRunLoop::Internals {
   boost::asio::io_context ready;  ///< what the main thread has to do
   const WorkGuard ioWork{io.get_executor()};
   const WorkGuard readyWork{ready.get_executor()};
-  koriva::socketio::Environment environment_{io.get_executor()};
+  koriva::socketio::Environment environment_{io.get_executor(), ready.get_executor(),
+                                             [this] { onHandlerPosted(); }};
   std::shared_ptr<koriva::testing::Stage> stage;  ///< null unless a test is on
-  koriva::NetworkThread networkThread{io, environment_};
+  const std::unique_ptr<koriva::NetworkThread> networkThread;
 
   int depth = 0;            ///< calls that drive the loop, each within a callback of the one before
   std::exception_ptr kept;  ///< of the innermost

@@ -45,8 +45,8 @@ struct Far final : Transport {
 
 class Play {
  public:
-  explicit Play(bool attached) {
-    if (attached) environment_.setHandleQueue(application_.get_executor());
+  explicit Play(bool attached)
+      : environment_(network_.get_executor(), (attached ? application_ : network_).get_executor()) {
     Limits limits;
     limits.acknowledgement = 1ms;
     limits.undelivered = 4;
@@ -177,7 +177,7 @@ class Play {
 
   boost::asio::io_context network_;
   boost::asio::io_context application_;
-  Environment environment_{network_.get_executor()};
+  Environment environment_;
   std::shared_ptr<Far> far_ = std::make_shared<Far>();
   const std::shared_ptr<const Handlers> handlers_ = handlers();
   std::shared_ptr<Connection> connection_;

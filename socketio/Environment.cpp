@@ -44,12 +44,12 @@ class SystemClock final : public Clock {
 
 }  // namespace
 
-Environment::Environment(const Executor& io) : io_(io), handlers_(io), world_(systemWorld()) {}
-
-void Environment::setHandleQueue(Executor handlers, std::function<void()> handlerPosted) {
-  handlers_ = std::move(handlers);
-  handlerPosted_ = std::move(handlerPosted);
-}
+Environment::Environment(const Executor& io, const Executor& handlers,
+                         std::function<void()> handlerPosted)
+    : io_(io),
+      handlers_(handlers),
+      handlerPosted_(std::move(handlerPosted)),
+      world_(systemWorld()) {}
 
 void Environment::add(std::weak_ptr<Connection> connection) const {
   std::erase_if(connections_, [](const auto& each) { return each.expired(); });

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -26,11 +25,12 @@ class Connection;
 /// same. Outlives everything that was built on it.
 class Environment {
  public:
-  explicit Environment(const Executor& io);
+  explicit Environment(const Executor& io) : Environment(io, io) {}
+  /// `handlerPosted` is called after each task that is posted to the handle queue, on the posting
+  /// thread.
+  Environment(const Executor& io, const Executor& handlers,
+              std::function<void()> handlerPosted = {});
 
-  /// Has handlers run elsewhere. `handlerPosted` is called after each task that is posted there, on
-  /// the posting thread. Before anything is built on the environment.
-  void setHandleQueue(Executor handlers, std::function<void()> handlerPosted = {});
   /// Says whether one thread drives both executors, so that what runs on the I/O executor is on
   /// the handle queue, too. While no other thread drives either.
   void setOneThread(bool isOne) { isOneThread_ = isOne; }
@@ -66,12 +66,8 @@ class Environment {
 
   /// Runs `task` on the handle queue: now when the caller is on it, else later, in order.
   template <class Task>
-  void dispatchHandler(Task&& task) const {
-    if (onHandleQueue()) {
-      std::forward<Task>(task)();
-    } else {
-      postHandler(std::forward<Task>(task));
-    }
+  void dispatchHandler(Task task) const {
+    onHandleQueue() ? task() : postHandler(std::move(task));
   }
 
   /// Runs `task` on the handle queue, never before this call returns. From any thread.
@@ -82,10 +78,10 @@ class Environment {
   }
 
  private:
-  Executor io_;
-  Executor handlers_;
+  const Executor io_;
+  const Executor handlers_;
+  const std::function<void()> handlerPosted_;
   bool isOneThread_ = false;
-  std::function<void()> handlerPosted_;
   World world_;
   const std::shared_ptr<void> closing_ = std::make_shared<char>();
   mutable std::vector<std::weak_ptr<Connection>> connections_;

@@ -36,7 +36,6 @@ class Play {
  public:
   static bool knowsTime() { return true; }
   explicit Play(bool /*inTime*/) {
-    environment_.setHandleQueue(handlers_.get_executor());
     environment_.setWorld(
         {environment_.clock(), [this] { return far_ = std::make_shared<FakeTransport>(note_); }});
   }
@@ -99,7 +98,7 @@ class Play {
   Limits limits_;
   boost::asio::io_context network_;
   boost::asio::io_context handlers_;
-  Environment environment_{network_.get_executor()};
+  Environment environment_{network_.get_executor(), handlers_.get_executor()};
   std::shared_ptr<FakeTransport> far_;
   std::shared_ptr<const Handlers> handles_;
   std::shared_ptr<Connection> connection_;

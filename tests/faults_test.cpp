@@ -5,6 +5,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <list>
 #include <set>
+#include <thread>
 
 #include "tests/support/Attempt.h"
 #include "tests/support/Table.h"
