@@ -14,12 +14,7 @@ Connection::Connection(const Environment& environment, std::string nsp, const Li
     : environment_(environment),
       nsp_(std::move(nsp)),
       limits_(limits),
-      clock_(environment.clock()),
-      transport_(environment.makeTransport()),
-      handlers_(std::move(handlers)),
-      connectTimer_(clock_->makeTimer()),
-      heartbeatTimer_(clock_->makeTimer()),
-      ackTimer_(clock_->makeTimer()) {}
+      handlers_(std::move(handlers)) {}
 
 // Nothing that waits for its turn is overtaken. With nothing waiting, a detour would cost each
 // answer to an event another one.
@@ -49,7 +44,6 @@ void Connection::connect(const Endpoint& endpoint, const ConnectParameters& para
 
 void Connection::dial(const Endpoint& endpoint, const std::string& target) {
   if (status() == Status::disconnected) return;
-  state_ = State::opening;
   connectTimer_->set(clock_->now() + limits_.connect, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->fail("the connection attempt timed out");
   });
@@ -65,23 +59,19 @@ Duration Connection::delayOfNextDial(const Clock& nextClock) const {
 
 void Connection::disconnect() {
   if (!becomeDisconnected()) return;
-  close();
+  runOnIo([this, closing = environment_.closing()] { leave(); });
   raise(disconnectEvent, Items(quoted("disconnected by the client")));
 }
 
 void Connection::release() {
   handlers_.reset();
-  if (becomeDisconnected()) close();
+  disconnect();
 }
 
 /// False when it was on no connection.
 bool Connection::becomeDisconnected() {
   const auto before = status_.exchange(Status::disconnected);
   return before == Status::connecting || before == Status::connected;
-}
-
-void Connection::close() {
-  runOnIo([this, closing = environment_.closing()] { leave(); });
 }
 
 void Connection::leave() {
@@ -102,7 +92,7 @@ void Connection::endAll(const Environment& environment, const std::string& reaso
 
 void Connection::emit(std::string event, std::string items, Handler onAck) {
   const char* refusal = nullptr;
-  auto size = sizeof(Emission) + event.size() + items.size();
+  auto size = 2 * sizeof(std::string) + sizeof(Handler) + event.size() + items.size();
   if (status() != Status::connected) {
     refusal = "not connected";
   } else if (waitingBytes_ + transport_->queuedBytes() + size > limits_.outgoingBytes) {
@@ -110,26 +100,26 @@ void Connection::emit(std::string event, std::string items, Handler onAck) {
   }
   if (refusal) size -= std::exchange(items, {}).size();
   waitingBytes_ += size;
-  runOnIo([this, size,
-           emission =
-               Emission{std::move(event), std::move(items), std::move(onAck), refusal}]() mutable {
+  runOnIo([this, size, refusal, event = std::move(event), items = std::move(items),
+           onAck = std::move(onAck)]() mutable {
     waitingBytes_ -= size;
-    send(std::move(emission));
+    send(event, items, std::move(onAck), refusal);
   });
 }
 
-void Connection::send(Emission emission) {
+void Connection::send(const std::string& event, const std::string& items, Handler onAck,
+                      const char* refusal) {
   std::optional<std::uint64_t> id;
-  if (emission.onAck) {
+  if (onAck) {
     id = firstAckId_ + acks_.size();
-    acks_.push_back({clock_->now() + limits_.acknowledgement, std::move(emission.onAck)});
+    acks_.push_back({clock_->now() + limits_.acknowledgement, std::move(onAck)});
     watchAcks();
   }
-  if (emission.refusal) return refuse(emission.event, emission.refusal);
-  if (state_ != State::joined) return refuse(emission.event, "not connected");
-  auto frame = encodeEvent(nsp_, id, emission.event, emission.items);
+  if (refusal) return refuse(event, refusal);
+  if (state_ != State::joined) return refuse(event, "not connected");
+  auto frame = encodeEvent(nsp_, id, event, items);
   if (maxPayload_ != 0 && frame.size() > maxPayload_) {
-    return refuse(emission.event, "the message is larger than the server accepts");
+    return refuse(event, "the message is larger than the server accepts");
   }
   transport_->send(std::move(frame));
 }

@@ -88,13 +88,7 @@ class Connection final : public Transport::Listener,
   static void endAll(const Environment& environment, const std::string& reason);
 
  private:
-  enum class State { idle, opening, joining, joined, closed };
-  struct Emission {
-    std::string event;
-    std::string items;
-    Handler onAck;
-    const char* refusal;  ///< why it cannot be sent; null when it can
-  };
+  enum class State { opening, joining, joined, closed };
   struct PendingAck {
     TimePoint deadline;
     Handler onAck;  ///< empty once answered
@@ -113,7 +107,6 @@ class Connection final : public Transport::Listener,
   void onEvent(const std::string& event, const Items& items);
   void raise(std::string_view event, const Items& items);
   bool becomeDisconnected();
-  void close();
 
   // On the I/O executor.
   void onText(std::string frame) override;
@@ -127,7 +120,7 @@ class Connection final : public Transport::Listener,
   template <class Task>
   void deliver(std::size_t bytes, Task task);
   void watchHeartbeat();
-  void send(Emission emission);
+  void send(const std::string& event, const std::string& items, Handler onAck, const char* refusal);
   void refuse(const std::string& event, const char* reason);
   Handler takeAck(std::uint64_t id);
   void watchAcks();
@@ -142,17 +135,17 @@ class Connection final : public Transport::Listener,
   const Environment& environment_;
   const std::string nsp_;
   const Limits limits_;
-  const std::shared_ptr<Clock> clock_;
-  const std::shared_ptr<Transport> transport_;
+  const std::shared_ptr<Clock> clock_ = environment_.clock();
+  const std::shared_ptr<Transport> transport_ = environment_.makeTransport();
 
   std::atomic<Status> status_ = Status::notConnected;
   std::weak_ptr<const Handlers> handlers_;  ///< null once released
   TimePoint lastDial_;                      ///< its failure, if it has failed; may be still to come
 
-  State state_ = State::idle;
-  const std::shared_ptr<Timer> connectTimer_;
-  const std::shared_ptr<Timer> heartbeatTimer_;
-  const std::shared_ptr<Timer> ackTimer_;
+  State state_ = State::opening;
+  const std::shared_ptr<Timer> connectTimer_ = clock_->makeTimer();
+  const std::shared_ptr<Timer> heartbeatTimer_ = clock_->makeTimer();
+  const std::shared_ptr<Timer> ackTimer_ = clock_->makeTimer();
   std::chrono::milliseconds heartbeatLimit_{};
   TimePoint lastHeartbeat_;
   std::uint64_t maxPayload_ = 0;

@@ -11,7 +11,7 @@
 namespace koriva::socketio {
 
 using Addresses = std::vector<boost::asio::ip::address>;
-using ResolveHandler = std::function<void(boost::system::error_code error, const Addresses& found)>;
+using ResolveHandler = std::function<void(boost::system::error_code, const Addresses&)>;
 
 /// Resolves a name, and calls `handler` once, on `executor` and never before this returns, if
 /// `owner` is still there by then. Without an error there may be no address either.

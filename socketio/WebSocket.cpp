@@ -134,7 +134,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   }
 
  private:
-  enum class State { idle, connecting, open, closing, closed };
+  enum class State { connecting, open, closing, closed };
 
   void onResolved(error_code error, const Addresses& found);
   void connectToAny(Addresses addresses);
@@ -164,12 +164,11 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   std::weak_ptr<Listener> listener_;
   std::optional<Endpoint> endpoint_;
   std::string target_;
-  State state_ = State::idle;
+  State state_ = State::connecting;
   std::shared_ptr<void> closing_;  // while closing
 
   std::string incoming_;
-  std::optional<asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>>>
-      incomingBuffer_;
+  std::optional<decltype(asio::dynamic_buffer(incoming_))> incomingBuffer_;
   bool reading_ = false;
   bool readingPaused_ = false;
 
@@ -182,7 +181,6 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   endpoint_.emplace(endpoint);
   target_ = target;
   listener_ = std::move(listener);
-  state_ = State::connecting;
   try {
     ws_.emplace(environment_.io(), endpoint.tls());
   } catch (const boost::system::system_error& failure) {
