@@ -4,26 +4,23 @@
 
 namespace {
 
-const char* descriptionOf(std::int64_t code) {
+class Category : public std::error_category {
+ public:
+  const char* name() const noexcept override { return "koriva"; }
+  std::string message(int code) const override { return KRError(code).localizedDescription(); }
+};
+
+}  // namespace
+
+std::string KRError::localizedDescription() const {
   static constexpr const char* texts[] = {"No error",       "Request failed",
                                           "Token expired",  "User not exist",
                                           "Invalid",        "Wrong type",
                                           "Parsing error",  "Login conflict",
                                           "User not found", "Header decoding failed",
                                           "Wrong session"};
-  if (code == KRError::duplicate.code()) return texts[0];
-  return texts[code >= 0 && code < std::ssize(texts) ? code : 1];
+  return texts[code_ < std::ssize(texts) ? code_ : 0];
 }
-
-class Category : public std::error_category {
- public:
-  const char* name() const noexcept override { return "koriva"; }
-  std::string message(int code) const override { return descriptionOf(code); }
-};
-
-}  // namespace
-
-std::string KRError::localizedDescription() const { return descriptionOf(code_); }
 
 KRError::operator std::error_code() const {
   static const Category category;

@@ -25,7 +25,8 @@ class KR_EXPORT KRError {
   static const KRError duplicate;             ///< 13, the server holds it already
 
   /// The error of a server's result code; `failed` for a code that names none.
-  constexpr explicit KRError(std::int64_t code) : code_(isKnown(code) ? code : 1) {}
+  constexpr explicit KRError(std::int64_t code)
+      : code_((code >= 0 && code <= 10) || code == 13 ? code : 1) {}
 
   /// The code, 0 to 10 or 13.
   constexpr std::int64_t code() const { return code_; }
@@ -39,10 +40,6 @@ class KR_EXPORT KRError {
   bool operator==(const KRError&) const = default;
 
  private:
-  static constexpr bool isKnown(std::int64_t code) {
-    return (code >= 0 && code <= 10) || code == 13;
-  }
-
   std::int64_t code_;
 };
 
