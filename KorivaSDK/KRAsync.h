@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <tuple>
-#include <type_traits>
 #include <utility>
 
 #include "KorivaSDK/KorivaSDK.h"

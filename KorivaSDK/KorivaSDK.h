@@ -55,9 +55,10 @@
 /// `logout`) it does nothing, and its completion is never called. Otherwise the completion is
 /// called at most once: with what the server answered, or with `KRError::parsingFailed` when no
 /// usable answer came within 5 seconds, a dropped connection included. Where a method says no
-/// more, a refusal of the server and an answer of another kind are failures with `failed`; for
-/// requests whose success may be false, such an answer is `parsingFailed`. Where a method says so,
-/// an answer that cannot be read calls nothing. An empty completion is tolerated.
+/// more, a refusal of the server and an answer of another kind are failures with `failed`; with a
+/// `KRCompletion<bool>` a refusal is a success with false, and an answer of another kind a failure
+/// with `parsingFailed`. Where a method says so, an answer that cannot be read calls nothing. An
+/// empty completion is tolerated.
 ///
 /// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
 /// socket. **Only `logout()` ends that; `disconnect()` does not.**
@@ -133,8 +134,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   // Conversations.
 
-  /// A page of the user's conversations, by last message ("list_group"). Fails with `failed` when
-  /// the server refuses or the answer cannot be read.
+  /// A page of the user's conversations, by last message ("list_group").
   void getListConversation(std::int64_t uin, std::int64_t page, std::int64_t pageSize,
                            KRCompletion<KRConversationList> completion = {});
 
@@ -143,12 +143,10 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   void deleteConversation(const std::string& conversationId, bool isSecret,
                           KRCompletion<std::string> completion = {});
 
-  /// Mutes or unmutes a conversation ("mute_group", "unmute_group"). Success with false means that
-  /// the server refused.
+  /// Mutes or unmutes a conversation ("mute_group", "unmute_group").
   void muteGroup(const std::string& groupID, bool isMute, KRCompletion<bool> completion);
 
-  /// Pins or unpins a conversation ("pin_group", "unpin_group"). Success with false means that the
-  /// server refused.
+  /// Pins or unpins a conversation ("pin_group", "unpin_group").
   void togglePin(const std::string& groupID, bool isPin, KRCompletion<bool> completion);
 
   /// The conversation of these users ("check_group"); `groupType` as the server names its types.
@@ -157,8 +155,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   // Messages.
 
-  /// A page of a conversation's history ("list_message"), before `lastMessageID` unless that is
-  /// empty. Fails with `failed` when the server refuses or the answer cannot be read.
+  /// A page of a conversation's history, before `lastMessageID` unless empty ("list_message").
   void getListMessage(const std::string& groupID, const std::string& lastMessageID,
                       std::int64_t page, std::int64_t pageSize,
                       KRCompletion<KRMessageList> completion);
@@ -173,8 +170,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   void updateMessageStatus(const KRMessage& message, std::int64_t status,
                            KRCompletion<KRMessage> completion);
 
-  /// Deletes a message for the user, or for everybody ("delete_message"): "Success", or the
-  /// server's error. An answer without a result code calls nothing.
+  /// Deletes a message for the user or for everybody ("delete_message"): as `deleteConversation`.
   void deleteMessage(const std::string& messageID, const std::string& groupID, bool isDeleteAll,
                      KRCompletion<std::string> completion);
 
@@ -191,11 +187,10 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
                    const std::optional<std::vector<std::string>>& removedUins,
                    KRCompletion<KRConversation> completion = {});
 
-  /// Deletes a group ("delete_group"): "Success", or the server's error. An answer without a result
-  /// code calls nothing.
+  /// Deletes a group ("delete_group"): as `deleteConversation`.
   void deleteGroup(const std::string& groupID, KRCompletion<std::string> completion = {});
 
-  /// Leaves a group ("leave_group"): as `deleteGroup`.
+  /// Leaves a group ("leave_group"): as `deleteConversation`.
   void leaveGroup(const std::string& groupID, KRCompletion<std::string> completion = {});
 
   /// Tells a group that typing has started or stopped ("event"); the server does not answer.
@@ -207,8 +202,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// Joins a group by a link's token ("join_link").
   void joinGroupWithLink(const std::string& token, KRCompletion<KRConversation> completion);
 
-  /// Disables a link by its token ("disable_link"). Success with false means that the server
-  /// refused.
+  /// Disables a link by its token ("disable_link").
   void disableJoinGroupLink(const std::string& token, KRCompletion<bool> completion);
 
   /// A page of a group's links ("list_link").
@@ -220,8 +214,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   // Contacts, push tokens and logout.
 
-  /// Blocks or unblocks a contact in a conversation ("block_user", "unblock_user"). Success with
-  /// false means that the server refused.
+  /// Blocks or unblocks a contact in a conversation ("block_user", "unblock_user").
   void handleBlockOrUnblockContact(const std::string& blockedID, const std::string& groupID,
                                    bool isBlock, KRCompletion<bool> completion);
 
