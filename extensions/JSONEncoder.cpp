@@ -3,117 +3,11 @@
 #include <charconv>
 #include <cmath>
 
-#include "extensions/JSONCoding.h"
-#include "extensions/JSONPrinter.h"
+#include "extensions/JSONFields.h"
+#include "extensions/JSONText.h"
 
 namespace koriva::json {
 namespace {
-
-using detail::Kind;
-using detail::Record;
-using detail::Type;
-
-constexpr int maxDepth = 64;
-constexpr std::string_view replacement = "\xEF\xBF\xBD";
-
-struct Sequence {
-  std::size_t size;
-  bool isValid;
-};
-
-/// The UTF-8 sequence that a text begins with, or as much of it as is well formed.
-Sequence firstSequence(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned lead = byte(0);
-  if (lead < 0x80) return {1, true};
-  const std::size_t size = lead < 0xC2   ? 0
-                           : lead < 0xE0 ? 2
-                           : lead < 0xF0 ? 3
-                           : lead < 0xF5 ? 4
-                                         : 0;
-  if (size == 0) return {1, false};
-  const unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-  const unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-  for (std::size_t i = 1; i < size; ++i) {
-    if (i >= text.size()) return {i, false};
-    const unsigned next = byte(i);
-    if (next < (i == 1 ? low : 0x80) || next > (i == 1 ? high : 0xBF)) return {i, false};
-  }
-  return {size, true};
-}
-
-/// Whether a byte is a character that is written as it is.
-constexpr auto isPlain = [] {
-  std::array<bool, 256> plain{};
-  for (std::size_t c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\';
-  return plain;
-}();
-
-/// Whether eight bytes are characters that are written as they are.
-bool arePlain(const char* bytes) {
-  constexpr std::uint64_t ones = 0x0101010101010101;
-  const std::uint64_t word = detail::loadBytes(bytes, 8);
-  // Marks the top bits of bytes below the limit; a borrow marks others only above one of these.
-  const auto hasLess = [](std::uint64_t bytesOf, unsigned limit) {
-    return (bytesOf - ones * limit) & ~bytesOf;
-  };
-  const auto special = word | hasLess(word, ' ') | hasLess(word ^ (ones * '"'), 1) |
-                       hasLess(word ^ (ones * '\\'), 1);
-  return (special & (ones * 0x80)) == 0;
-}
-
-/// How many bytes of a text can be written as they are.
-std::size_t plainLength(std::string_view text) {
-  std::size_t i = 0;
-  while (i + 8 <= text.size() && arePlain(text.data() + i)) i += 8;
-  while (i < text.size()) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    if (isPlain[c]) {
-      ++i;
-      continue;
-    }
-    if (c < 0x80) break;
-    const Sequence sequence = firstSequence(text.substr(i));
-    if (!sequence.isValid) break;
-    i += sequence.size;
-  }
-  return i;
-}
-
-void appendEscape(std::string& out, char c) {
-  constexpr std::string_view named = "\"\\\b\f\n\r\t";
-  constexpr std::string_view letters = "\"\\bfnrt";
-  constexpr std::string_view hex = "0123456789abcdef";
-  if (const auto i = named.find(c); i != std::string_view::npos) {
-    out += '\\';
-    out += letters[i];
-  } else {
-    out += "\\u00";
-    out += hex[static_cast<unsigned char>(c) >> 4];
-    out += hex[c & 0xF];
-  }
-}
-
-bool appendText(std::string& out, std::string_view text, InvalidText invalidText) {
-  out += '"';
-  while (true) {
-    const std::size_t plain = plainLength(text);
-    out += text.substr(0, plain);
-    text.remove_prefix(plain);
-    if (text.empty()) break;
-    const Sequence sequence = firstSequence(text);
-    if (sequence.isValid) {
-      appendEscape(out, text.front());
-    } else if (invalidText == InvalidText::replace) {
-      out += replacement;
-    } else {
-      return false;
-    }
-    text.remove_prefix(sequence.size);
-  }
-  out += '"';
-  return true;
-}
 
 bool appendLiteral(std::string& out, std::string_view literal) {
   out += literal;
@@ -134,7 +28,7 @@ bool appendReal(std::string& out, double value) {
   return isInteger ? appendNumber(out, static_cast<std::int64_t>(value)) : appendNumber(out, value);
 }
 
-bool appendRecord(std::string& out, const Record& record, const void* value);
+bool appendRecord(std::string& out, const Coding& coding, const void* value);
 
 template <class Items, class Append>
 bool appendList(std::string& out, std::string_view brackets, const Items& items,
@@ -151,17 +45,17 @@ bool appendList(std::string& out, std::string_view brackets, const Items& items,
 }
 
 bool appendMember(std::string& out, std::string_view key, std::string_view value) {
-  appendText(out, key, InvalidText::replace);
+  appendText(out, key);
   out += ':';
-  return appendText(out, value, InvalidText::replace);
+  return appendText(out, value);
 }
 
-bool appendRecords(std::string& out, const Record& record, const void* list) {
-  const auto [first, count] = record.elements(list);
+bool appendRecords(std::string& out, const Coding& coding, const void* list) {
+  const auto [first, count] = coding.elements(list);
   out += '[';
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) out += ',';
-    if (!appendRecord(out, record, static_cast<const char*>(first) + i * record.size)) return false;
+    if (!appendRecord(out, coding, static_cast<const char*>(first) + i * coding.size)) return false;
   }
   out += ']';
   return true;
@@ -170,7 +64,7 @@ bool appendRecords(std::string& out, const Record& record, const void* list) {
 bool appendPresent(std::string& out, const Type& type, const void* value) {
   switch (type.kind) {
     case Kind::text:
-      return appendText(out, *static_cast<const std::string*>(value), InvalidText::replace);
+      return appendText(out, *static_cast<const std::string*>(value));
     case Kind::signedInteger:
       return appendNumber(out, *static_cast<const std::int64_t*>(value));
     case Kind::unsignedInteger:
@@ -180,35 +74,34 @@ bool appendPresent(std::string& out, const Type& type, const void* value) {
     case Kind::boolean:
       return appendLiteral(out, *static_cast<const bool*>(value) ? "true" : "false");
     case Kind::texts:
-      return appendList(
-          out, "[]", *static_cast<const std::vector<std::string>*>(value),
-          [&](const auto& text) { return appendText(out, text, InvalidText::replace); });
+      return appendList(out, "[]", *static_cast<const std::vector<std::string>*>(value),
+                        [&](const auto& text) { return appendText(out, text); });
     case Kind::textMap:
       return appendList(
           out, "{}", *static_cast<const std::map<std::string, std::string>*>(value),
           [&](const auto& member) { return appendMember(out, member.first, member.second); });
     case Kind::record:
-      return appendRecord(out, *type.record, value);
+      return appendRecord(out, *type.coding, value);
     case Kind::records:
-      return appendRecords(out, *type.record, value);
+      return appendRecords(out, *type.coding, value);
   }
   return false;
 }
 
-bool appendRecord(std::string& out, const Record& record, const void* value) {
-  if (record.writeJson) return record.writeJson(value, out);
+bool appendRecord(std::string& out, const Coding& coding, const void* value) {
+  if (coding.write) return coding.write(value, out);
   out += '{';
   bool isFirst = true;
-  for (std::size_t i = 0; i < record.fieldCount; ++i) {
-    const detail::Field& field = record.fields[i];
+  for (std::size_t i = 0; i < coding.memberCount; ++i) {
+    const Member& field = coding.members[i];
     if (!field.isWritten) continue;
     // Only read, but found with the function that serves decoding too.
-    const void* member = field.member(const_cast<void*>(value));
+    const void* member = field.in(const_cast<void*>(value));
     if (field.type->peek) member = field.type->peek(member);
     if (!member) continue;
     if (!isFirst) out += ',';
     isFirst = false;
-    appendText(out, field.key, InvalidText::replace);
+    appendText(out, field.key);
     out += ':';
     if (!appendPresent(out, *field.type, member)) return false;
   }
@@ -217,10 +110,10 @@ bool appendRecord(std::string& out, const Record& record, const void* value) {
 }
 
 bool appendValue(std::string& out, const boost::json::value& value, InvalidText invalidText,
-                 int depth);
+                 std::size_t depth);
 
 bool appendObject(std::string& out, const boost::json::object& object, InvalidText invalidText,
-                  int depth) {
+                  std::size_t depth) {
   if (depth == maxDepth) return false;
   return appendList(out, "{}", object, [&](const auto& member) {
     if (!appendText(out, member.key(), invalidText)) return false;
@@ -230,7 +123,7 @@ bool appendObject(std::string& out, const boost::json::object& object, InvalidTe
 }
 
 bool appendValue(std::string& out, const boost::json::value& value, InvalidText invalidText,
-                 int depth) {
+                 std::size_t depth) {
   switch (value.kind()) {
     case boost::json::kind::null:
       return appendLiteral(out, "null");
@@ -255,6 +148,30 @@ bool appendValue(std::string& out, const boost::json::value& value, InvalidText 
   return false;
 }
 
+void print(std::string& out, const boost::json::value& value) {
+  const auto printItems = [&out](const auto& items, const auto& printItem) {
+    out += '[';
+    bool isFirst = true;
+    for (const auto& item : items) {
+      if (!isFirst) out += ", ";
+      isFirst = false;
+      printItem(item);
+    }
+    out += ']';
+  };
+  if (const auto* object = value.if_object()) {
+    printItems(*object, [&out](const auto& member) {
+      appendText(out, member.key());
+      out += ": ";
+      print(out, member.value());
+    });
+  } else if (const auto* array = value.if_array()) {
+    printItems(*array, [&out](const boost::json::value& item) { print(out, item); });
+  } else if (!write(out, value, InvalidText::replace)) {
+    out += "null";
+  }
+}
+
 /// Takes back what was appended by a write that failed.
 bool undoUnless(bool isWritten, std::string& out, std::size_t size) {
   if (!isWritten) out.resize(size);
@@ -272,6 +189,11 @@ bool append(std::string& out, const Type& type, const void* value) {
   return undoUnless(appendPresent(out, type, value), out, size);
 }
 
+bool append(std::string& out, const Coding& coding, const void* record) {
+  const std::size_t size = out.size();
+  return undoUnless(appendRecord(out, coding, record), out, size);
+}
+
 }  // namespace detail
 
 bool write(std::string& out, const boost::json::value& value, InvalidText invalidText) {
@@ -284,24 +206,10 @@ bool write(std::string& out, const boost::json::object& object, InvalidText inva
   return undoUnless(appendObject(out, object, invalidText, 0), out, size);
 }
 
-bool isUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const Sequence sequence = firstSequence(text);
-    if (!sequence.isValid) return false;
-    text.remove_prefix(sequence.size);
-  }
-  return true;
-}
-
-std::string validUtf8(std::string text) {
-  if (isUtf8(text)) return text;
-  std::string valid;
-  for (std::string_view rest = text; !rest.empty();) {
-    const Sequence sequence = firstSequence(rest);
-    valid += sequence.isValid ? rest.substr(0, sequence.size) : replacement;
-    rest.remove_prefix(sequence.size);
-  }
-  return valid;
+std::string printedForm(const boost::json::value& value) {
+  std::string printed;
+  print(printed, value);
+  return printed;
 }
 
 }  // namespace koriva::json

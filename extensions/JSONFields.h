@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -10,62 +11,43 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <utility>
-#include <variant>
 #include <vector>
 
+#include "extensions/JSONCoding.h"
+
 /// \file
-/// A record says once how it travels as JSON, in a table after its members:
+/// How records travel. The source of a record's family says so in a table:
 /// ```
-/// struct KRStopCall {
-///   std::string callId;
-///   std::string uin;
-///
-///   template <class R>
-///   static constexpr auto fields = koriva::json::fields(
-///       koriva::json::lenient<&R::callId>("call_id"), koriva::json::lenient<&R::uin>("uin"));
-/// };
+/// constinit const Coding KRStopCall::coding =
+///     lenient<Field<"call_id", &KRStopCall::callId>, Field<"uin", &KRStopCall::uin>>;
 /// ```
-/// `R` is the record itself. The table is a template so that only those pay for it, in compile
-/// time, who read or write the record.
-///
 /// Members may be texts, std::int64_t, std::uint64_t, double, bool, lists of texts or of records,
 /// maps from text to text, records, and std::optional of any of these; lists and maps have no
 /// initial elements. Table order is writing order; an absent optional is not written.
 ///
-/// Where a table does not say enough, a record declares one or more of these static functions
-/// (private ones need `friend struct koriva::json::Access;`):
-/// - `void afterDecoding(T&)` runs once the members of a T have been read; it may decode again.
-/// - `bool writeJson(const T&, std::string& out)` appends one JSON value instead of the table's
-///   object; false when there is none.
-/// - `using Document = ...;` and `std::optional<T> fromDocument(const Document&)`: a T is read, as
-///   a whole document only, by reading a Document and converting it; nothing is a failure.
+/// A record that is only written calls its descriptor `encoding`, so that it cannot be read.
 
 namespace koriva::json {
 
-namespace detail {
-enum class Rest;
-struct Record;
-}  // namespace detail
+/// What a document and those within its texts may take together.
+class Room {
+ public:
+  explicit Room(std::size_t documentSize)
+      : bytes_(4'194'304 + 32 * static_cast<std::int64_t>(documentSize)) {}
 
-/// The tables' way to private hooks and tables: `friend struct koriva::json::Access;`.
-struct Access {
-  template <class T>
-  static constexpr bool hasFields = requires {
-    T::template fields<T>;
-  };
-
-  template <class T>
-  static constexpr const auto& fields() {
-    return T::template fields<T>;
+  /// False once there is none left.
+  bool take(std::size_t bytes) {
+    bytes_ -= static_cast<std::int64_t>(bytes);
+    return !isExhausted();
   }
-  template <class T>
-  static constexpr detail::Record makeRecord();
-  template <class T>
-  static auto read(detail::Rest rest, std::string_view json);
-};
+  bool isExhausted() const { return bytes_ < 0; }
 
-namespace detail {
+  /// How many documents are being read within one another.
+  std::size_t documents = 0;
+
+ private:
+  std::int64_t bytes_;
+};
 
 enum class Kind : std::uint8_t {
   text,
@@ -83,32 +65,42 @@ enum class Kind : std::uint8_t {
 struct Type {
   Kind kind = Kind::text;
   /// Of a record, or of the elements of a list of records.
-  const Record* record = nullptr;
+  const Coding* coding = nullptr;
   /// Makes room in an optional member and returns where its value goes; null for other types.
   void* (*open)(void* member) = nullptr;
   /// The value inside an optional, null when absent; null for other types.
   const void* (*peek)(const void* member) = nullptr;
   void (*assign)(void* member, const void* from) = nullptr;
-  void (*reset)(void* value) = nullptr;
 };
 
-/// A default other than the member's own.
-using Default = std::variant<std::monostate, std::string_view, std::int64_t, double, bool>;
-
-struct Field {
+struct Member {
   std::string_view key;
-  void* (*member)(void* record) = nullptr;
+  void* (*in)(void* record) = nullptr;
   const Type* type = nullptr;
-  Default fallback;
-  bool isRequired = false;
   bool isWritten = true;
+};
 
-  /// The same field, read but never written.
-  constexpr Field readOnly() const {
-    Field field = *this;
-    field.isWritten = false;
-    return field;
-  }
+struct Elements {
+  const void* first;
+  std::size_t count;
+};
+
+struct Coding {
+  const Member* members = nullptr;
+  std::size_t memberCount = 0;
+  const std::uint8_t* buckets = nullptr;  ///< index + 1; 0 is no member
+  unsigned bucketShift = 0;
+  std::uint64_t multiplier = 1;
+  bool isStrict = false;  ///< all members are required
+  std::size_t size = 0;
+  const void* (*pristine)() = nullptr;
+  void (*finish)(void* record, Room& room) = nullptr;
+  bool (*write)(const void* record, std::string& out) = nullptr;
+  /// Reads a whole document that says the record in other words.
+  boost::system::error_code (*read)(void* record, std::string_view json, Room& room) = nullptr;
+  void (*reserve)(void* list, std::size_t count) = nullptr;
+  void* (*append)(void* list) = nullptr;
+  Elements (*elements)(const void* list) = nullptr;
 };
 
 constexpr std::uint64_t loadBytes(const char* bytes, std::size_t count) {
@@ -124,7 +116,7 @@ constexpr std::uint64_t loadBytes(const char* bytes, std::size_t count) {
 }
 
 /// Looks at the length, the first and the last eight bytes only, and leaves the mixing to the
-/// multiplier of the table; fields() proves at compile time that this tells its keys apart.
+/// multiplier of the table, which is chosen at compile time such that its keys do not collide.
 constexpr std::uint64_t hashOf(std::string_view key) {
   const char* bytes = key.data();
   const std::size_t size = key.size();
@@ -143,63 +135,25 @@ constexpr std::uint64_t hashOf(std::string_view key) {
   return head ^ std::rotl(tail, 23);
 }
 
-/// A table of N fields and the perfect hash of their keys.
-template <std::size_t N>
-struct Table {
-  static_assert(N <= 64, "presence of the fields is tracked in 64 bits");
-  static constexpr unsigned bucketBits =
-      static_cast<unsigned>(std::bit_width(std::bit_ceil(4 * N + 1)) - 1);
+namespace detail {
 
-  std::array<Field, N> fields{};
-  std::array<std::uint8_t, std::size_t{1} << bucketBits> buckets{};  ///< index + 1; 0 is no field
-  std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
-  std::uint64_t required = 0;   ///< one bit a field
-  std::uint64_t defaulted = 0;  ///< one bit a field
-};
-
-template <std::size_t N>
-constexpr bool fillBuckets(Table<N>& table, const std::array<std::uint64_t, N>& hashes) {
-  table.buckets = {};
-  for (std::size_t i = 0; i < N; ++i) {
-    auto& bucket = table.buckets[(hashes[i] * table.multiplier) >> (64 - Table<N>::bucketBits)];
-    if (bucket != 0) return false;
-    bucket = static_cast<std::uint8_t>(i + 1);
-  }
-  return true;
-}
+boost::system::error_code decode(const Coding& coding, void* record, std::string_view json,
+                                 Room& room);
+/// The error of a document that is JSON, but not what was wanted.
+boost::system::error_code mismatch();
+/// Appends a member's value; false when it holds what JSON cannot say.
+bool append(std::string& out, const Type& type, const void* value);
 
 template <class R, class M>
 R ownerOf(M R::*);
 template <class R, class M>
 M memberOf(M R::*);
 
-template <auto Member>
+template <auto Pointer>
 void* addressOf(void* record) {
-  using R = decltype(ownerOf(Member));
-  return &(static_cast<R*>(record)->*Member);
+  using R = decltype(ownerOf(Pointer));
+  return &(static_cast<R*>(record)->*Pointer);
 }
-
-struct Elements {
-  const void* first;
-  std::size_t count;
-};
-
-/// What the coder must know of a record.
-struct Record {
-  const Field* fields = nullptr;
-  std::size_t fieldCount = 0;
-  const std::uint8_t* buckets = nullptr;
-  unsigned bucketShift = 0;
-  std::uint64_t multiplier = 1;
-  std::uint64_t required = 0;
-  std::uint64_t defaulted = 0;
-  std::size_t size = 0;
-  const void* (*pristine)() = nullptr;
-  void (*afterDecoding)(void* record) = nullptr;
-  bool (*writeJson)(const void* record, std::string& out) = nullptr;
-  void* (*append)(void* list) = nullptr;
-  Elements (*elements)(const void* list) = nullptr;
-};
 
 /// Never destroyed, so that decoding is safe during static destruction too.
 template <class R>
@@ -207,49 +161,6 @@ const void* pristine() {
   static const R* const record = new R{};
   return record;
 }
-
-}  // namespace detail
-
-template <class R>
-constexpr detail::Record Access::makeRecord() {
-  detail::Record record;
-  record.size = sizeof(R);
-  record.pristine = &detail::pristine<R>;
-  if constexpr (hasFields<R>) {
-    const auto& table = fields<R>();
-    record.fields = table.fields.data();
-    record.fieldCount = table.fields.size();
-    record.buckets = table.buckets.data();
-    record.bucketShift = 64 - std::remove_cvref_t<decltype(table)>::bucketBits;
-    record.multiplier = table.multiplier;
-    record.required = table.required;
-    record.defaulted = table.defaulted;
-  } else {
-    static_assert(
-        requires { &R::writeJson; }, "a record has a table of fields or writes itself");
-  }
-  if constexpr (requires { &R::afterDecoding; }) {
-    record.afterDecoding = [](void* value) { R::afterDecoding(*static_cast<R*>(value)); };
-  }
-  if constexpr (requires { &R::writeJson; }) {
-    record.writeJson = [](const void* value, std::string& out) {
-      return R::writeJson(*static_cast<const R*>(value), out);
-    };
-  }
-  record.append = [](void* list) -> void* {
-    return &static_cast<std::vector<R>*>(list)->emplace_back();
-  };
-  record.elements = [](const void* list) {
-    const auto& records = *static_cast<const std::vector<R>*>(list);
-    return detail::Elements{records.data(), records.size()};
-  };
-  return record;
-}
-
-namespace detail {
-
-template <class R>
-inline constexpr Record recordOf = Access::makeRecord<R>();
 
 template <class T>
 struct Unwrapped {
@@ -279,7 +190,6 @@ constexpr Type makeType() {
   type.assign = [](void* member, const void* from) {
     *static_cast<T*>(member) = *static_cast<const T*>(from);
   };
-  type.reset = [](void* value) { *static_cast<T*>(value) = T{}; };
   if constexpr (Unwrapped<T>::isOptional) {
     type.open = [](void* member) -> void* { return &static_cast<T*>(member)->emplace(); };
     type.peek = [](const void* member) -> const void* {
@@ -303,11 +213,10 @@ constexpr Type makeType() {
     type.kind = Kind::textMap;
   } else if constexpr (!std::is_void_v<Element>) {
     type.kind = Kind::records;
-    type.record = &recordOf<Element>;
+    type.coding = &codingOf<Element>();
   } else {
-    static_assert(std::is_class_v<Value>, "not a type that travels as JSON");
     type.kind = Kind::record;
-    type.record = &recordOf<Value>;
+    type.coding = &codingOf<Value>();
   }
   return type;
 }
@@ -315,74 +224,154 @@ constexpr Type makeType() {
 template <class T>
 inline constexpr Type typeOf = makeType<T>();
 
-template <auto Member>
-constexpr Field makeField(std::string_view key) {
-  using M = decltype(memberOf(Member));
-  Field field;
-  field.key = key;
-  field.member = &addressOf<Member>;
-  field.type = &typeOf<M>;
-  return field;
-}
+template <std::size_t N>
+struct Key {
+  char text[N];
+  consteval Key(const char (&key)[N]) { std::copy_n(key, N, text); }
+};
 
-template <class T>
-constexpr Default makeDefault(const T& value) {
-  if constexpr (!std::is_arithmetic_v<T>) {
-    return std::string_view(value);
-  } else if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
-    return static_cast<std::int64_t>(value);
-  } else {
-    return value;
+/// A perfect hash of the keys of N members.
+template <std::size_t N>
+struct Buckets {
+  static_assert(N <= 64, "presence of the members is tracked in 64 bits");
+  static constexpr unsigned bits =
+      static_cast<unsigned>(std::bit_width(std::bit_ceil(4 * N + 1)) - 1);
+  std::array<std::uint8_t, std::size_t{1} << bits> indices{};
+  std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
+
+  constexpr bool fill(const std::array<Member, N>& members) {
+    indices = {};
+    for (std::size_t i = 0; i < N; ++i) {
+      auto& bucket = indices[(hashOf(members[i].key) * multiplier) >> (64 - bits)];
+      if (bucket != 0) return false;
+      bucket = static_cast<std::uint8_t>(i + 1);
+    }
+    return true;
   }
+};
+
+/// Never defined: as it is not constexpr, compilers refuse a table that gets to it, and name it.
+void keysAreEqualOrAlikeInLengthFirstAndLastBytes();
+
+template <std::size_t N>
+constexpr Buckets<N> makeBuckets(const std::array<Member, N>& members) {
+  Buckets<N> buckets;
+  for (int attempts = 0; !buckets.fill(members); ++attempts) {
+    if (attempts == 10'000) keysAreEqualOrAlikeInLengthFirstAndLastBytes();
+    buckets.multiplier = (buckets.multiplier * 6364136223846793005U + 1442695040888963407U) | 1;
+  }
+  return buckets;
 }
 
-/// Never defined nor called: as it is not constexpr, compilers refuse a table that gets to it, and
-/// name it. A `throw` would do the same, but not where applications do without exceptions.
-void keysAreEqualOrAlikeInLengthFirstAndLastBytes();
+template <class... Fields>
+inline constexpr std::array<Member, sizeof...(Fields)> membersOf{Fields::member...};
+template <class... Fields>
+inline constexpr auto bucketsOf = makeBuckets(membersOf<Fields...>);
+
+template <class R>
+constexpr Coding makeCoding() {
+  Coding coding;
+  coding.size = sizeof(R);
+  coding.pristine = &pristine<R>;
+  coding.reserve = [](void* list, std::size_t count) {
+    static_cast<std::vector<R>*>(list)->reserve(count);
+  };
+  coding.append = [](void* list) -> void* {
+    return &static_cast<std::vector<R>*>(list)->emplace_back();
+  };
+  coding.elements = [](const void* list) {
+    const auto& records = *static_cast<const std::vector<R>*>(list);
+    return Elements{records.data(), records.size()};
+  };
+  return coding;
+}
+
+template <class First, class... Rest>
+constexpr Coding makeTable(bool isStrict) {
+  auto coding = makeCoding<typename First::Record>();
+  coding.members = membersOf<First, Rest...>.data();
+  coding.memberCount = 1 + sizeof...(Rest);
+  coding.buckets = bucketsOf<First, Rest...>.indices.data();
+  coding.bucketShift = 64 - Buckets<1 + sizeof...(Rest)>::bits;
+  coding.multiplier = bucketsOf<First, Rest...>.multiplier;
+  coding.isStrict = isStrict;
+  return coding;
+}
 
 }  // namespace detail
 
-/// A field that cannot fail its record: when the key is absent, null or of another type, the
-/// member keeps its initial value.
-template <auto Member>
-constexpr detail::Field lenient(std::string_view key) {
-  return detail::makeField<Member>(key);
-}
+/// A key, and the member that travels under it.
+template <detail::Key key, auto Pointer>
+struct Field {
+  using Record = decltype(detail::ownerOf(Pointer));
+  static constexpr Member member{{key.text, sizeof key.text - 1},
+                                 &detail::addressOf<Pointer>,
+                                 &detail::typeOf<decltype(detail::memberOf(Pointer))>};
+};
 
-/// A lenient field whose default differs from the member's initial value. The default is a text,
-/// an integer, a double or a bool, as the member is.
-template <auto Member, class D>
-constexpr detail::Field lenient(std::string_view key, const D& fallback) {
-  detail::Field field = detail::makeField<Member>(key);
-  field.fallback = detail::makeDefault(fallback);
-  return field;
-}
+/// The same for a member that is read, but never written.
+template <detail::Key key, auto Pointer>
+struct ReadOnly : Field<key, Pointer> {
+  static constexpr Member member = [] {
+    auto field = Field<key, Pointer>::member;
+    field.isWritten = false;
+    return field;
+  }();
+};
 
-/// A field without which its record cannot be read.
-template <auto Member>
-constexpr detail::Field required(std::string_view key) {
-  detail::Field field = detail::makeField<Member>(key);
-  field.isRequired = true;
-  return field;
-}
-
-/// The table of a record, in writing order.
+/// Fields that cannot fail their record: when a key is absent, null or of another type, the member
+/// keeps its initial value.
 template <class... Fields>
-constexpr auto fields(const Fields&... list) {
-  constexpr std::size_t count = sizeof...(Fields);
-  detail::Table<count> table{{list...}};
-  std::array<std::uint64_t, count> hashes{};
-  for (std::size_t i = 0; i < count; ++i) {
-    const detail::Field& field = table.fields[i];
-    hashes[i] = detail::hashOf(field.key);
-    if (field.isRequired) table.required |= std::uint64_t{1} << i;
-    if (field.fallback.index() != 0) table.defaulted |= std::uint64_t{1} << i;
-  }
-  for (int attempts = 0; !detail::fillBuckets(table, hashes); ++attempts) {
-    if (attempts == 10'000) detail::keysAreEqualOrAlikeInLengthFirstAndLastBytes();
-    table.multiplier = (table.multiplier * 6364136223846793005U + 1442695040888963407U) | 1;
-  }
-  return table;
+inline constexpr Coding lenient = detail::makeTable<Fields...>(false);
+
+/// Fields without which their record cannot be read.
+template <class... Fields>
+inline constexpr Coding required = detail::makeTable<Fields...>(true);
+
+/// The same table, and a function that runs once the members have been read. It may read documents
+/// within texts, by decodeWithin().
+template <class R, void (*finish)(R&, Room&)>
+constexpr Coding finishedBy(Coding coding) {
+  coding.finish = [](void* record, Room& room) { finish(*static_cast<R*>(record), room); };
+  return coding;
+}
+
+/// A value that is written by a function, which appends one JSON value or returns false.
+template <class R, bool (*write)(const R&, std::string&)>
+constexpr Coding writtenBy() {
+  auto coding = detail::makeCoding<R>();
+  coding.write = [](const void* value, std::string& out) {
+    return write(*static_cast<const R*>(value), out);
+  };
+  return coding;
+}
+
+/// A value that is written so, and read, as a whole document only, as what a record says.
+template <class R, class Document, bool (*convert)(Document&, R&),
+          bool (*write)(const R&, std::string&)>
+constexpr Coding convertedBy() {
+  auto coding = writtenBy<R, write>();
+  coding.read = [](void* value, std::string_view json, Room& room) {
+    Document document;
+    auto error = detail::decode(Document::coding, &document, json, room);
+    if (!error && !convert(document, *static_cast<R*>(value))) error = detail::mismatch();
+    return error;
+  };
+  return coding;
+}
+
+/// Reads a document that stands in a text of another one.
+template <class T>
+std::optional<T> decodeWithin(Room& room, std::string_view json) {
+  std::optional<T> record(std::in_place);
+  if (detail::decode(T::coding, &*record, json, room)) record.reset();
+  return record;
+}
+
+/// Appends any value that a field may have.
+template <class T>
+bool appendValue(std::string& out, const T& value) {
+  return detail::append(out, detail::typeOf<T>, &value);
 }
 
 }  // namespace koriva::json

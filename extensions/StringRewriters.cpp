@@ -5,8 +5,7 @@
 #include <boost/json/value.hpp>
 #include <utility>
 
-#include "extensions/JSONCoding.h"
-#include "extensions/JSONPrinter.h"
+#include "extensions/JSONText.h"
 
 namespace koriva {
 namespace {

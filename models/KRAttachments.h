@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
 /// \file
@@ -21,12 +21,8 @@ struct KRImage {
 
   bool operator==(const KRImage&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::url>("url"), koriva::json::lenient<&R::width>("width", 0),
-      koriva::json::lenient<&R::height>("height", 0),
-      koriva::json::lenient<&R::subIndex>("sub_index", 0));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One video. All keys are required.
@@ -39,13 +35,8 @@ struct KRVideo {
 
   bool operator==(const KRVideo&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::url>("url"),
-      koriva::json::required<&R::thumbnailUrl>("thumbnail_url"),
-      koriva::json::required<&R::duration>("duration"), koriva::json::required<&R::width>("width"),
-      koriva::json::required<&R::height>("height"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One audio clip. All keys are required.
@@ -55,10 +46,8 @@ struct KRAudio {
 
   bool operator==(const KRAudio&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::url>("url"), koriva::json::required<&R::duration>("duration"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One file of any kind. All keys are required.
@@ -74,12 +63,8 @@ struct KRFile {
 
   bool operator==(const KRFile&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::url>("url"), koriva::json::required<&R::size>("size"),
-      koriva::json::required<&R::fileName>("file_name"),
-      koriva::json::required<&R::fileExtension>("file_extension"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One sticker. The key is required.
@@ -88,10 +73,8 @@ struct KRSticker {
 
   bool operator==(const KRSticker&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::sticker>("sticker"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The attachments document of an image message of any version but 0.
@@ -100,9 +83,8 @@ struct KRImageResponse {
 
   bool operator==(const KRImageResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::images>("images"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The attachments document of an image message of version 0: bare URLs under the same key.
@@ -111,9 +93,8 @@ struct KRImageURLsResponse {
 
   bool operator==(const KRImageURLsResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::urls>("images"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The attachments document of a video message.
@@ -122,9 +103,8 @@ struct KRVideoResponse {
 
   bool operator==(const KRVideoResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::video>("video"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The attachments document of an audio message.
@@ -133,9 +113,8 @@ struct KRAudioResponse {
 
   bool operator==(const KRAudioResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::audio>("audio"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The attachments document of a file message.
@@ -144,9 +123,8 @@ struct KRFileResponse {
 
   bool operator==(const KRFileResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::file>("file"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A document that wraps a sticker. Sticker messages carry the bare `KRSticker` instead.
@@ -155,8 +133,6 @@ struct KRStickerResponse {
 
   bool operator==(const KRStickerResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::sticker>("sticker"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

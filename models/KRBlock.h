@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
+#include "extensions/KRExport.h"
 
 /// \file
 /// Blocked contacts.
@@ -16,11 +17,8 @@ struct KRBlock {
 
   bool operator==(const KRBlock&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::group_id>("group_id"),
-                           koriva::json::required<&R::blocked_uin>("blocked_uin"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A blocked contact. All keys are required.
@@ -30,10 +28,8 @@ struct KRBlockContact {
 
   bool operator==(const KRBlockContact&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::uin>("uin"), koriva::json::required<&R::group_id>("group_id"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The acknowledgement of "blocked_list". All keys are required.
@@ -46,8 +42,6 @@ struct KRBlockContactList {
 
   bool operator==(const KRBlockContactList&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
-                                                      koriva::json::required<&R::list>("list"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

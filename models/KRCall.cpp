@@ -4,6 +4,13 @@
 #include <string_view>
 #include <utility>
 
+#include "extensions/JSONFields.h"
+
+using koriva::json::Coding;
+using koriva::json::Field;
+using koriva::json::lenient;
+using koriva::json::required;
+
 namespace {
 
 struct PushedCall {
@@ -13,20 +20,21 @@ struct PushedCall {
   std::string callerUin;
   std::vector<std::string> calleeUins;
 
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::callId>("callId"), koriva::json::required<&R::groupId>("groupId"),
-      koriva::json::required<&R::mediaType>("mediaType"),
-      koriva::json::required<&R::callerUin>("callerUin"),
-      koriva::json::required<&R::calleeUins>("calleeUins"));
+  static const Coding coding;
 };
 
 struct PushPayload {
   PushedCall call;
 
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::call>("call"));
+  static const Coding coding;
 };
+
+constinit const Coding PushedCall::coding =
+    required<Field<"callId", &PushedCall::callId>, Field<"groupId", &PushedCall::groupId>,
+             Field<"mediaType", &PushedCall::mediaType>, Field<"callerUin", &PushedCall::callerUin>,
+             Field<"calleeUins", &PushedCall::calleeUins>>;
+
+constinit const Coding PushPayload::coding = required<Field<"call", &PushPayload::call>>;
 
 std::int64_t mediaTypeNamed(std::string_view name) {
   if (name == "MEDIA_TYPE_VIDEO") return KRCall::MEDIA_TYPE_VIDEO;
@@ -35,6 +43,17 @@ std::int64_t mediaTypeNamed(std::string_view name) {
 }
 
 }  // namespace
+
+constinit const Coding KRCall::coding =
+    lenient<Field<"call_id", &KRCall::id>, Field<"group_id", &KRCall::groupID>,
+            Field<"call_type", &KRCall::type>, Field<"media_type", &KRCall::mediaType>,
+            Field<"call_status", &KRCall::callStatus>, Field<"caller_uin", &KRCall::callerUin>,
+            Field<"callee_uins", &KRCall::calleeUins>,
+            Field<"accepted_uins", &KRCall::acceptedUins>, Field<"started_at", &KRCall::startedAt>,
+            Field<"stopped_at", &KRCall::stoppedAt>, Field<"accepted_at", &KRCall::answeredAt>,
+            Field<"connected_at", &KRCall::connectedAt>>;
+
+constinit const Coding KRCallResponse::coding = required<Field<"call", &KRCallResponse::call>>;
 
 KRCall::KRCall(std::string callID, std::int64_t media, std::string group, std::string caller,
                std::vector<std::string> callees)

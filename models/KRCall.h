@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "extensions/JSONCoding.h"
-#include "extensions/JSONFields.h"
 #include "extensions/KRExport.h"
 
 /// \file
@@ -52,20 +51,8 @@ struct KR_EXPORT KRCall {
 
   bool operator==(const KRCall&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::id>("call_id"), koriva::json::lenient<&R::groupID>("group_id"),
-      koriva::json::lenient<&R::type>("call_type"),
-      koriva::json::lenient<&R::mediaType>("media_type"),
-      koriva::json::lenient<&R::callStatus>("call_status"),
-      koriva::json::lenient<&R::callerUin>("caller_uin"),
-      koriva::json::lenient<&R::calleeUins>("callee_uins"),
-      koriva::json::lenient<&R::acceptedUins>("accepted_uins"),
-      koriva::json::lenient<&R::startedAt>("started_at"),
-      koriva::json::lenient<&R::stoppedAt>("stopped_at"),
-      koriva::json::lenient<&R::answeredAt>("accepted_at"),
-      koriva::json::lenient<&R::connectedAt>("connected_at"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The acknowledgement of "create_call". The key is required.
@@ -74,7 +61,6 @@ struct KRCallResponse {
 
   bool operator==(const KRCallResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::call>("call"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

@@ -8,7 +8,6 @@
 #include <variant>
 
 #include "extensions/JSONCoding.h"
-#include "extensions/JSONFields.h"
 #include "extensions/KRExport.h"
 #include "extensions/RawValue.h"
 #include "models/KRCall.h"
@@ -27,11 +26,8 @@ struct KRStartCall {
 
   bool operator==(const KRStartCall&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::groupID>("group_id"), koriva::json::lenient<&R::callID>("call_id"),
-      koriva::json::lenient<&R::event>("event"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A callee's answer. Every key is read leniently.
@@ -48,11 +44,8 @@ struct KRAnswerCall {
 
   bool operator==(const KRAnswerCall&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::id>("call_id"), koriva::json::lenient<&R::calleeUin>("callee_uin"),
-      koriva::json::lenient<&R::type>("answer"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A party leaves or ends the call. Every key is read leniently.
@@ -62,10 +55,8 @@ struct KRStopCall {
 
   bool operator==(const KRStopCall&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::callId>("call_id"),
-                                                      koriva::json::lenient<&R::uin>("uin"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A session description. Every key is read leniently.
@@ -79,10 +70,8 @@ struct KRIceSdp {
 
   bool operator==(const KRIceSdp&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::sdp>("sdp"),
-                                                      koriva::json::lenient<&R::type>("type"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One connectivity candidate. Every key is read leniently.
@@ -93,12 +82,8 @@ struct KRIceCandidate {
 
   bool operator==(const KRIceCandidate&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&R::candidate>("candidate"),
-                           koriva::json::lenient<&R::sdpMid>("sdp_mid"),
-                           koriva::json::lenient<&R::sdpMlineIndex>("sdp_mline_index"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A free-form call or typing event between two users. Every key is read leniently.
@@ -125,13 +110,8 @@ struct KREvent {
 
   bool operator==(const KREvent&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::senderUin>("sender_uin"),
-      koriva::json::lenient<&R::receiverUin>("receiver_uin"),
-      koriva::json::lenient<&R::type>("type"), koriva::json::lenient<&R::data>("data"),
-      koriva::json::lenient<&R::groupId>("group_id"), koriva::json::lenient<&R::callId>("call_id"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One step of call signalling. Only ever written: as an object whose one member, named `type()`,
@@ -218,9 +198,8 @@ struct KR_EXPORT KRCallEvent : koriva::TaggedVariant<KRCallEvent> {
 
   bool operator==(const KRCallEvent&) const = default;
 
- private:
-  friend struct koriva::json::Access;
-  static bool writeJson(const KRCallEvent& event, std::string& out);
+  /// How it is written as JSON.
+  static const koriva::json::Coding encoding;
 };
 
 template <>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 #include "models/KRDefines.h"
 #include "models/KRGroupUpdate.h"
@@ -23,10 +23,8 @@ struct KRLastActiveMessage {
 
   bool operator==(const KRLastActiveMessage&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::uin>("uin"), koriva::json::lenient<&R::messageId>("message_id"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// How far a member has come in a group's messages. Every key is read leniently.
@@ -36,10 +34,8 @@ struct KRGroupMessageStatus {
 
   bool operator==(const KRGroupMessageStatus&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::uin>("uin"), koriva::json::lenient<&R::messageID>("message_id"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// One conversation. Every key is read leniently.
@@ -74,27 +70,8 @@ struct KR_EXPORT KRConversation {
 
   bool operator==(const KRConversation&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::occupantsUins>("occupants_uins"),
-      koriva::json::lenient<&R::blockedUins>("blocked_uins"),
-      koriva::json::lenient<&R::mutedUins>("muted_uins"),
-      koriva::json::lenient<&R::receivedList>("received_list"),
-      koriva::json::lenient<&R::seenList>("seen_list"),
-      koriva::json::lenient<&R::groupID>("group_id"),
-      koriva::json::lenient<&R::createdAt>("created_at"),
-      koriva::json::lenient<&R::lastMessageID>("last_message_id"),
-      koriva::json::lenient<&R::avatarUrl>("avatar_url"), koriva::json::lenient<&R::type>("type"),
-      koriva::json::lenient<&R::updatedAt>("updated_at"), koriva::json::lenient<&R::name>("name"),
-      koriva::json::lenient<&R::ownerUin>("owner_uin"),
-      koriva::json::lenient<&R::creatorUin>("creator_uin"),
-      koriva::json::lenient<&R::removedUins>("removed_uins"),
-      koriva::json::lenient<&R::lastMessage>("last_message"),
-      koriva::json::lenient<&R::statusList>("status_list"),
-      koriva::json::lenient<&R::pinnedUins>("pinned_uins"),
-      koriva::json::lenient<&R::secrets>("secrets"),
-      koriva::json::lenient<&R::lastActiveMessages>("last_active_messages"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The acknowledgement of "list_group". Every key is read leniently.
@@ -109,12 +86,8 @@ struct KRConversationList {
 
   bool operator==(const KRConversationList&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::result>("result"), koriva::json::lenient<&R::pageSize>("psize"),
-      koriva::json::lenient<&R::page>("pindex"),
-      koriva::json::lenient<&R::conversations>("groups"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The acknowledgement of the requests that yield a conversation. Every key is read leniently.
@@ -127,11 +100,8 @@ struct KRConversationResponse {
 
   bool operator==(const KRConversationResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::lenient<&R::result>("result"),
-                           koriva::json::lenient<&R::conversation>("group"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The acknowledgement of "start_secret_chat". All keys are required.
@@ -144,50 +114,6 @@ struct KRSecretChatResponse {
 
   bool operator==(const KRSecretChatResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
-                                                      koriva::json::required<&R::group>("group"));
-};
-
-/// The acknowledgement of "list_message": one page of history. Every key is read leniently.
-struct KRMessageList {
-  std::string groupID;              ///< the conversation
-  std::int64_t result = 0;          ///< the server's result code
-  std::int64_t pageSize = 0;        ///< how many make a page
-  std::int64_t page = 0;            ///< which page this is
-  std::string lastMessageID;        ///< the id that the page was counted from
-  std::vector<KRMessage> messages;  ///< the page
-
-  /// Whether the request succeeded.
-  bool codeCheck() const { return result == 0; }
-
-  bool operator==(const KRMessageList&) const = default;
-
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::groupID>("group_id"), koriva::json::lenient<&R::result>("result"),
-      koriva::json::lenient<&R::pageSize>("psize"), koriva::json::lenient<&R::page>("pindex"),
-      koriva::json::lenient<&R::lastMessageID>("last_message_id"),
-      koriva::json::lenient<&R::messages>("messages"));
-};
-
-/// The acknowledgement of a message sent or updated. Every key is read leniently.
-struct KRMessageResponse {
-  std::int64_t result = 0;           ///< the server's result code
-  std::optional<KRMessage> message;  ///< the server's copy of the message
-
-  /// Whether the request succeeded.
-  bool codeCheck() const { return result == 0; }
-
-  /// Whether the server holds the message already.
-  bool duplicateCode() const { return result == 13; }
-
-  bool operator==(const KRMessageResponse&) const = default;
-
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::result>("result"), koriva::json::lenient<&R::message>("message"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

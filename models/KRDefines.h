@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
+#include "extensions/KRExport.h"
 #include "extensions/RawValue.h"
 
 /// \file
@@ -122,12 +123,8 @@ struct KRUserStatus {
 
   bool operator==(const KRUserStatus&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::uin>("uin"),
-                           koriva::json::required<&R::onlineStatus>("online_status"),
-                           koriva::json::required<&R::messageStatus>("message_status"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// What the server pushes as "user_status".
@@ -136,8 +133,6 @@ struct KRUserStatusResponse {
 
   bool operator==(const KRUserStatusResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::userStatus>("user_status"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

@@ -1,6 +1,11 @@
 #include "models/KRGroupEvent.h"
 
+#include "extensions/JSONFields.h"
 #include "models/KRCallEvent.h"
+
+using koriva::json::Coding;
+using koriva::json::Field;
+using koriva::json::lenient;
 
 std::int64_t KRGroupEventKind::type() const {
   if (as<StartTyping>()) return KREvent::EVENT_TYPE_MESSAGING_START_TYPING;
@@ -8,7 +13,17 @@ std::int64_t KRGroupEventKind::type() const {
   return KREvent::EVENT_TYPE_UNKNOWN;
 }
 
-bool KRGroupEventKind::writeJson(const KRGroupEventKind& kind, std::string& out) {
+namespace {
+
+bool write(const KRGroupEventKind& kind, std::string& out) {
   out.append("{\"type\":").append(std::to_string(kind.type())).append("}");
   return true;
 }
+
+}  // namespace
+
+constinit const Coding KRGroupEventKind::encoding =
+    koriva::json::writtenBy<KRGroupEventKind, &write>();
+
+constinit const Coding KRGroupEvent::encoding =
+    lenient<Field<"groupID", &KRGroupEvent::groupID>, Field<"kind", &KRGroupEvent::kind>>;

@@ -5,7 +5,7 @@
 #include <utility>
 #include <variant>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 #include "models/KRMessage.h"
 #include "models/TaggedVariant.h"
@@ -49,9 +49,8 @@ struct KR_EXPORT KRGroupEventKind : koriva::TaggedVariant<KRGroupEventKind> {
 
   bool operator==(const KRGroupEventKind&) const = default;
 
- private:
-  friend struct koriva::json::Access;
-  static bool writeJson(const KRGroupEventKind& kind, std::string& out);
+  /// How it is written as JSON.
+  static const koriva::json::Coding encoding;
 };
 
 /// A passing event in a group. Only ever written, under camel-case keys.
@@ -61,8 +60,6 @@ struct KRGroupEvent {
 
   bool operator==(const KRGroupEvent&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::lenient<&R::groupID>("groupID"),
-                                                      koriva::json::lenient<&R::kind>("kind"));
+  /// How it is written as JSON.
+  KR_EXPORT static const koriva::json::Coding encoding;
 };

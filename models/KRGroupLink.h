@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
+#include "extensions/KRExport.h"
 
 /// \file
 /// Invitation links of groups.
@@ -19,10 +20,8 @@ struct KRGroupLinkResponse {
 
   bool operator==(const KRGroupLinkResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
-                                                      koriva::json::required<&R::link>("link"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// The acknowledgement of "list_link". All keys are required.
@@ -35,8 +34,6 @@ struct KRListGroupLinkResponse {
 
   bool operator==(const KRListGroupLinkResponse&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
-                                                      koriva::json::required<&R::links>("links"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

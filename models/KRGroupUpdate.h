@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 #include "models/TaggedVariant.h"
 
@@ -26,16 +26,8 @@ struct KRGroupUpdate {
 
   bool operator==(const KRGroupUpdate&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::name>("name"), koriva::json::required<&R::avatarUrl>("avatar_url"),
-      koriva::json::required<&R::ownerUin>("owner_uin"),
-      koriva::json::required<&R::groupID>("group_id"),
-      koriva::json::required<&R::removedUins>("pull_all"),
-      koriva::json::required<&R::addedUins>("push_all"),
-      koriva::json::required<&R::blockedAll>("blocked_all"),
-      koriva::json::required<&R::unblockedAll>("unblocked_all"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// What a message of type `groupUpdate` tells: the attachments document of such a message.
@@ -74,26 +66,6 @@ struct KR_EXPORT KRGroupUpdateType : koriva::TaggedVariant<KRGroupUpdateType> {
 
   bool operator==(const KRGroupUpdateType&) const = default;
 
- private:
-  friend struct koriva::json::Access;
-
-  struct Document {
-    std::string type;
-    std::optional<std::vector<std::string>> addedUins;
-    std::optional<std::string> removedUin;
-    std::optional<std::string> ownerUin;
-    std::optional<std::string> name;
-    std::optional<std::string> avatar;
-
-    template <class R>
-    static constexpr auto fields = koriva::json::fields(
-        koriva::json::lenient<&R::type>("type"), koriva::json::lenient<&R::addedUins>("added_uins"),
-        koriva::json::lenient<&R::removedUin>("removed_uin"),
-        koriva::json::lenient<&R::ownerUin>("owner_uin"),
-        koriva::json::lenient<&R::name>("updated_group_name"),
-        koriva::json::lenient<&R::avatar>("updated_group_avatar"));
-  };
-
-  static std::optional<KRGroupUpdateType> fromDocument(const Document& document);
-  static bool writeJson(const KRGroupUpdateType& update, std::string& out);
+  /// How it travels as JSON.
+  static const koriva::json::Coding coding;
 };

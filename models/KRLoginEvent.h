@@ -3,7 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
+#include "extensions/KRExport.h"
 
 /// \file
 /// What the server says of a login.
@@ -15,8 +16,6 @@ struct KRLoginEvent {
 
   bool operator==(const KRLoginEvent&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(koriva::json::required<&R::result>("result"),
-                                                      koriva::json::required<&R::uin>("uin"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

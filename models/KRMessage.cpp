@@ -7,8 +7,14 @@
 #include <optional>
 #include <string_view>
 
-#include "extensions/JSONCoding.h"
+#include "extensions/JSONFields.h"
 #include "extensions/StringRewriters.h"
+
+using koriva::json::Coding;
+using koriva::json::Field;
+using koriva::json::lenient;
+using koriva::json::ReadOnly;
+using koriva::json::Room;
 
 namespace {
 
@@ -16,8 +22,8 @@ using Kind = KRMessageKind;
 
 /// A case that holds the attachments, or what `part` takes from them.
 template <class Case, class Document, class Part = std::identity>
-KRMessageKind readAttachments(const KRMessage& message, Part part = {}) {
-  auto document = KRJSONDecoder{}.decode<Document>(message.attachments);
+KRMessageKind readAttachments(const KRMessage& message, Room& room, Part part = {}) {
+  auto document = koriva::json::decodeWithin<Document>(room, message.attachments);
   if (!document) return Kind::Unknown{};
   return Case{std::invoke(part, *std::move(document))};
 }
@@ -31,39 +37,40 @@ std::vector<KRImage> imagesAt(KRImageURLsResponse document) {
 
 // The decoder refuses documents quoted in one another too deeply.
 template <class Case>
-KRMessageKind readQuote(const KRMessage& message) {
-  auto quoted = KRJSONDecoder{}.decode<KRMessage>(message.attachments);
-  if (!quoted) return Kind::Unknown{};
-  return Case{message.message, std::move(*quoted)};
+KRMessageKind readQuote(const KRMessage& message, Room& room) {
+  auto quoted = koriva::json::decodeWithin<KRMessage>(room, message.attachments);
+  if (!quoted || !room.take(sizeof *quoted + message.message.size())) return Kind::Unknown{};
+  return Case{message.message, *std::move(quoted)};
 }
 
-KRMessageKind readKind(const KRMessage& message) {
+KRMessageKind readKind(const KRMessage& message, Room& room) {
   switch (message.messageType()) {
     case KRMessageType::call:
-      return readAttachments<Kind::Call, KRCall>(message);
+      return readAttachments<Kind::Call, KRCall>(message, room);
     case KRMessageType::images:
       if (message.version == 0) {
-        return readAttachments<Kind::Images, KRImageURLsResponse>(message, &imagesAt);
+        return readAttachments<Kind::Images, KRImageURLsResponse>(message, room, &imagesAt);
       }
-      return readAttachments<Kind::Images, KRImageResponse>(message, &KRImageResponse::images);
+      return readAttachments<Kind::Images, KRImageResponse>(message, room,
+                                                            &KRImageResponse::images);
     case KRMessageType::audio:
-      return readAttachments<Kind::Audio, KRAudioResponse>(message, &KRAudioResponse::audio);
+      return readAttachments<Kind::Audio, KRAudioResponse>(message, room, &KRAudioResponse::audio);
     case KRMessageType::video:
-      return readAttachments<Kind::Video, KRVideoResponse>(message, &KRVideoResponse::video);
+      return readAttachments<Kind::Video, KRVideoResponse>(message, room, &KRVideoResponse::video);
     case KRMessageType::firstMessage:
       return Kind::FirstMessage{};
     case KRMessageType::groupUpdate:
-      return readAttachments<Kind::GroupUpdate, KRGroupUpdateType>(message);
+      return readAttachments<Kind::GroupUpdate, KRGroupUpdateType>(message, room);
     case KRMessageType::leaveGroup:
       return Kind::LeaveGroup{message.senderUin};
     case KRMessageType::reply:
-      return readQuote<Kind::Reply>(message);
+      return readQuote<Kind::Reply>(message, room);
     case KRMessageType::forward:
-      return readQuote<Kind::Forward>(message);
+      return readQuote<Kind::Forward>(message, room);
     case KRMessageType::sticker:
-      return readAttachments<Kind::Sticker, KRSticker>(message);
+      return readAttachments<Kind::Sticker, KRSticker>(message, room);
     case KRMessageType::file:
-      return readAttachments<Kind::File, KRFileResponse>(message, &KRFileResponse::file);
+      return readAttachments<Kind::File, KRFileResponse>(message, room, &KRFileResponse::file);
     case KRMessageType::screenshot:
       return Kind::Screenshot{};
     case KRMessageType::text:
@@ -116,7 +123,7 @@ bool appendMembers(std::string& out) {
 template <class T, class... Rest>
 bool appendMembers(std::string& out, std::string_view key, const T& value, const Rest&... rest) {
   out.append(",\"").append(key).append("\":");
-  return koriva::json::append(out, value) && appendMembers(out, rest...);
+  return koriva::json::appendValue(out, value) && appendMembers(out, rest...);
 }
 
 /// Appends an object of the type's name and further keys and values.
@@ -126,7 +133,83 @@ bool appendKind(std::string& out, std::string_view type, const Members&... membe
   return appendMembers(out, members...);
 }
 
+bool write(const KRMessageKind& kind, std::string& out) {
+  const auto append = [&out](KRMessageType type, const auto&... members) {
+    return appendKind(out, koriva::typeName(type), members...);
+  };
+  return std::visit(
+      koriva::Overloaded{
+          [&](const Kind::Text& it) { return append(KRMessageType::text, "text", it.text); },
+          [&](const Kind::Images& it) {
+            return append(KRMessageType::images, "images", it.images);
+          },
+          [&](const Kind::Video& it) { return append(KRMessageType::video, "video", it.video); },
+          [&](const Kind::Call& it) { return append(KRMessageType::call, "call", it.call); },
+          [&](const Kind::Audio& it) { return append(KRMessageType::audio, "audio", it.audio); },
+          [&](const Kind::Reply& it) {
+            return append(KRMessageType::reply, "message", it.text, "reply", *it.message);
+          },
+          [&](const Kind::GroupUpdate& it) {
+            return append(KRMessageType::groupUpdate, "group_update", it.groupUpdate);
+          },
+          [&](const Kind::LeaveGroup& it) {
+            return append(KRMessageType::leaveGroup, "sender_uin", it.uin);
+          },
+          [&](const Kind::Forward& it) {
+            return append(KRMessageType::forward, "message", it.text, "forward", *it.message);
+          },
+          [&](const Kind::File& it) { return append(KRMessageType::file, "file", it.file); },
+          [&](const Kind::Sticker& it) {
+            return append(KRMessageType::sticker, "sticker", it.sticker);
+          },
+          [&](const Kind::Unknown&) { return appendKind(out, "unknown"); },
+          [&](const Kind::FirstMessage&) { return append(KRMessageType::firstMessage); },
+          [&](const Kind::Screenshot&) { return append(KRMessageType::screenshot); },
+      },
+      kind.value);
+}
+
+bool takeKind(KRMessage& message, KRMessageKind& kind) {
+  kind = std::move(message.kind);
+  return !kind.as<Kind::Unknown>();
+}
+
+void finish(KRMessage& message, Room& room) {
+  if (!room.take(message.message.size())) return;
+  message.kind = readKind(message, room);
+  normaliseCreationTime(message.createdAt);
+}
+
 }  // namespace
+
+constinit const Coding KRMessageKind::coding =
+    koriva::json::convertedBy<KRMessageKind, KRMessage, &takeKind, &write>();
+
+constinit const Coding KRMessage::coding = koriva::json::finishedBy<KRMessage, &finish>(
+    lenient<
+        Field<"group_avatar", &KRMessage::groupAvatar>,
+        Field<"sender_name", &KRMessage::senderName>,
+        Field<"sender_avatar", &KRMessage::senderAvatar>, Field<"group_id", &KRMessage::groupID>,
+        Field<"status", &KRMessage::status>, Field<"seen_uins", &KRMessage::seenUins>,
+        Field<"received_uins", &KRMessage::receivedUins>,
+        Field<"message_id", &KRMessage::messageID>, Field<"created_at", &KRMessage::createdAt>,
+        Field<"sender_uin", &KRMessage::senderUin>, Field<"message", &KRMessage::message>,
+        Field<"recipient_uins", &KRMessage::recipientUins>,
+        Field<"deleted_uins", &KRMessage::deletedUins>, Field<"group_name", &KRMessage::groupName>,
+        Field<"type", &KRMessage::type>, Field<"attachments", &KRMessage::attachments>,
+        Field<"version", &KRMessage::version>, Field<"is_encrypted", &KRMessage::isEncrypted>,
+        ReadOnly<"send_uin", &KRMessage::send_uin>, ReadOnly<"recv_uin", &KRMessage::recv_uin>,
+        ReadOnly<"updated_at", &KRMessage::updatedAt>>);
+
+constinit const Coding KRMessageList::coding =
+    lenient<Field<"group_id", &KRMessageList::groupID>, Field<"result", &KRMessageList::result>,
+            Field<"psize", &KRMessageList::pageSize>, Field<"pindex", &KRMessageList::page>,
+            Field<"last_message_id", &KRMessageList::lastMessageID>,
+            Field<"messages", &KRMessageList::messages>>;
+
+constinit const Coding KRMessageResponse::coding =
+    lenient<Field<"result", &KRMessageResponse::result>,
+            Field<"message", &KRMessageResponse::message>>;
 
 std::string koriva::typeName(KRMessageType type) {
   static constexpr const char* names[] = {
@@ -134,42 +217,6 @@ std::string koriva::typeName(KRMessageType type) {
       "leave_group", "reply", "forward", "sticker", "text",  "file",          "screenshot"};
   const auto number = static_cast<std::size_t>(type);
   return names[number < std::size(names) ? number : 0];
-}
-
-std::optional<KRMessageKind> KRMessageKind::fromDocument(const Document& message) {
-  return message.kind;
-}
-
-bool KRMessageKind::writeJson(const KRMessageKind& kind, std::string& out) {
-  const auto append = [&out](KRMessageType type, const auto&... members) {
-    return appendKind(out, typeName(type), members...);
-  };
-  return std::visit(
-      koriva::Overloaded{
-          [&](const Text& it) { return append(KRMessageType::text, "text", it.text); },
-          [&](const Images& it) { return append(KRMessageType::images, "images", it.images); },
-          [&](const Video& it) { return append(KRMessageType::video, "video", it.video); },
-          [&](const Call& it) { return append(KRMessageType::call, "call", it.call); },
-          [&](const Audio& it) { return append(KRMessageType::audio, "audio", it.audio); },
-          [&](const Reply& it) {
-            return append(KRMessageType::reply, "message", it.text, "reply", *it.message);
-          },
-          [&](const GroupUpdate& it) {
-            return append(KRMessageType::groupUpdate, "group_update", it.groupUpdate);
-          },
-          [&](const LeaveGroup& it) {
-            return append(KRMessageType::leaveGroup, "sender_uin", it.uin);
-          },
-          [&](const Forward& it) {
-            return append(KRMessageType::forward, "message", it.text, "forward", *it.message);
-          },
-          [&](const File& it) { return append(KRMessageType::file, "file", it.file); },
-          [&](const Sticker& it) { return append(KRMessageType::sticker, "sticker", it.sticker); },
-          [&](const Unknown&) { return appendKind(out, "unknown"); },
-          [&](const FirstMessage&) { return append(KRMessageType::firstMessage); },
-          [&](const Screenshot&) { return append(KRMessageType::screenshot); },
-      },
-      kind.value);
 }
 
 KRMessage::KRMessage(std::string id, std::string group, std::string text, std::string name,
@@ -187,8 +234,3 @@ KRMessageType KRMessage::messageType() const {
 }
 
 std::string KRMessage::toString() const { return KRJSONEncoder{}.encode(*this); }
-
-void KRMessage::afterDecoding(KRMessage& message) {
-  message.kind = readKind(message);
-  normaliseCreationTime(message.createdAt);
-}

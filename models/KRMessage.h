@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 #include "extensions/RawValue.h"
 #include "models/KRAttachments.h"
@@ -49,7 +49,6 @@ namespace koriva {
 /// The type's name, such as "group_update".
 KR_EXPORT std::string typeName(KRMessageType type);
 }  // namespace koriva
-using koriva::typeName;
 
 /// The contents of a message, read from its type, text and attachments.
 struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
@@ -138,11 +137,9 @@ struct KR_EXPORT KRMessageKind : koriva::TaggedVariant<KRMessageKind> {
 
   bool operator==(const KRMessageKind&) const = default;
 
- private:
-  friend struct koriva::json::Access;
-  using Document = KRMessage;
-  static std::optional<KRMessageKind> fromDocument(const Document& message);
-  static bool writeJson(const KRMessageKind& kind, std::string& out);
+  /// How it travels as JSON: it is read from a whole message, and cannot be when that message's
+  /// contents cannot.
+  static const koriva::json::Coding coding;
 };
 
 /// One chat message. Every key is read leniently.
@@ -189,30 +186,41 @@ struct KR_EXPORT KRMessage {
 
   bool operator==(const KRMessage&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::lenient<&R::groupAvatar>("group_avatar"),
-      koriva::json::lenient<&R::senderName>("sender_name"),
-      koriva::json::lenient<&R::senderAvatar>("sender_avatar"),
-      koriva::json::lenient<&R::groupID>("group_id"), koriva::json::lenient<&R::status>("status"),
-      koriva::json::lenient<&R::seenUins>("seen_uins"),
-      koriva::json::lenient<&R::receivedUins>("received_uins"),
-      koriva::json::lenient<&R::messageID>("message_id"),
-      koriva::json::lenient<&R::createdAt>("created_at"),
-      koriva::json::lenient<&R::senderUin>("sender_uin"),
-      koriva::json::lenient<&R::message>("message"),
-      koriva::json::lenient<&R::recipientUins>("recipient_uins"),
-      koriva::json::lenient<&R::deletedUins>("deleted_uins"),
-      koriva::json::lenient<&R::groupName>("group_name"), koriva::json::lenient<&R::type>("type"),
-      koriva::json::lenient<&R::attachments>("attachments"),
-      koriva::json::lenient<&R::version>("version"),
-      koriva::json::lenient<&R::isEncrypted>("is_encrypted"),
-      koriva::json::lenient<&R::send_uin>("send_uin").readOnly(),
-      koriva::json::lenient<&R::recv_uin>("recv_uin").readOnly(),
-      koriva::json::lenient<&R::updatedAt>("updated_at").readOnly());
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
+};
 
- private:
-  friend struct koriva::json::Access;
-  static void afterDecoding(KRMessage& message);
+/// The acknowledgement of "list_message": one page of history. Every key is read leniently.
+struct KRMessageList {
+  std::string groupID;              ///< the conversation
+  std::int64_t result = 0;          ///< the server's result code
+  std::int64_t pageSize = 0;        ///< how many make a page
+  std::int64_t page = 0;            ///< which page this is
+  std::string lastMessageID;        ///< the id that the page was counted from
+  std::vector<KRMessage> messages;  ///< the page
+
+  /// Whether the request succeeded.
+  bool codeCheck() const { return result == 0; }
+
+  bool operator==(const KRMessageList&) const = default;
+
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
+};
+
+/// The acknowledgement of a message sent or updated. Every key is read leniently.
+struct KRMessageResponse {
+  std::int64_t result = 0;           ///< the server's result code
+  std::optional<KRMessage> message;  ///< the server's copy of the message
+
+  /// Whether the request succeeded.
+  bool codeCheck() const { return result == 0; }
+
+  /// Whether the server holds the message already.
+  bool duplicateCode() const { return result == 13; }
+
+  bool operator==(const KRMessageResponse&) const = default;
+
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

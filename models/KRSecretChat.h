@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "extensions/JSONFields.h"
+#include "extensions/JSONCoding.h"
+#include "extensions/KRExport.h"
 
 /// \file
 /// The keys that secret chats exchange.
@@ -18,13 +19,8 @@ struct KRSecretChat {
 
   bool operator==(const KRSecretChat&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::uin>("uin"), koriva::json::required<&R::device_id>("device_id"),
-      koriva::json::required<&R::identity_key>("identity_key"),
-      koriva::json::required<&R::base_key>("base_key"),
-      koriva::json::required<&R::one_time_pre_key>("one_time_pre_key"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A secret chat was started. All keys are required.
@@ -38,14 +34,8 @@ struct KRStartSecretChat {
 
   bool operator==(const KRStartSecretChat&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::group_id>("group_id"), koriva::json::required<&R::uin>("uin"),
-      koriva::json::required<&R::device_id>("device_id"),
-      koriva::json::required<&R::identity_key>("identity_key"),
-      koriva::json::required<&R::base_key>("base_key"),
-      koriva::json::required<&R::one_time_pre_key>("one_time_pre_key"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A secret chat was accepted. All keys are required.
@@ -59,14 +49,8 @@ struct KRAcceptSecretChat {
 
   bool operator==(const KRAcceptSecretChat&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields = koriva::json::fields(
-      koriva::json::required<&R::group_id>("group_id"), koriva::json::required<&R::uin>("uin"),
-      koriva::json::required<&R::device_id>("device_id"),
-      koriva::json::required<&R::identity_key>("identity_key"),
-      koriva::json::required<&R::base_key>("base_key"),
-      koriva::json::required<&R::one_time_pre_key>("one_time_pre_key"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };
 
 /// A secret chat was deleted. All keys are required.
@@ -77,10 +61,6 @@ struct KRDeleteSecretChat {
 
   bool operator==(const KRDeleteSecretChat&) const = default;
 
-  /// The JSON keys.
-  template <class R>
-  static constexpr auto fields =
-      koriva::json::fields(koriva::json::required<&R::group_id>("group_id"),
-                           koriva::json::required<&R::group_name>("group_name"),
-                           koriva::json::required<&R::group_avatar>("group_avatar"));
+  /// How it travels as JSON.
+  KR_EXPORT static const koriva::json::Coding coding;
 };

@@ -1,0 +1,114 @@
+#include "extensions/JSONItems.h"
+
+#include "extensions/JSONReader.h"
+
+namespace koriva::json {
+namespace {
+
+/// Writes JSON with other white space, indented or none, while it is read.
+class Printer {
+ public:
+  Printer(std::string_view items, bool isIndented, std::size_t limit)
+      : items_(items), reader_(items), isIndented_(isIndented), limit_(limit) {}
+
+  /// The first item; nothing when the items are not JSON, or it would be longer than the limit.
+  std::optional<std::string> operator()() {
+    const char* at = value(reader_.skipSpace(items_.data()));
+    if (at) at = reader_.itemsEnd(at);
+    if (!at) return std::nullopt;
+    return std::move(out_);
+  }
+
+  bool hasReachedLimit() const { return out_.size() > limit_; }
+
+ private:
+  const char* value(const char* at) {
+    if (hasReachedLimit()) return nullptr;
+    switch (reader_.peek(at)) {
+      case '"':
+        return text(at + 1);
+      case '{':
+        return sequence('{', '}', [&](const auto& beginOne) {
+          return reader_.members(at + 1, [&](const char* key) {
+            beginOne();
+            const char* const member = reader_.colon(text(key));
+            out_ += isIndented_ ? ": " : ":";
+            return member ? value(member) : nullptr;
+          });
+        });
+      case '[':
+        return sequence('[', ']', [&](const auto& beginOne) {
+          return reader_.elements(at + 1, [&](const char* element) {
+            beginOne();
+            return value(element);
+          });
+        });
+      default: {
+        const char* const end = reader_.skip(at);
+        if (end) out_.append(at, end);
+        return end;
+      }
+    }
+  }
+
+  template <class Read>
+  const char* sequence(char opening, char closing, const Read& read) {
+    out_ += opening;
+    depth_ += 2;
+    bool isEmpty = true;
+    const char* const end = read([&] {
+      if (!std::exchange(isEmpty, false)) out_ += ',';
+      breakLine();
+    });
+    depth_ -= 2;
+    if (!isEmpty) breakLine();
+    out_ += closing;
+    return end;
+  }
+
+  void breakLine() {
+    if (isIndented_) out_.append("\n").append(depth_, ' ');
+  }
+
+  const char* text(const char* at) {
+    const char* const end = reader_.text(at, text_);
+    if (end) appendText(out_, text_);
+    return end;
+  }
+
+  std::string_view items_;
+  Reader reader_;
+  bool isIndented_;
+  std::size_t limit_;
+  std::size_t depth_ = 0;
+  std::string text_;
+  std::string out_;
+};
+
+}  // namespace
+
+bool areItems(std::string_view text) {
+  Reader reader(text);
+  const char* const at = reader.skip(reader.skipSpace(text.data()));
+  return at && reader.itemsEnd(at);
+}
+
+std::optional<std::string> firstText(std::string_view items) {
+  Reader reader(items);
+  std::string text;
+  const char* at = reader.skipSpace(items.data());
+  if (reader.peek(at) != '"') return std::nullopt;
+  at = reader.text(at + 1, text);
+  if (!at || !reader.itemsEnd(at)) return std::nullopt;
+  return text;
+}
+
+std::optional<std::string> prettyPrinted(std::string_view items) {
+  constexpr std::size_t maxIndented = std::size_t{64} << 10;
+  Printer indented(items, true, maxIndented);
+  auto printed = indented();
+  if (!indented.hasReachedLimit()) return printed;
+  return Printer(items, false, items.size())();
+}
+
+}  // namespace koriva::json

@@ -1,0 +1,15 @@
+#include "models/KRGroupLink.h"
+
+#include "extensions/JSONFields.h"
+
+using koriva::json::Coding;
+using koriva::json::Field;
+using koriva::json::required;
+
+constinit const Coding KRGroupLinkResponse::coding =
+    required<Field<"result", &KRGroupLinkResponse::result>,
+             Field<"link", &KRGroupLinkResponse::link>>;
+
+constinit const Coding KRListGroupLinkResponse::coding =
+    required<Field<"result", &KRListGroupLinkResponse::result>,
+             Field<"links", &KRListGroupLinkResponse::links>>;
