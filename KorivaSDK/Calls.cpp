@@ -10,19 +10,21 @@ namespace {
 struct CallStatus {
   std::int64_t status = 0;
 
-  template <class R>
-  static constexpr auto fields = json::fields(json::required<&R::status>("status"));
+  static const json::Coding coding;
 };
+
+constinit const json::Coding CallStatus::coding =
+    json::required<json::Field<"status", &CallStatus::status>>;
 
 constexpr auto decodeOngoing = decodeWhether(&CallStatus::status, KRCall::CALL_STATUS_ONGOING);
 
-Decoded<KRCallEvent> decodeCreatedCall(std::string_view items) {
-  auto response = json::decodeFirst<KRCallResponse>(items);
+Decoded<KRCallEvent> decodeCreatedCall(Answer& answer) {
+  auto response = answer.read<KRCallResponse>();
   if (!response) return std::nullopt;
   return KRResult<KRCallEvent>::success(KRCallEvent::CreateCall{std::move(response->call)});
 }
 
-Decoded<KRCallEvent> ignoreAnswer(std::string_view) { return std::nullopt; }
+Decoded<KRCallEvent> ignoreAnswer(Answer&) { return std::nullopt; }
 
 }  // namespace
 

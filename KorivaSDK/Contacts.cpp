@@ -1,14 +1,13 @@
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
-#include "extensions/JSONPrinter.h"
 
 using namespace koriva;
 
 namespace {
 
 /// The whole answer as text, whatever it says. Log filters know the line, of unregistering too.
-Decoded<std::string> decodeJsonText(std::string_view items) {
-  auto text = json::prettyPrinted(items);
+Decoded<std::string> decodeJsonText(Answer& answer) {
+  auto text = answer.prettyPrinted();
   if (!text) return KRResult<std::string>::failure(KRError::parsingFailed);
   printLine("KorivaSDK - register_profile_token result: " + *text);
   return KRResult<std::string>::success(*std::move(text));

@@ -2,7 +2,7 @@
 
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
-#include "extensions/JSONPrinter.h"
+#include "extensions/JSONText.h"
 
 using namespace koriva;
 

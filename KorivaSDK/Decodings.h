@@ -7,13 +7,12 @@
 #include <type_traits>
 #include <utility>
 
-#include "KorivaSDK/KRResult.h"
-#include "extensions/JSONCoding.h"
+#include "KorivaSDK/RequestChannel.h"
 #include "models/KRConversation.h"
 
 /// \file
-/// What the answers to requests mean. A decoding turns an acknowledgement's items into the outcome
-/// of the request, or into nothing: then the completion is never called.
+/// What the answers to requests mean. A decoding turns an answer into the outcome of the
+/// request, or into nothing: then the completion is never called.
 
 namespace koriva {
 
@@ -34,16 +33,15 @@ T* pointerTo(std::optional<T>& part) {
 struct ResultCode {
   std::int64_t result = 0;
 
-  template <class R>
-  static constexpr auto fields = json::fields(json::required<&R::result>("result"));
+  static const json::Coding coding;
 };
 
 }  // namespace detail
 
 /// The whole of a record with a result code.
 template <class Record>
-Decoded<Record> decodeRecord(std::string_view items) {
-  auto record = json::decodeFirst<Record>(items);
+Decoded<Record> decodeRecord(Answer& answer) {
+  auto record = answer.template read<Record>();
   if (!record || !record->codeCheck()) return KRResult<Record>::failure(KRError::failed);
   return KRResult<Record>::success(*std::move(record));
 }
@@ -52,8 +50,8 @@ Decoded<Record> decodeRecord(std::string_view items) {
 template <class Record, class Part>
 constexpr auto decodePart(Part Record::*part, KRError unreadable = KRError::failed,
                           KRError (*refusal)(const Record&) = nullptr) {
-  return [=](std::string_view items) {
-    auto record = json::decodeFirst<Record>(items);
+  return [=](Answer& answer) {
+    auto record = answer.template read<Record>();
     auto* value = record ? detail::pointerTo((*record).*part) : nullptr;
     using Result = KRResult<std::remove_pointer_t<decltype(value)>>;
     if (!record) return std::optional(Result::failure(unreadable));
@@ -67,8 +65,8 @@ inline constexpr auto decodeConversation = decodePart(&KRConversationResponse::c
 /// Whether an integer of the answer is the one that means yes.
 template <class Record>
 constexpr auto decodeWhether(std::int64_t Record::*member, std::int64_t yes) {
-  return [=](std::string_view items) -> Decoded<bool> {
-    const auto record = json::decodeFirst<Record>(items);
+  return [=](Answer& answer) -> Decoded<bool> {
+    const auto record = answer.template read<Record>();
     if (!record) return KRResult<bool>::failure(KRError::parsingFailed);
     return KRResult<bool>::success((*record).*member == yes);
   };
@@ -78,11 +76,6 @@ constexpr auto decodeWhether(std::int64_t Record::*member, std::int64_t yes) {
 inline constexpr auto decodeBoolean = decodeWhether(&detail::ResultCode::result, 0);
 
 /// "Success" or the server's error; nothing for an answer without a result code.
-inline Decoded<std::string> decodeResultCode(std::string_view items) {
-  const auto code = json::decodeFirst<detail::ResultCode>(items);
-  if (!code) return std::nullopt;
-  if (code->result != 0) return KRResult<std::string>::failure(KRError(code->result));
-  return KRResult<std::string>::success("Success");
-}
+Decoded<std::string> decodeResultCode(Answer& answer);
 
 }  // namespace koriva

@@ -11,16 +11,20 @@ namespace {
 struct DeletedGroup {
   std::string groupID;
 
-  template <class R>
-  static constexpr auto fields = json::fields(json::required<&R::groupID>("group_id"));
+  static const json::Coding coding;
 };
+
+constinit const json::Coding DeletedGroup::coding =
+    json::required<json::Field<"group_id", &DeletedGroup::groupID>>;
 
 struct ServerError {
   std::int64_t error = 0;
 
-  template <class R>
-  static constexpr auto fields = json::fields(json::required<&R::error>("error"));
+  static const json::Coding coding;
 };
+
+constinit const json::Coding ServerError::coding =
+    json::required<json::Field<"error", &ServerError::error>>;
 
 std::optional<KRGroupEventKind> typingKind(std::int64_t eventType) {
   if (eventType == KREvent::EVENT_TYPE_MESSAGING_START_TYPING) {
@@ -61,19 +65,20 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
   const auto on = [&](std::string_view event, socketio::Handler handler) {
     made.emplace(event, std::move(handler));
   };
-  const auto notify = [this](std::string_view data, auto tell) {
-    const auto record = json::decodeFirst<decltype(recordOf(tell))>(data);
+  const auto notify = [this](const auto& record, auto tell) {
     if (!record) return;
     forEachDelegate([&](KorivaDelegate& to) { std::invoke(tell, to, *record); });
   };
   const auto push = [&](std::string_view event, auto tell) {
     on(event, [notify, tell](const Items& items) {
-      if (const auto data = getDataFromAck(items)) notify(*data, tell);
+      notify(Answer(items).read<decltype(recordOf(tell))>(), tell);
     });
   };
   // Binary beside what is read is no obstacle to these, and not worth a line.
   const auto pushAsItIs = [&](std::string_view event, auto tell) {
-    on(event, [notify, tell](const Items& items) { notify(items.text(), tell); });
+    on(event, [notify, tell](const Items& items) {
+      notify(json::decodeFirst<decltype(recordOf(tell))>(items.text()), tell);
+    });
   };
   using Event = KRCallEvent;
   using Kind = KRGroupEventKind;
@@ -124,9 +129,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
   });
   // No delegate is told of this one.
   on("delete_conversation", [](const Items& items) {
-    if (isReadable(getDataFromAck(items))) {
-      printLine("delete_conversation");
-    }
+    if (Answer(items).isJson()) printLine("delete_conversation");
   });
   push("block_user", &KorivaDelegate::didBlockContact);
   push("unblock_user", &KorivaDelegate::didUnblockContact);
@@ -139,9 +142,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
   push("ice_sdp", asCallEvent<Event::IceSdp, KRIceSdp>);
   push("ice_candidate", asCallEvent<Event::IceCandidate, KRIceCandidate>);
   on("event", [this](const Items& items) {
-    const auto data = getDataFromAck(items);
-    if (!data) return;
-    const auto event = json::decodeFirst<KREvent>(*data);
+    const auto event = Answer(items).read<KREvent>();
     if (!event) return;
     const auto connection = channel.connection();
     forEachDelegate([&](auto& to) { to.didReceiveCall(Event::CustomEvent{*event}); });

@@ -1,6 +1,6 @@
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
-#include "extensions/JSONPrinter.h"
+#include "extensions/JSONText.h"
 
 using namespace koriva;
 

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "extensions/JSONCoding.h"
+#include "extensions/JSONFields.h"
+#include "extensions/JSONText.h"
 
 namespace koriva {
 
@@ -19,7 +20,7 @@ class Payload {
     template <class T>
     Member(std::string_view key, const T& value)
         : key_(key), value_(&value), append_([](std::string& out, const void* from) {
-            return json::append(out, *static_cast<const T*>(from));
+            return json::appendValue(out, *static_cast<const T*>(from));
           }) {}
 
    private:

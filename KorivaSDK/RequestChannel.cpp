@@ -1,9 +1,8 @@
 #include "KorivaSDK/RequestChannel.h"
 
-#include <algorithm>
 #include <atomic>
+#include <boost/json/error.hpp>
 
-#include "extensions/JSONPrinter.h"
 #include "socketio/Platform.h"
 
 void koriva::printLine(std::string line) {
@@ -18,40 +17,48 @@ void koriva::printLine(std::string line) {
   dropped += missing;
 }
 
-namespace {
+namespace koriva {
 
-std::string_view withoutSpaceInFront(std::string_view text) {
-  return text.substr(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
-}
-
-/// Whether the first item is the text that stands for an answer that did not come.
-bool isNoAck(std::string_view items) {
-  items = withoutSpaceInFront(items);
-  if (!items.starts_with(koriva::socketio::noAck)) return false;
-  items = withoutSpaceInFront(items.substr(koriva::socketio::noAck.size()));
-  return items.empty() || items.front() == ',';
-}
-
-}  // namespace
-
-std::optional<std::string_view> koriva::getDataFromAck(const socketio::Items& items) {
-  const auto text = items.text();
-  if (text.empty() || isNoAck(text)) return std::nullopt;
-  if (items.firstHoldsBinary) {
-    printLine("KorivaSDK - getDataFromAck failed with error: binary data is not JSON");
-    return std::nullopt;
+Answer::Answer(const socketio::Items& items) : items_(items.text()) {
+  if (items_.empty() || json::firstText(items_) == socketio::noAck) {
+    state_ = State::missing;
+  } else if (items.firstHoldsBinary) {
+    state_ = State::missing;
+    printProblem("binary data is not JSON");
   }
+}
+
+bool Answer::isJson() {
+  if (state_ == State::unread) state_ = json::areItems(items_) ? State::read : State::notJson;
+  return state_ == State::read;
+}
+
+std::optional<std::string> Answer::prettyPrinted() {
+  if (state_ == State::missing) return std::nullopt;
+  auto text = json::prettyPrinted(items_);
+  state_ = text ? State::read : State::notJson;
   return text;
 }
 
-bool koriva::isReadable(std::optional<std::string_view> data) {
-  if (!data) return false;
-  if (json::firstText(*data)) return true;
-  printLine("KorivaSDK - getDataFromAck failed with error: the answer is not JSON");
-  return false;
+bool Answer::isUnusable(bool hasOutcome) {
+  if (isJson()) return false;
+  if (state_ == State::notJson) printProblem("the answer is not JSON");
+  if (state_ == State::tooLarge) printProblem("there is no memory for the answer");
+  return !hasOutcome || state_ != State::tooLarge;
 }
 
-namespace koriva {
+void Answer::note(boost::system::error_code error) {
+  if (!error || error == boost::json::error::not_object) {
+    state_ = State::read;
+  } else {
+    const bool isTooLarge = error == boost::system::errc::not_enough_memory;
+    state_ = isTooLarge ? State::tooLarge : State::notJson;
+  }
+}
+
+void Answer::printProblem(const char* problem) {
+  printLine(std::string("KorivaSDK - getDataFromAck failed with error: ") + problem);
+}
 
 std::shared_ptr<socketio::Connection> RequestChannel::connection() const {
   if (platform::isForkedChild()) return nullptr;

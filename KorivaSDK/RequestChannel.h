@@ -9,6 +9,7 @@
 #include "KorivaSDK/KorivaSDK.h"
 #include "KorivaSDK/Payload.h"
 #include "KorivaSDK/RunLoopInternals.h"
+#include "extensions/JSONItems.h"
 #include "socketio/Connection.h"
 
 namespace koriva {
@@ -16,13 +17,39 @@ namespace koriva {
 /// Writes a whole line to standard output, and flushes it.
 void printLine(std::string line);
 
-/// What can be decoded of an answer or a push; nothing when there is none. Says so on the console
-/// when it is binary.
-std::optional<std::string_view> getDataFromAck(const socketio::Items& items);
+/// What the server has answered or pushed, of which only the first item counts. It is read once.
+class Answer {
+ public:
+  /// The items have to outlive it. Says so on the console when the first is binary.
+  explicit Answer(const socketio::Items& items);
 
-/// Whether there are data, and the first item is JSON; says so on the console when it is not. Asked
-/// only where a decoding has failed, so that good answers are read once.
-bool isReadable(std::optional<std::string_view> data);
+  /// The record that it says.
+  template <class Record>
+  boost::system::result<Record> read() {
+    if (state_ == State::missing) return json::detail::mismatch();
+    auto record = json::decodeFirst<Record>(items_);
+    note(record ? boost::system::error_code() : record.error());
+    return record;
+  }
+
+  /// The whole of it, indented; nothing when it is not JSON.
+  std::optional<std::string> prettyPrinted();
+
+  bool isJson();
+
+  /// Whether there was nothing that a decoding could have read, or no memory for it and no outcome
+  /// yet; says so on the console.
+  bool isUnusable(bool hasOutcome);
+
+ private:
+  enum class State { unread, read, missing, notJson, tooLarge };
+
+  void note(boost::system::error_code error);
+  static void printProblem(const char* problem);
+
+  std::string_view items_;
+  State state_ = State::unread;
+};
 
 /// In place of the name in the line: a request that prints none.
 inline constexpr std::string_view noFailureLine;
@@ -40,8 +67,8 @@ class RequestChannel {
   void emit(std::string_view event, Payload&& payload, socketio::Handler onAck = {}) const;
 
   /// Emits an event and completes, at most once and only while the client lives, with what the
-  /// decoding makes of the answer. A decoding is a callable that gets the items of the answer and
-  /// returns a `std::optional<KRResult<T>>`; with nothing, the completion is not called.
+  /// decoding makes of the answer. A decoding is a callable that gets the Answer and returns
+  /// a `std::optional<KRResult<T>>`; with nothing, the completion is not called.
   ///
   /// Without a usable answer it fails, and a line says so under the event's name or another one:
   /// literals, as the views outlive the request.
@@ -52,11 +79,10 @@ class RequestChannel {
          [client = client_.weak_from_this(), decoding, completion = std::move(completion),
           nameInFailureLine](const socketio::Items& items) {
            if (client.expired()) return;
-           const auto data = getDataFromAck(items);
-           std::optional<KRResult<T>> result;
-           if (data) result = decoding(*data);
+           Answer answer(items);
+           std::optional<KRResult<T>> result = decoding(answer);
            const bool isUseless = !result || !result->isSuccess();
-           if (isUseless && !isReadable(data)) {
+           if (isUseless && answer.isUnusable(result.has_value())) {
              printFailure(nameInFailureLine);
              result = KRResult<T>::failure(KRError::parsingFailed);
            }

@@ -2,7 +2,6 @@
 
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
-#include "extensions/JSONPrinter.h"
 
 using namespace koriva;
 
@@ -13,8 +12,8 @@ void printPayload(const std::string& event, const KRDictionary& payload) {
   printLine(event + ":  " + json::printedForm(payload));
 }
 
-Decoded<bool> acceptAnyAnswer(std::string_view items) {
-  if (!json::firstText(items)) return std::nullopt;
+Decoded<bool> acceptAnyAnswer(Answer& answer) {
+  if (!answer.isJson()) return std::nullopt;
   return KRResult<bool>::success(true);
 }
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "KorivaSDK/State.h"
-#include "extensions/JSONPrinter.h"
+#include "extensions/JSONText.h"
 #include "socketio/Platform.h"
 
 using namespace koriva;

@@ -10,7 +10,7 @@
 #include "bench/Allocations.h"
 #include "bench/Samples.h"
 #include "bench/Unconnected.h"
-#include "extensions/JSONPrinter.h"
+#include "extensions/JSONText.h"
 #include "extensions/StringRewriters.h"
 
 namespace {

@@ -28,11 +28,14 @@ KR_EXPORT bool append(std::string& out, const Coding& coding, const void* record
 
 template <class T>
 constexpr const Coding& codingOf() {
-  constexpr bool isRead = requires { T::coding; };
-  constexpr bool isOnlyWritten = requires { T::encoding; };
-  static_assert(isRead || isOnlyWritten, "this type is no record that travels as JSON");
-  if constexpr (isRead) return T::coding;
-  if constexpr (isOnlyWritten) return T::encoding;
+  static_assert(
+      requires { T::coding; } || requires { T::encoding; },
+      "this type is no record that travels as JSON");
+  if constexpr (requires { T::coding; }) {
+    return T::coding;
+  } else {
+    return T::encoding;
+  }
 }
 
 }  // namespace detail
@@ -49,13 +52,8 @@ template <class T>
 boost::system::result<T> decode(std::string_view json) {
   static_assert(
       !requires { T::encoding; }, "records of this type are only written");
-  static_assert(
-      requires { T::coding; } || requires { T::encoding; },
-      "this type is no record that travels as JSON");
   boost::system::result<T> record(boost::system::in_place_value);
-  if constexpr (requires { T::coding; }) {
-    if (const auto error = detail::decode(T::coding, &*record, json)) record = error;
-  }
+  if (const auto error = detail::decode(detail::codingOf<T>(), &*record, json)) record = error;
   return record;
 }
 

@@ -9,13 +9,15 @@ namespace {
 class Printer {
  public:
   Printer(std::string_view items, bool isIndented, std::size_t limit)
-      : items_(items), reader_(items), isIndented_(isIndented), limit_(limit) {}
+      : items_(items), reader_(items), isIndented_(isIndented), limit_(limit) {
+    if (!isIndented) out_.reserve(limit);
+  }
 
   /// The first item; nothing when the items are not JSON, or it would be longer than the limit.
   std::optional<std::string> operator()() {
     const char* at = value(reader_.skipSpace(items_.data()));
     if (at) at = reader_.itemsEnd(at);
-    if (!at) return std::nullopt;
+    if (!at || hasReachedLimit()) return std::nullopt;
     return std::move(out_);
   }
 

@@ -112,13 +112,17 @@ class Reader {
     return at == end_ ? at : fail(boost::json::error::extra_data);
   }
 
-  /// What is left after the first of several items: commas and values.
-  const char* itemsEnd(const char* at) {
+  /// What is left after the first of several items: commas, and what `readItem` reads.
+  template <class ReadItem>
+  const char* itemsEnd(const char* at, ReadItem readItem) {
     while (peek(at = skipSpace(at)) == ',') {
-      at = skip(skipSpace(at + 1));
+      at = readItem(skipSpace(at + 1));
       if (!at) return nullptr;
     }
     return at == end_ ? at : fail();
+  }
+  const char* itemsEnd(const char* at) {
+    return itemsEnd(at, [this](const char* item) { return skip(item); });
   }
 
  private:

@@ -145,7 +145,7 @@ void Connection::expireAcks() {
   const auto now = clock_->now();
   while (!acks_.empty() && acks_.front().deadline <= now) {
     if (auto onAck = takeAck(firstAckId_)) {
-      environment_.postHandler([onAck = std::move(onAck)] { onAck(Items(std::string(noAck))); });
+      environment_.postHandler([onAck = std::move(onAck)] { onAck(Items(quoted(noAck))); });
     }
   }
   watchAcks();

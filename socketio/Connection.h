@@ -27,7 +27,7 @@ inline constexpr std::string_view disconnectEvent = "disconnect";  ///< one text
 inline constexpr std::string_view errorEvent = "error";            ///< one text: what went wrong
 
 /// The item of an acknowledgement that did not come in time.
-inline constexpr std::string_view noAck = R"("NO ACK")";
+inline constexpr std::string_view noAck = "NO ACK";
 
 /// Limits that only tests have a reason to change.
 struct Limits {

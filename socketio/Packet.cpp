@@ -1,24 +1,39 @@
 #include "socketio/Packet.h"
 
 #include <algorithm>
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
 #include <charconv>
+
+#include "extensions/JSONItems.h"
+#include "extensions/JSONReader.h"
 
 namespace koriva::socketio {
 namespace {
 
-namespace json = boost::json;
+constexpr std::size_t maxControlText = std::size_t{64} << 10;
 
 constexpr bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-/// The value of a JSON text; null for any other text.
-json::value parseJson(std::string_view text) {
-  json::parse_options options;
-  options.max_depth = 64;
-  boost::system::error_code error;
-  return json::parse(text, error, {}, options);
-}
+struct OpenPacket {
+  std::optional<double> pingInterval;
+  std::optional<double> pingTimeout;
+  std::uint64_t maxPayload = 0;
+
+  static const json::Coding coding;
+};
+
+constinit const json::Coding OpenPacket::coding =
+    json::lenient<json::Field<"pingInterval", &OpenPacket::pingInterval>,
+                  json::Field<"pingTimeout", &OpenPacket::pingTimeout>,
+                  json::Field<"maxPayload", &OpenPacket::maxPayload>>;
+
+struct Refusal {
+  std::string message = "no reason given";
+
+  static const json::Coding coding;
+};
+
+constinit const json::Coding Refusal::coding =
+    json::lenient<json::Field<"message", &Refusal::message>>;
 
 void skipSpace(std::string_view& text) {
   while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
@@ -35,24 +50,13 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text) {
 
 /// Takes a JSON string off the front and returns its value.
 std::optional<std::string> takeString(std::string_view& text) {
-  if (text.empty() || text.front() != '"') return std::nullopt;
-  std::size_t end = 1;
-  bool escaped = false;
-  while (end < text.size() && text[end] != '"') {
-    if (text[end] == '\\') {
-      escaped = true;
-      ++end;
-    }
-    ++end;
-  }
-  if (end >= text.size()) return std::nullopt;
-  const auto literal = text.substr(0, end + 1);
-  text.remove_prefix(literal.size());
-  if (!escaped) return std::string(literal.substr(1, literal.size() - 2));
-
-  const auto value = parseJson(literal);
-  if (!value.is_string()) return std::nullopt;
-  return std::string(value.get_string());
+  json::Reader reader(text);
+  std::string value;
+  if (reader.peek(text.data()) != '"') return std::nullopt;
+  const char* const end = reader.text(text.data() + 1, value);
+  if (!end) return std::nullopt;
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  return value;
 }
 
 /// Splits `["name",items]` or `[items]`.
@@ -79,26 +83,46 @@ bool readArray(std::string_view text, Packet& packet, bool named) {
 
 enum class Binary { none, some, invalid };
 
-Binary findBinary(const json::value& value, std::size_t attachments) {
-  auto found = Binary::none;
-  const auto visit = [&](const json::value& element) {
-    if (found == Binary::invalid) return;
-    found = std::max(found, findBinary(element, attachments));
-  };
-  if (const auto* array = value.if_array()) {
-    for (const auto& element : *array) visit(element);
-  } else if (const auto* object = value.if_object()) {
-    const auto* mark = object->if_contains("_placeholder");
-    if (mark != nullptr && mark->is_bool() && mark->get_bool()) {
-      const auto* number = object->if_contains("num");
-      boost::system::error_code error;
-      const auto index = number != nullptr ? number->to_number<std::uint64_t>(error) : attachments;
-      return !error && index < attachments ? Binary::some : Binary::invalid;
+/// Looks for what stands for attachments: `{"_placeholder":true,"num":0}`.
+class BinaryFinder : public json::Reader {
+ public:
+  BinaryFinder(std::string_view json, std::size_t attachments)
+      : Reader(json), attachments_(attachments) {}
+
+  /// Goes through a value; `found` is raised to what is in it.
+  const char* value(const char* at, Binary& found) {
+    if (peek(at) == '[') {
+      return elements(at + 1, [&](const char* element) { return value(element, found); });
     }
-    for (const auto& member : *object) visit(member.value());
+    if (peek(at) != '{') return skip(at);
+    auto inside = Binary::none;
+    bool isPlaceholder = false;
+    std::optional<json::Integer> index;
+    at = members(at + 1, [&](const char* member) {
+      member = colon(text(member, key_));
+      if (!member) return member;
+      if (key_ == "_placeholder") isPlaceholder = peek(member) == 't';
+      if (key_ == "num") index = indexAt(member);
+      return value(member, inside);
+    });
+    if (isPlaceholder) {
+      const bool isThere = index && !index->isNegative && index->magnitude < attachments_;
+      inside = isThere ? Binary::some : Binary::invalid;
+    }
+    found = std::max(found, inside);
+    return at;
   }
-  return found;
-}
+
+ private:
+  std::optional<json::Integer> indexAt(const char* at) {
+    json::Number index;
+    if (peek(at) < '0' || peek(at) > '9' || !number(at, index)) return std::nullopt;
+    return index.integer();
+  }
+
+  std::size_t attachments_;
+  std::string key_;
+};
 
 std::string withNamespace(std::string_view type, std::string_view nsp, std::size_t more = 0) {
   std::string frame;
@@ -106,17 +130,6 @@ std::string withNamespace(std::string_view type, std::string_view nsp, std::size
   frame += type;
   if (nsp != "/") frame.append(nsp) += ',';
   return frame;
-}
-
-void appendQuoted(std::string& out, std::string_view text) {
-  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) {
-    return c >= ' ' && c <= '~' && c != '"' && c != '\\';
-  });
-  if (isPlain) {
-    out.append(1, '"').append(text) += '"';
-  } else {
-    out += json::serialize(json::string(text));
-  }
 }
 
 }  // namespace
@@ -165,10 +178,14 @@ std::optional<Packet> parsePacket(std::string_view text) {
 }
 
 std::optional<bool> firstItemHoldsBinary(std::string_view items, std::size_t attachments) {
-  const auto value = parseJson("[" + std::string(items) + "]");
-  const auto* array = value.if_array();
-  if (!array || findBinary(value, attachments) == Binary::invalid) return std::nullopt;
-  return !array->empty() && findBinary(array->front(), attachments) == Binary::some;
+  if (items.empty()) return false;
+  BinaryFinder finder(items, attachments);
+  auto inFirst = Binary::none;
+  auto inOthers = Binary::none;
+  const char* at = finder.value(finder.skipSpace(items.data()), inFirst);
+  if (at) at = finder.itemsEnd(at, [&](const char* item) { return finder.value(item, inOthers); });
+  if (!at || std::max(inFirst, inOthers) == Binary::invalid) return std::nullopt;
+  return inFirst == Binary::some;
 }
 
 std::string encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
@@ -177,7 +194,7 @@ std::string encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
   auto frame = withNamespace("42", nsp, event.size() + items.size() + idAndPunctuation);
   if (id) frame += std::to_string(*id);
   frame += '[';
-  appendQuoted(frame, event);
+  json::appendText(frame, event);
   if (!items.empty()) (frame += ',') += items;
   frame += ']';
   return frame;
@@ -188,38 +205,26 @@ std::string encodeConnect(std::string_view nsp) { return withNamespace("40", nsp
 std::string encodeDisconnect(std::string_view nsp) { return withNamespace("41", nsp); }
 
 std::optional<Handshake> parseHandshake(std::string_view text) {
-  const auto value = parseJson(text);
-  if (!value.is_object()) return std::nullopt;
-  const auto& object = value.get_object();
-
-  const auto milliseconds = [&](std::string_view key) -> std::optional<std::int64_t> {
-    const auto* number = object.if_contains(key);
-    if (number == nullptr || !number->is_number()) return std::nullopt;
-    // Not std::clamp, which would pass on the NaN that the parser makes of 0e999.
-    const double atLeast = std::max(1'000.0, number->to_number<double>());
-    return static_cast<std::int64_t>(std::min(atLeast, 300'000.0));
+  if (text.size() > maxControlText) return std::nullopt;
+  const auto open = json::decode<OpenPacket>(text);
+  if (!open || !open->pingInterval || !open->pingTimeout) return std::nullopt;
+  const auto milliseconds = [](double number) {
+    return static_cast<std::int64_t>(std::clamp(number, 1'000.0, 300'000.0));
   };
-  const auto interval = milliseconds("pingInterval");
-  const auto timeout = milliseconds("pingTimeout");
-  if (!interval || !timeout) return std::nullopt;
-
-  boost::system::error_code error;
-  const auto* limit = object.if_contains("maxPayload");
-  const auto maxPayload = limit != nullptr ? limit->to_number<std::uint64_t>(error) : 0;
-  return Handshake{*interval, *timeout, error ? 0 : maxPayload};
+  return Handshake{milliseconds(*open->pingInterval), milliseconds(*open->pingTimeout),
+                   open->maxPayload};
 }
 
 std::string refusalText(std::string_view text) {
-  const auto value = parseJson(text);
-  const json::value* message = &value;
-  if (const auto* object = value.if_object()) message = object->if_contains("message");
-  if (message == nullptr || !message->is_string()) return "no reason given";
-  return std::string(message->get_string());
+  if (text.size() > maxControlText) return Refusal().message;
+  if (auto message = json::firstText(text)) return *std::move(message);
+  const auto refusal = json::decode<Refusal>(text);
+  return refusal ? refusal->message : Refusal().message;
 }
 
 std::string quoted(std::string_view text) {
   std::string literal;
-  appendQuoted(literal, text);
+  json::appendText(literal, text);
   return literal;
 }
 

@@ -55,10 +55,10 @@ struct Handshake {
   std::uint64_t maxPayload = 0;  ///< 0: the server names no limit
 };
 
-/// Reads the JSON of the open packet.
+/// Reads the JSON of the open packet, of at most 64 KiB.
 std::optional<Handshake> parseHandshake(std::string_view json);
 
-/// The text of a refusal: that of its "message", or the string that it is.
+/// The text of a refusal of at most 64 KiB: that of its "message", or the string that it is.
 std::string refusalText(std::string_view json);
 
 /// `text` as a JSON string.

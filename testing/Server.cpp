@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <boost/json/array.hpp>
+#include <boost/json/serialize.hpp>
 #include <charconv>
 #include <deque>
 #include <iostream>
@@ -10,6 +11,7 @@
 #include "KorivaSDK/KRRunLoop.h"
 #include "KorivaSDK/KRVersion.h"
 #include "KorivaSDK/Stage.h"
+#include "extensions/StringRewriters.h"
 #include "testing/KRTesting.h"
 #include "testing/VirtualClock.h"
 
@@ -22,12 +24,14 @@ constexpr std::string_view nsp = "/data,";
 constexpr int maxSentAtOnce = 100'000;
 constexpr auto maxWait = std::chrono::hours(365 * 24);
 
-std::string quoted(std::string_view text) { return KRJSONEncoder{}.encode(std::string(text)); }
+std::string quoted(std::string_view text) {
+  return boost::json::serialize(boost::json::string(text));
+}
 
 std::string textOf(const KRDictionary& item) {
-  std::string text;
-  if (!json::write(text, item)) throw std::invalid_argument("this is no JSON");
-  return text;
+  auto text = toJsonString(item);
+  if (!text) throw std::invalid_argument("this is no JSON");
+  return *std::move(text);
 }
 
 std::string decoded(std::string_view text) {

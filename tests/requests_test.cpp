@@ -43,7 +43,7 @@ T argument(const json::value& value) {
     return {"g1", value == "start" ? Kind(Kind::StartTyping{}) : Kind(Kind::UpdateMessage{})};
   } else if constexpr (std::is_enum_v<T>) {
     return koriva::fromRawValue<T>(value.as_int64()).value();
-  } else if constexpr (koriva::json::Access::hasFields<T>) {
+  } else if constexpr (requires { T::coding; }) {
     return koriva::json::decode<T>(json::serialize(value)).value();
   } else {
     return json::value_to<T>(value);

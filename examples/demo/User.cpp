@@ -102,7 +102,7 @@ void User::didReceiveGroupEvent(const KRGroupEvent& event) {
   if (event.kind.as<KRGroupEventKind::StopTyping>()) notes("sees no more typing");
   const auto* update = event.kind.as<KRGroupEventKind::UpdateMessage>();
   if (!update || update->message.senderUin != name || update->message.status != kSeen) return;
-  notes("knows the " + typeName(update->message.messageType()) + " was seen");
+  notes("knows the " + koriva::typeName(update->message.messageType()) + " was seen");
 }
 
 void User::didReceiveCall(const KRCallEvent& event) {

@@ -225,7 +225,7 @@ class Tour {
       sender->client->sendMessage(message, done);
     });
     const auto received = receiver->receives(letter.contents);
-    sender->notices("knows the " + typeName(letter.type) + " was seen");
+    sender->notices("knows the " + koriva::typeName(letter.type) + " was seen");
     return sender->isHere() ? stored : received;
   }
 

@@ -28,8 +28,8 @@ int main() {
 
   Application application;
   static_cast<KorivaDelegate&>(application).didReceive(*message);
-  std::cout << typeName(message->messageType()) << ": " << images->images.at(0).url << '\n'
-            << KRJSONEncoder{}.encode(images->images) << '\n'
+  std::cout << koriva::typeName(message->messageType()) << ": " << images->images.at(0).url << '\n'
+            << KRJSONEncoder{}.encode(KRImageResponse{images->images}) << '\n'
             << koriva::toJsonString(KRDictionary{{"answer", 42}}).value_or("") << '\n';
 
   const auto client = KorivaSDK::shared();

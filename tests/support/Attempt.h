@@ -28,7 +28,7 @@ struct Attempt {
         {"message", [to = heard](const auto&) { ++to->messages; }},
         {std::string(socketio::connectEvent), [this](const auto&) {
            connection->emit("ask", "{}", [to = heard](const auto& items) {
-             if (items.text() != socketio::noAck) to->answers += items.text();
+             if (items.text() != socketio::quoted(socketio::noAck)) to->answers += items.text();
            });
          }}});
     connection = std::make_shared<socketio::Connection>(KRRunLoop::main().internals().environment(),

@@ -52,7 +52,11 @@ inline std::string lines(const std::string& told) { return told == "nothing" ? "
 
 inline std::string text(const std::string& value) { return value; }
 inline std::string text(bool value) { return value ? "true" : "false"; }
-std::string text(const auto& record) { return KRJSONEncoder{}.encode(record); }
+std::string text(const auto& value) {
+  std::string out;
+  koriva::json::appendValue(out, value);
+  return out;
+}
 
 /// A completion of any type that prints its outcome; without a name, an empty one.
 struct Done {
