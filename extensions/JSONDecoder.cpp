@@ -42,12 +42,17 @@ bool putNumber(const Type& type, void* member, const Number& number) {
   return true;
 }
 
-/// Most keys are short enough to be compared by their ends.
+/// Nearly all keys are short enough to be compared by their ends.
 bool isSameKey(const char* key, std::string_view expected) {
   const std::size_t size = expected.size();
-  if (size < 8 || size > 16) return std::memcmp(key, expected.data(), size) == 0;
-  return loadBytes(key, 8) == loadBytes(expected.data(), 8) &&
-         loadBytes(key + size - 8, 8) == loadBytes(expected.data() + size - 8, 8);
+  const auto haveSameEnds = [&](std::size_t length) {
+    return loadBytes(key, length) == loadBytes(expected.data(), length) &&
+           loadBytes(key + size - length, length) ==
+               loadBytes(expected.data() + size - length, length);
+  };
+  if (size >= 8 && size <= 16) return haveSameEnds(8);
+  if (size >= 4 && size < 8) return haveSameEnds(4);
+  return std::memcmp(key, expected.data(), size) == 0;
 }
 
 const Member* findMember(const Coding& coding, std::string_view key) {
@@ -208,21 +213,16 @@ class Decoder : public Reader {
     return skip(at);
   }
 
-  /// How many elements a full list gets room for: as many as the rest of the document suggests once
-  /// the first has been read, and then twice as many each time.
-  std::size_t nextCapacity(std::size_t count, const char* begin, const char* at) const {
-    constexpr std::size_t mostAtFirst = 64;
-    if (count != 1) return std::max<std::size_t>(2 * count, 1);
-    return std::min(2 + left(at) / static_cast<std::size_t>(at - begin), mostAtFirst);
-  }
-
   const char* records(const char* begin, const Coding& coding, void* list) {
+    constexpr std::size_t mostAtFirst = 64;
     std::size_t count = 0;
     std::size_t capacity = 0;
     return elements(begin, [&](const char* at) {
       if (isWrong_ || peek(at) != '{') return skipWrong(at);
       if (count == capacity) {
-        capacity = nextCapacity(count, begin, at);
+        // Once the first has been read, the rest of the document suggests how many there will be.
+        const auto size = static_cast<std::size_t>(at - begin);
+        capacity = count == 1 ? std::min(2 + left(at) / size, mostAtFirst) : 2 * count + !count;
         if (!room_.take(capacity * coding.size)) return failForRoom();
         coding.reserve(list, capacity);
       }
@@ -237,7 +237,7 @@ class Decoder : public Reader {
     return elements(begin, [&](const char* at) {
       if (isWrong_ || peek(at) != '"') return skipWrong(at);
       if (texts.size() == capacity) {
-        capacity = nextCapacity(texts.size(), begin, at);
+        capacity = std::max<std::size_t>(2 * capacity, 4);
         if (!room_.take(capacity * sizeof(std::string))) return failForRoom();
         texts.reserve(capacity);
       }

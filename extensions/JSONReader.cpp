@@ -172,7 +172,7 @@ const char* Reader::escape(const char* at, char* buffer, std::size_t& used) {
   return at + (isPair ? 12 : 6);
 }
 
-const char* Reader::unusualText(const char* at, std::string* out) {
+const char* Reader::escapedText(const char* at, std::string* out) {
   constexpr std::size_t longestCharacter = 4;
   std::array<char, 256> buffer;
   std::size_t used = 0;

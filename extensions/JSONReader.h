@@ -53,7 +53,8 @@ class Reader {
   char peek(const char* at) const { return at != end_ ? *at : '\0'; }
 
   const char* skipSpace(const char* at) const {
-    while (at != end_ && (*at == ' ' || *at == '\n' || *at == '\t' || *at == '\r')) ++at;
+    while (at != end_ && *at <= ' ' && (*at == ' ' || *at == '\n' || *at == '\t' || *at == '\r'))
+      ++at;
     return at;
   }
 
@@ -83,7 +84,7 @@ class Reader {
   const char* text(const char* at, std::string& out) {
     bool isAscii = true;
     const char* const stop = endOfPlain(at, end_, isAscii);
-    if (peek(stop) != '"' || !isAscii) return unusualText(at, &out);
+    if (peek(stop) != '"' || !(isAscii || isUtf8({at, stop}))) return escapedText(at, &out);
     out.assign(at, stop);
     return stop + 1;
   }
@@ -92,7 +93,8 @@ class Reader {
   const char* skipText(const char* at) {
     bool isAscii = true;
     const char* const stop = endOfPlain(at, end_, isAscii);
-    return peek(stop) == '"' && isAscii ? stop + 1 : unusualText(at, nullptr);
+    const bool isPlain = peek(stop) == '"' && (isAscii || isUtf8({at, stop}));
+    return isPlain ? stop + 1 : escapedText(at, nullptr);
   }
 
   /// A number; what is behind it is not looked at.
@@ -145,7 +147,7 @@ class Reader {
     return at + 1;
   }
 
-  const char* unusualText(const char* at, std::string* out);
+  const char* escapedText(const char* at, std::string* out);
   const char* escape(const char* at, char* buffer, std::size_t& used);
 
   const char* end_;

@@ -2,20 +2,17 @@
 
 #include "extensions/JSONFields.h"
 
-using koriva::json::Coding;
-using koriva::json::Field;
-using koriva::json::lenient;
-using koriva::json::required;
+using namespace koriva::json;
 
 namespace {
 
-void setMissingSizes(KRImage& image, koriva::json::Room&) {
+void setMissingSizes(KRImage& image, Room&) {
   for (auto* size : {&image.width, &image.height, &image.subIndex}) *size = size->value_or(0);
 }
 
 }  // namespace
 
-constinit const Coding KRImage::coding = koriva::json::finishedBy<KRImage, &setMissingSizes>(
+constinit const Coding KRImage::coding = finishedBy<KRImage, &setMissingSizes>(
     lenient<Field<"url", &KRImage::url>, Field<"width", &KRImage::width>,
             Field<"height", &KRImage::height>, Field<"sub_index", &KRImage::subIndex>>);
 

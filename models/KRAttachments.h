@@ -21,8 +21,7 @@ struct KRImage {
 
   bool operator==(const KRImage&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One video. All keys are required.
@@ -35,8 +34,7 @@ struct KRVideo {
 
   bool operator==(const KRVideo&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One audio clip. All keys are required.
@@ -46,8 +44,7 @@ struct KRAudio {
 
   bool operator==(const KRAudio&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One file of any kind. All keys are required.
@@ -63,8 +60,7 @@ struct KRFile {
 
   bool operator==(const KRFile&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One sticker. The key is required.
@@ -73,8 +69,7 @@ struct KRSticker {
 
   bool operator==(const KRSticker&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The attachments document of an image message of any version but 0.
@@ -83,8 +78,7 @@ struct KRImageResponse {
 
   bool operator==(const KRImageResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The attachments document of an image message of version 0: bare URLs under the same key.
@@ -93,8 +87,7 @@ struct KRImageURLsResponse {
 
   bool operator==(const KRImageURLsResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The attachments document of a video message.
@@ -103,8 +96,7 @@ struct KRVideoResponse {
 
   bool operator==(const KRVideoResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The attachments document of an audio message.
@@ -113,8 +105,7 @@ struct KRAudioResponse {
 
   bool operator==(const KRAudioResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The attachments document of a file message.
@@ -123,8 +114,7 @@ struct KRFileResponse {
 
   bool operator==(const KRFileResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A document that wraps a sticker. Sticker messages carry the bare `KRSticker` instead.
@@ -133,6 +123,5 @@ struct KRStickerResponse {
 
   bool operator==(const KRStickerResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

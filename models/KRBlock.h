@@ -17,8 +17,7 @@ struct KRBlock {
 
   bool operator==(const KRBlock&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A blocked contact. All keys are required.
@@ -28,8 +27,7 @@ struct KRBlockContact {
 
   bool operator==(const KRBlockContact&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of "blocked_list". All keys are required.
@@ -42,6 +40,5 @@ struct KRBlockContactList {
 
   bool operator==(const KRBlockContactList&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

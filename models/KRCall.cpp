@@ -6,10 +6,7 @@
 
 #include "extensions/JSONFields.h"
 
-using koriva::json::Coding;
-using koriva::json::Field;
-using koriva::json::lenient;
-using koriva::json::required;
+using namespace koriva::json;
 
 namespace {
 

@@ -51,8 +51,7 @@ struct KR_EXPORT KRCall {
 
   bool operator==(const KRCall&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of "create_call". The key is required.
@@ -61,6 +60,5 @@ struct KRCallResponse {
 
   bool operator==(const KRCallResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -4,9 +4,7 @@
 
 #include "extensions/JSONFields.h"
 
-using koriva::json::Coding;
-using koriva::json::Field;
-using koriva::json::lenient;
+using namespace koriva::json;
 
 namespace {
 
@@ -36,7 +34,7 @@ KRDictionary KRCallEvent::toDictionary() const {
   return koriva::json::parseDictionary(payload).value_or(KRDictionary());
 }
 
-constinit const Coding KRCallEvent::encoding = koriva::json::writtenBy<KRCallEvent, &write>();
+constinit const Coding KRCallEvent::encoding = writtenBy<KRCallEvent, &write>();
 
 constinit const Coding KRStartCall::coding =
     lenient<Field<"group_id", &KRStartCall::groupID>, Field<"call_id", &KRStartCall::callID>,

@@ -26,8 +26,7 @@ struct KRStartCall {
 
   bool operator==(const KRStartCall&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A callee's answer. Every key is read leniently.
@@ -44,8 +43,7 @@ struct KRAnswerCall {
 
   bool operator==(const KRAnswerCall&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A party leaves or ends the call. Every key is read leniently.
@@ -55,8 +53,7 @@ struct KRStopCall {
 
   bool operator==(const KRStopCall&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A session description. Every key is read leniently.
@@ -70,8 +67,7 @@ struct KRIceSdp {
 
   bool operator==(const KRIceSdp&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One connectivity candidate. Every key is read leniently.
@@ -82,8 +78,7 @@ struct KRIceCandidate {
 
   bool operator==(const KRIceCandidate&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A free-form call or typing event between two users. Every key is read leniently.
@@ -110,8 +105,7 @@ struct KREvent {
 
   bool operator==(const KREvent&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One step of call signalling. Only ever written: as an object whose one member, named `type()`,
@@ -198,8 +192,7 @@ struct KR_EXPORT KRCallEvent : koriva::TaggedVariant<KRCallEvent> {
 
   bool operator==(const KRCallEvent&) const = default;
 
-  /// How it is written as JSON.
-  static const koriva::json::Coding encoding;
+  static const koriva::json::Coding encoding;  ///< how it is written as JSON
 };
 
 template <>

@@ -23,8 +23,7 @@ struct KRLastActiveMessage {
 
   bool operator==(const KRLastActiveMessage&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// How far a member has come in a group's messages. Every key is read leniently.
@@ -34,8 +33,7 @@ struct KRGroupMessageStatus {
 
   bool operator==(const KRGroupMessageStatus&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// One conversation. Every key is read leniently.
@@ -70,8 +68,7 @@ struct KR_EXPORT KRConversation {
 
   bool operator==(const KRConversation&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of "list_group". Every key is read leniently.
@@ -86,8 +83,7 @@ struct KRConversationList {
 
   bool operator==(const KRConversationList&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of the requests that yield a conversation. Every key is read leniently.
@@ -100,8 +96,7 @@ struct KRConversationResponse {
 
   bool operator==(const KRConversationResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of "start_secret_chat". All keys are required.
@@ -114,6 +109,5 @@ struct KRSecretChatResponse {
 
   bool operator==(const KRSecretChatResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

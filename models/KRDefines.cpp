@@ -2,9 +2,7 @@
 
 #include "extensions/JSONFields.h"
 
-using koriva::json::Coding;
-using koriva::json::Field;
-using koriva::json::required;
+using namespace koriva::json;
 
 constinit const Coding KRUserStatus::coding =
     required<Field<"uin", &KRUserStatus::uin>, Field<"online_status", &KRUserStatus::onlineStatus>,

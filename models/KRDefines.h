@@ -123,8 +123,7 @@ struct KRUserStatus {
 
   bool operator==(const KRUserStatus&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// What the server pushes as "user_status".
@@ -133,6 +132,5 @@ struct KRUserStatusResponse {
 
   bool operator==(const KRUserStatusResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

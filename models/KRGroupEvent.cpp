@@ -3,9 +3,7 @@
 #include "extensions/JSONFields.h"
 #include "models/KRCallEvent.h"
 
-using koriva::json::Coding;
-using koriva::json::Field;
-using koriva::json::lenient;
+using namespace koriva::json;
 
 std::int64_t KRGroupEventKind::type() const {
   if (as<StartTyping>()) return KREvent::EVENT_TYPE_MESSAGING_START_TYPING;
@@ -22,8 +20,7 @@ bool write(const KRGroupEventKind& kind, std::string& out) {
 
 }  // namespace
 
-constinit const Coding KRGroupEventKind::encoding =
-    koriva::json::writtenBy<KRGroupEventKind, &write>();
+constinit const Coding KRGroupEventKind::encoding = writtenBy<KRGroupEventKind, &write>();
 
 constinit const Coding KRGroupEvent::encoding =
     lenient<Field<"groupID", &KRGroupEvent::groupID>, Field<"kind", &KRGroupEvent::kind>>;

@@ -49,8 +49,7 @@ struct KR_EXPORT KRGroupEventKind : koriva::TaggedVariant<KRGroupEventKind> {
 
   bool operator==(const KRGroupEventKind&) const = default;
 
-  /// How it is written as JSON.
-  static const koriva::json::Coding encoding;
+  static const koriva::json::Coding encoding;  ///< how it is written as JSON
 };
 
 /// A passing event in a group. Only ever written, under camel-case keys.
@@ -60,6 +59,5 @@ struct KRGroupEvent {
 
   bool operator==(const KRGroupEvent&) const = default;
 
-  /// How it is written as JSON.
-  KR_EXPORT static const koriva::json::Coding encoding;
+  KR_EXPORT static const koriva::json::Coding encoding;  ///< how it is written as JSON
 };

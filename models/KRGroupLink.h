@@ -20,8 +20,7 @@ struct KRGroupLinkResponse {
 
   bool operator==(const KRGroupLinkResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of "list_link". All keys are required.
@@ -34,6 +33,5 @@ struct KRListGroupLinkResponse {
 
   bool operator==(const KRListGroupLinkResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -26,8 +26,7 @@ struct KRGroupUpdate {
 
   bool operator==(const KRGroupUpdate&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// What a message of type `groupUpdate` tells: the attachments document of such a message.
@@ -66,6 +65,5 @@ struct KR_EXPORT KRGroupUpdateType : koriva::TaggedVariant<KRGroupUpdateType> {
 
   bool operator==(const KRGroupUpdateType&) const = default;
 
-  /// How it travels as JSON.
-  static const koriva::json::Coding coding;
+  static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -16,6 +16,5 @@ struct KRLoginEvent {
 
   bool operator==(const KRLoginEvent&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -186,8 +186,7 @@ struct KR_EXPORT KRMessage {
 
   bool operator==(const KRMessage&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of "list_message": one page of history. Every key is read leniently.
@@ -204,8 +203,7 @@ struct KRMessageList {
 
   bool operator==(const KRMessageList&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// The acknowledgement of a message sent or updated. Every key is read leniently.
@@ -221,6 +219,5 @@ struct KRMessageResponse {
 
   bool operator==(const KRMessageResponse&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

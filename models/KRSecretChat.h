@@ -19,8 +19,7 @@ struct KRSecretChat {
 
   bool operator==(const KRSecretChat&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A secret chat was started. All keys are required.
@@ -34,8 +33,7 @@ struct KRStartSecretChat {
 
   bool operator==(const KRStartSecretChat&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A secret chat was accepted. All keys are required.
@@ -49,8 +47,7 @@ struct KRAcceptSecretChat {
 
   bool operator==(const KRAcceptSecretChat&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
 /// A secret chat was deleted. All keys are required.
@@ -61,6 +58,5 @@ struct KRDeleteSecretChat {
 
   bool operator==(const KRDeleteSecretChat&) const = default;
 
-  /// How it travels as JSON.
-  KR_EXPORT static const koriva::json::Coding coding;
+  KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
