@@ -32,12 +32,11 @@ bool appendRecord(std::string& out, const Coding& coding, const void* value);
 
 template <class Items, class Append>
 bool appendList(std::string& out, std::string_view brackets, const Items& items,
-                const Append& append) {
+                const Append& append, std::string_view comma = ",") {
   out += brackets.front();
   bool isFirst = true;
   for (const auto& item : items) {
-    if (!isFirst) out += ',';
-    isFirst = false;
+    if (!std::exchange(isFirst, false)) out += comma;
     if (!append(item)) return false;
   }
   out += brackets.back();
@@ -109,21 +108,37 @@ bool appendRecord(std::string& out, const Coding& coding, const void* value) {
   return true;
 }
 
-bool appendValue(std::string& out, const boost::json::value& value, InvalidText invalidText,
-                 std::size_t depth);
+/// How dynamic values are written.
+struct Style {
+  InvalidText invalidText = InvalidText::refuse;
+  std::string_view braces = "{}";
+  std::string_view colon = ":";
+  std::string_view comma = ",";
+};
 
-bool appendObject(std::string& out, const boost::json::object& object, InvalidText invalidText,
-                  std::size_t depth) {
-  if (depth == maxDepth) return false;
-  return appendList(out, "{}", object, [&](const auto& member) {
-    if (!appendText(out, member.key(), invalidText)) return false;
-    out += ':';
-    return appendValue(out, member.value(), invalidText, depth + 1);
-  });
+bool appendDynamic(std::string& out, const boost::json::value& value, const Style& style,
+                   std::size_t depth);
+
+bool appendObject(std::string& out, const boost::json::object& object, const Style& style,
+                  std::size_t depth = 0) {
+  const auto appendMember = [&](const auto& member) {
+    if (!appendText(out, member.key(), style.invalidText)) return false;
+    out += style.colon;
+    return appendDynamic(out, member.value(), style, depth + 1);
+  };
+  return depth < maxDepth && appendList(out, style.braces, object, appendMember, style.comma);
 }
 
-bool appendValue(std::string& out, const boost::json::value& value, InvalidText invalidText,
+bool appendArray(std::string& out, const boost::json::array& array, const Style& style,
                  std::size_t depth) {
+  const auto appendElement = [&](const auto& element) {
+    return appendDynamic(out, element, style, depth + 1);
+  };
+  return depth < maxDepth && appendList(out, "[]", array, appendElement, style.comma);
+}
+
+bool appendDynamic(std::string& out, const boost::json::value& value, const Style& style,
+                   std::size_t depth = 0) {
   switch (value.kind()) {
     case boost::json::kind::null:
       return appendLiteral(out, "null");
@@ -136,40 +151,13 @@ bool appendValue(std::string& out, const boost::json::value& value, InvalidText 
     case boost::json::kind::double_:
       return appendReal(out, value.get_double());
     case boost::json::kind::string:
-      return appendText(out, value.get_string(), invalidText);
+      return appendText(out, value.get_string(), style.invalidText);
     case boost::json::kind::array:
-      if (depth == maxDepth) return false;
-      return appendList(out, "[]", value.get_array(), [&](const auto& item) {
-        return appendValue(out, item, invalidText, depth + 1);
-      });
+      return appendArray(out, value.get_array(), style, depth);
     case boost::json::kind::object:
-      return appendObject(out, value.get_object(), invalidText, depth);
+      return appendObject(out, value.get_object(), style, depth);
   }
   return false;
-}
-
-void print(std::string& out, const boost::json::value& value) {
-  const auto printItems = [&out](const auto& items, const auto& printItem) {
-    out += '[';
-    bool isFirst = true;
-    for (const auto& item : items) {
-      if (!isFirst) out += ", ";
-      isFirst = false;
-      printItem(item);
-    }
-    out += ']';
-  };
-  if (const auto* object = value.if_object()) {
-    printItems(*object, [&out](const auto& member) {
-      appendText(out, member.key());
-      out += ": ";
-      print(out, member.value());
-    });
-  } else if (const auto* array = value.if_array()) {
-    printItems(*array, [&out](const boost::json::value& item) { print(out, item); });
-  } else if (!write(out, value, InvalidText::replace)) {
-    out += "null";
-  }
 }
 
 /// Takes back what was appended by a write that failed.
@@ -198,17 +186,17 @@ bool append(std::string& out, const Coding& coding, const void* record) {
 
 bool write(std::string& out, const boost::json::value& value, InvalidText invalidText) {
   const std::size_t size = out.size();
-  return undoUnless(appendValue(out, value, invalidText, 0), out, size);
+  return undoUnless(appendDynamic(out, value, {invalidText}), out, size);
 }
 
 bool write(std::string& out, const boost::json::object& object, InvalidText invalidText) {
   const std::size_t size = out.size();
-  return undoUnless(appendObject(out, object, invalidText, 0), out, size);
+  return undoUnless(appendObject(out, object, {invalidText}), out, size);
 }
 
 std::string printedForm(const boost::json::value& value) {
   std::string printed;
-  print(printed, value);
+  appendDynamic(printed, value, {InvalidText::replace, "[]", ": ", ", "});
   return printed;
 }
 

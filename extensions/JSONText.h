@@ -54,7 +54,7 @@ bool write(std::string& out, const boost::json::object& dictionary,
            InvalidText invalidText = InvalidText::refuse);
 
 /// The form in which values appear in console lines: `["key": value, "key2": "text"]` for a
-/// dictionary, `["a", "b"]` for a list.
+/// dictionary, `["a", "b"]` for a list. It ends where a value cannot be written.
 std::string printedForm(const boost::json::value& value);
 
 /// Some bytes of a text, looked at together. A mask has the lowest of its bits first.

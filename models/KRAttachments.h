@@ -20,7 +20,6 @@ struct KRImage {
   std::optional<std::uint64_t> subIndex;  ///< its place among the images of the message
 
   bool operator==(const KRImage&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -33,7 +32,6 @@ struct KRVideo {
   std::uint64_t height = 0;    ///< pixels
 
   bool operator==(const KRVideo&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -43,7 +41,6 @@ struct KRAudio {
   std::uint64_t duration = 0;  ///< its length, in the sender's unit
 
   bool operator==(const KRAudio&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -59,7 +56,6 @@ struct KRFile {
   KR_EXPORT std::string toString() const;
 
   bool operator==(const KRFile&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -68,7 +64,6 @@ struct KRSticker {
   std::string sticker;  ///< the sticker, by name or address
 
   bool operator==(const KRSticker&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -77,7 +72,6 @@ struct KRImageResponse {
   std::vector<KRImage> images;  ///< the pictures; empty when they cannot be read
 
   bool operator==(const KRImageResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -86,7 +80,6 @@ struct KRImageURLsResponse {
   std::vector<std::string> urls;  ///< where the pictures are; empty when they cannot be read
 
   bool operator==(const KRImageURLsResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -95,7 +88,6 @@ struct KRVideoResponse {
   KRVideo video;  ///< the video
 
   bool operator==(const KRVideoResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -104,7 +96,6 @@ struct KRAudioResponse {
   KRAudio audio;  ///< the clip
 
   bool operator==(const KRAudioResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -113,7 +104,6 @@ struct KRFileResponse {
   KRFile file;  ///< the file
 
   bool operator==(const KRFileResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -122,6 +112,5 @@ struct KRStickerResponse {
   KRSticker sticker;  ///< the sticker
 
   bool operator==(const KRStickerResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -16,7 +16,6 @@ struct KRBlock {
   std::string blocked_uin;  ///< the contact
 
   bool operator==(const KRBlock&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -26,7 +25,6 @@ struct KRBlockContact {
   std::string group_id;  ///< the conversation
 
   bool operator==(const KRBlockContact&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -39,6 +37,5 @@ struct KRBlockContactList {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRBlockContactList&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -50,7 +50,6 @@ struct KR_EXPORT KRCall {
   static std::optional<KRCall> fromUserInfo(const KRDictionary& userInfo);
 
   bool operator==(const KRCall&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -59,6 +58,5 @@ struct KRCallResponse {
   KRCall call;  ///< the server's view of the call
 
   bool operator==(const KRCallResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -25,7 +25,6 @@ struct KRStartCall {
   std::int64_t event = 0;  ///< the kind of event
 
   bool operator==(const KRStartCall&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -42,7 +41,6 @@ struct KRAnswerCall {
   std::int64_t type = 0;  ///< an ANSWER_CALL constant, under "answer"
 
   bool operator==(const KRAnswerCall&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -52,7 +50,6 @@ struct KRStopCall {
   std::string uin;     ///< who stops
 
   bool operator==(const KRStopCall&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -66,7 +63,6 @@ struct KRIceSdp {
   std::int64_t type = 0;  ///< an SDP_TYPE constant
 
   bool operator==(const KRIceSdp&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -77,7 +73,6 @@ struct KRIceCandidate {
   std::int64_t sdpMlineIndex = 0;  ///< the index of the media line
 
   bool operator==(const KRIceCandidate&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -104,7 +99,6 @@ struct KREvent {
   std::string callId;       ///< the call
 
   bool operator==(const KREvent&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -191,7 +185,6 @@ struct KR_EXPORT KRCallEvent : koriva::TaggedVariant<KRCallEvent> {
   KRDictionary toDictionary() const;
 
   bool operator==(const KRCallEvent&) const = default;
-
   static const koriva::json::Coding encoding;  ///< how it is written as JSON
 };
 

@@ -22,7 +22,6 @@ struct KRLastActiveMessage {
   std::string messageId;  ///< the message
 
   bool operator==(const KRLastActiveMessage&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -32,7 +31,6 @@ struct KRGroupMessageStatus {
   std::string messageID;  ///< the message
 
   bool operator==(const KRGroupMessageStatus&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -67,7 +65,6 @@ struct KR_EXPORT KRConversation {
   explicit KRConversation(const KRGroupUpdate& groupUpdate);
 
   bool operator==(const KRConversation&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -82,7 +79,6 @@ struct KRConversationList {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRConversationList&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -95,7 +91,6 @@ struct KRConversationResponse {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRConversationResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -108,6 +103,5 @@ struct KRSecretChatResponse {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRSecretChatResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

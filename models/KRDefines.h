@@ -122,7 +122,6 @@ struct KRUserStatus {
   }
 
   bool operator==(const KRUserStatus&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -131,6 +130,5 @@ struct KRUserStatusResponse {
   KRUserStatus userStatus;  ///< the user's status
 
   bool operator==(const KRUserStatusResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

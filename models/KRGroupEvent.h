@@ -48,7 +48,6 @@ struct KR_EXPORT KRGroupEventKind : koriva::TaggedVariant<KRGroupEventKind> {
   std::int64_t type() const;
 
   bool operator==(const KRGroupEventKind&) const = default;
-
   static const koriva::json::Coding encoding;  ///< how it is written as JSON
 };
 
@@ -58,6 +57,5 @@ struct KRGroupEvent {
   KRGroupEventKind kind = KRGroupEventKind::StartTyping{};  ///< what happens
 
   bool operator==(const KRGroupEvent&) const = default;
-
   KR_EXPORT static const koriva::json::Coding encoding;  ///< how it is written as JSON
 };

@@ -19,7 +19,6 @@ struct KRGroupLinkResponse {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRGroupLinkResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -32,6 +31,5 @@ struct KRListGroupLinkResponse {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRListGroupLinkResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

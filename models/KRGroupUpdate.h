@@ -25,7 +25,6 @@ struct KRGroupUpdate {
   std::vector<std::string> unblockedAll;  ///< who was unblocked
 
   bool operator==(const KRGroupUpdate&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -64,6 +63,5 @@ struct KR_EXPORT KRGroupUpdateType : koriva::TaggedVariant<KRGroupUpdateType> {
   KRGroupUpdateType(Case chosen) : value(std::move(chosen)) {}
 
   bool operator==(const KRGroupUpdateType&) const = default;
-
   static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

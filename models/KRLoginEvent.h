@@ -15,6 +15,5 @@ struct KRLoginEvent {
   std::string uin;          ///< the user
 
   bool operator==(const KRLoginEvent&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

@@ -185,7 +185,6 @@ struct KR_EXPORT KRMessage {
   std::string toString() const;
 
   bool operator==(const KRMessage&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -202,7 +201,6 @@ struct KRMessageList {
   bool codeCheck() const { return result == 0; }
 
   bool operator==(const KRMessageList&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -218,6 +216,5 @@ struct KRMessageResponse {
   bool duplicateCode() const { return result == 13; }
 
   bool operator==(const KRMessageResponse&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };

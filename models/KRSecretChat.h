@@ -18,7 +18,6 @@ struct KRSecretChat {
   std::string one_time_pre_key;  ///< the one-time pre-key
 
   bool operator==(const KRSecretChat&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -32,7 +31,6 @@ struct KRStartSecretChat {
   std::string one_time_pre_key;  ///< that user's one-time pre-key
 
   bool operator==(const KRStartSecretChat&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -46,7 +44,6 @@ struct KRAcceptSecretChat {
   std::string one_time_pre_key;  ///< that user's one-time pre-key
 
   bool operator==(const KRAcceptSecretChat&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
 
@@ -57,6 +54,5 @@ struct KRDeleteSecretChat {
   std::string group_avatar;  ///< where its picture is
 
   bool operator==(const KRDeleteSecretChat&) const = default;
-
   KR_EXPORT static const koriva::json::Coding coding;  ///< how it travels as JSON
 };
