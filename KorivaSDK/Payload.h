@@ -7,6 +7,7 @@
 
 #include "extensions/JSONFields.h"
 #include "extensions/JSONText.h"
+#include "socketio/Frame.h"
 
 namespace koriva {
 
@@ -31,28 +32,31 @@ class Payload {
   };
 
   Payload(std::initializer_list<Member> members) {
-    text_.reserve(512);
-    text_ += '{';
+    text_.reserve(768);
+    text_.append(headRoom, ' ') += '{';
     for (const Member& member : members) add(member);
   }
 
   /// Members that JSON cannot say make an empty object.
   Payload(const KRDictionary& dictionary) {
-    if (!json::write(text_, dictionary, json::InvalidText::replace)) text_ = "{}";
+    text_.append(headRoom, ' ');
+    if (!json::write(text_, dictionary, json::InvalidText::replace)) text_ += "{}";
     text_.pop_back();
   }
 
   void add(const Member& member) {
-    if (text_.size() > 1) text_ += ',';
+    if (text_.back() != '{') text_ += ',';
     text_.append(1, '"').append(member.key_).append("\":");
     if (!member.append_(text_, member.value_)) text_ += "null";
   }
 
   /// The whole object.
-  std::string text() && { return std::move(text_) + '}'; }
+  socketio::Frame frame() && { return {std::move(text_) + '}', headRoom}; }
 
  private:
-  std::string text_;  ///< without the closing brace
+  static constexpr std::size_t headRoom = socketio::Frame::headRoom;
+
+  std::string text_;  ///< behind the room, without the closing brace
 };
 
 }  // namespace koriva

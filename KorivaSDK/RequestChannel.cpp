@@ -72,7 +72,7 @@ void RequestChannel::setConnection(std::shared_ptr<socketio::Connection> connect
 void RequestChannel::emit(std::string_view event, Payload&& payload,
                           socketio::Handler onAck) const {
   const auto to = connection();
-  if (to) to->emit(std::string(event), std::move(payload).text(), std::move(onAck));
+  if (to) to->emit(std::string(event), std::move(payload).frame(), std::move(onAck));
 }
 
 void RequestChannel::printFailure(std::string_view name) {

@@ -45,7 +45,7 @@ void Unconnected::open(const Endpoint& /*endpoint*/, const std::string& /*target
   waiting_ = 0;
 }
 
-void Unconnected::send(std::string frame) {
-  if (frame.starts_with("42")) ++waiting_;
-  lastFrame = std::move(frame);
+void Unconnected::send(Frame frame) {
+  lastFrame = frame.view();
+  if (lastFrame.starts_with("42")) ++waiting_;
 }

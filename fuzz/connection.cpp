@@ -21,7 +21,8 @@ struct Far final : Transport {
   void open(const Endpoint&, const std::string&, std::weak_ptr<Listener> heard) override {
     listener = std::move(heard);
   }
-  void send(std::string frame) override {
+  void send(Frame sent) override {
+    const auto frame = sent.view();
     require(!closed, "nothing is sent once the connection was closed");
     require(!frame.empty() && (frame.front() == '3' || frame.starts_with("4")),
             "a frame has a type");
@@ -151,7 +152,7 @@ class Play {
 
   void emit(std::string event, Handler onAck = {}) {
     emitting_ = true;
-    connection_->emit(std::move(event), "{}", std::move(onAck));
+    connection_->emit(std::move(event), {"{}"}, std::move(onAck));
     emitting_ = false;
   }
 

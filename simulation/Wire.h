@@ -23,8 +23,8 @@ class Wire final : public socketio::Transport,
     listener_ = std::move(listener);
     far_->open(endpoint, target, weak_from_this());
   }
-  void send(std::string frame) override {
-    life_.onSend(*connection_, frame);
+  void send(socketio::Frame frame) override {
+    life_.onSend(*connection_, frame.view());
     far_->send(std::move(frame));
   }
   void close() override {

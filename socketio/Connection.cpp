@@ -90,9 +90,9 @@ void Connection::endAll(const Environment& environment, const std::string& reaso
   }
 }
 
-void Connection::emit(std::string event, std::string items, Handler onAck) {
+void Connection::emit(std::string event, Frame items, Handler onAck) {
   const char* refusal = nullptr;
-  auto size = 2 * sizeof(std::string) + sizeof(Handler) + event.size() + items.size();
+  auto size = sizeof event + sizeof items + sizeof onAck + event.size() + items.size();
   if (status() != Status::connected) {
     refusal = "not connected";
   } else if (waitingBytes_ + transport_->queuedBytes() + size > limits_.outgoingBytes) {
@@ -103,12 +103,11 @@ void Connection::emit(std::string event, std::string items, Handler onAck) {
   runOnIo([this, size, refusal, event = std::move(event), items = std::move(items),
            onAck = std::move(onAck)]() mutable {
     waitingBytes_ -= size;
-    send(event, items, std::move(onAck), refusal);
+    send(event, std::move(items), std::move(onAck), refusal);
   });
 }
 
-void Connection::send(const std::string& event, const std::string& items, Handler onAck,
-                      const char* refusal) {
+void Connection::send(const std::string& event, Frame&& items, Handler onAck, const char* refusal) {
   std::optional<std::uint64_t> id;
   if (onAck) {
     id = firstAckId_ + acks_.size();
@@ -117,11 +116,11 @@ void Connection::send(const std::string& event, const std::string& items, Handle
   }
   if (refusal) return refuse(event, refusal);
   if (state_ != State::joined) return refuse(event, "not connected");
-  auto frame = encodeEvent(nsp_, id, event, items);
-  if (maxPayload_ != 0 && frame.size() > maxPayload_) {
+  encodeEvent(nsp_, id, event, items);
+  if (maxPayload_ != 0 && items.view().size() > maxPayload_) {
     return refuse(event, "the message is larger than the server accepts");
   }
-  transport_->send(std::move(frame));
+  transport_->send(std::move(items));
 }
 
 // Later: this may still be within the emission, in which no handler runs.

@@ -81,7 +81,7 @@ class Connection final : public Transport::Listener,
   /// where it is destroyed too: with the items of the answer, or with "NO ACK" when none came
   /// within the limit, whatever becomes of the connection meanwhile. No handler runs before this
   /// returns.
-  void emit(std::string event, std::string items, Handler onAck = {});
+  void emit(std::string event, Frame items, Handler onAck = {});
 
   /// Leaves and closes all connections of the environment in the background, and tells their
   /// handlers why. On the I/O executor.
@@ -120,7 +120,7 @@ class Connection final : public Transport::Listener,
   template <class Task>
   void deliver(std::size_t bytes, Task task);
   void watchHeartbeat();
-  void send(const std::string& event, const std::string& items, Handler onAck, const char* refusal);
+  void send(const std::string& event, Frame&& items, Handler onAck, const char* refusal);
   void refuse(const std::string& event, const char* reason);
   Handler takeAck(std::uint64_t id);
   void watchAcks();

@@ -124,10 +124,8 @@ class BinaryFinder : public json::Reader {
   std::string key_;
 };
 
-std::string withNamespace(std::string_view type, std::string_view nsp, std::size_t more = 0) {
-  std::string frame;
-  frame.reserve(type.size() + nsp.size() + 1 + more);
-  frame += type;
+std::string withNamespace(std::string_view type, std::string_view nsp) {
+  std::string frame(type);
   if (nsp != "/") frame.append(nsp) += ',';
   return frame;
 }
@@ -188,16 +186,14 @@ std::optional<bool> firstItemHoldsBinary(std::string_view items, std::size_t att
   return inFirst == Binary::some;
 }
 
-std::string encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
-                        std::string_view event, std::string_view items) {
-  constexpr std::size_t idAndPunctuation = 32;
-  auto frame = withNamespace("42", nsp, event.size() + items.size() + idAndPunctuation);
-  if (id) frame += std::to_string(*id);
-  frame += '[';
-  json::appendText(frame, event);
-  if (!items.empty()) (frame += ',') += items;
-  frame += ']';
-  return frame;
+void encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id, std::string_view event,
+                 Frame& items) {
+  if (!items.view().empty()) items.prepend(",");
+  items.prepend(quoted(event));
+  items.prepend("[");
+  if (id) items.prepend(std::to_string(*id));
+  items.prepend(withNamespace("42", nsp));
+  items.append(']');
 }
 
 std::string encodeConnect(std::string_view nsp) { return withNamespace("40", nsp); }

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "socketio/Frame.h"
+
 namespace koriva::socketio {
 
 /// Socket.IO packet types, by their digit on the wire.
@@ -41,9 +43,9 @@ std::optional<Packet> parsePacket(std::string_view text);
 /// or the items are not valid JSON.
 std::optional<bool> firstItemHoldsBinary(std::string_view items, std::size_t attachments);
 
-/// The whole frame of an event, Engine.IO type included.
-std::string encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
-                        std::string_view event, std::string_view items);
+/// Makes the whole frame of an event, Engine.IO type included, of its items.
+void encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id, std::string_view event,
+                 Frame& items);
 
 std::string encodeConnect(std::string_view nsp);
 std::string encodeDisconnect(std::string_view nsp);

@@ -8,6 +8,7 @@
 
 #include "socketio/Clock.h"
 #include "socketio/Endpoint.h"
+#include "socketio/Frame.h"
 
 namespace koriva::socketio {
 
@@ -29,7 +30,7 @@ class Transport {
   virtual void open(const Endpoint& endpoint, const std::string& target,
                     std::weak_ptr<Listener> listener) = 0;
   /// Sends a text message after those sent before.
-  virtual void send(std::string frame) = 0;
+  virtual void send(Frame frame) = 0;
   /// Closes in the background once everything sent has left, within a few seconds. The listener
   /// hears nothing more.
   virtual void close() = 0;

@@ -125,7 +125,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
 
   void open(const Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
-  void send(std::string frame) override;
+  void send(Frame frame) override;
   void close() override;
   void setIdleLimit(std::chrono::milliseconds limit) override { setTimeouts(limit); }
   void pauseReading(bool pause) override;
@@ -172,7 +172,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   bool reading_ = false;
   bool readingPaused_ = false;
 
-  std::deque<std::string> outgoing_;  // the front is being written
+  std::deque<Frame> outgoing_;  // the front is being written
   std::atomic<std::size_t> queuedBytes_ = 0;
 };
 
@@ -347,9 +347,9 @@ void WebSocket::setTimeouts(Duration idle) {
 }
 
 /// What a waiting frame costs: of short ones, the string is the larger part.
-std::size_t footprint(const std::string& frame) { return frame.size() + sizeof(std::string); }
+std::size_t footprint(const Frame& frame) { return frame.size() + sizeof frame; }
 
-void WebSocket::send(std::string frame) {
+void WebSocket::send(Frame frame) {
   if (state_ != State::open) return;
   queuedBytes_ += footprint(frame);
   outgoing_.push_back(std::move(frame));
@@ -357,7 +357,7 @@ void WebSocket::send(std::string frame) {
 }
 
 void WebSocket::writeNext() {
-  ws_->async_write(asio::buffer(outgoing_.front()),
+  ws_->async_write(asio::buffer(outgoing_.front().view()),
                    [self = shared_from_this()](error_code error, std::size_t) {
                      self->queuedBytes_ -= footprint(self->outgoing_.front());
                      self->outgoing_.pop_front();

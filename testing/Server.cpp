@@ -148,7 +148,8 @@ class Server::World::Connection final : public Transport,
     postToNetwork([self = shared_from_this()] { self->greet(); });
   }
 
-  void send(std::string frame) override {
+  void send(socketio::Frame sent) override {
+    std::string frame(sent.view());
     queuedBytes_ += frame.size();
     auto request = requestOf(frame, login_.token);
     if (request) request->connection = number_;

@@ -18,7 +18,7 @@ struct FakeTransport final : Transport {
   void open(const Endpoint&, const std::string&, std::weak_ptr<Listener> heard) override {
     listener = std::move(heard);
   }
-  void send(std::string) override {}
+  void send(Frame) override {}
   void close() override {}
   void setIdleLimit(std::chrono::milliseconds limit) override {
     note("idles for " + std::to_string(limit.count()));
@@ -111,7 +111,7 @@ class Play {
       {"open:", [this](auto& it) { open(), perform(steps, it.body); }},
       {"join:", [this](auto& it) { join(), perform(steps, it.body); }},
       {"text *", [this](auto& it) { listener()->onText(it.argument); }},
-      {"emit *", [this](auto& it) { connection_->emit(it.argument, "1"); }},
+      {"emit *", [this](auto& it) { connection_->emit(it.argument, {"1"}); }},
       {"emitSixtyMegabytes *", [this](auto& it) { emitSixtyMegabytes(it.argument); }},
       {"kept",
        [this](auto&) { note_(bytesInUse() < bytesBefore_ + 15'000'000 ? "little" : "much"); }},

@@ -27,7 +27,7 @@ struct Attempt {
         {std::string(socketio::disconnectEvent), [to = heard](const auto&) { ++to->disconnects; }},
         {"message", [to = heard](const auto&) { ++to->messages; }},
         {std::string(socketio::connectEvent), [this](const auto&) {
-           connection->emit("ask", "{}", [to = heard](const auto& items) {
+           connection->emit("ask", {"{}"}, [to = heard](const auto& items) {
              if (items.text() != socketio::quoted(socketio::noAck)) to->answers += items.text();
            });
          }}});
