@@ -2,9 +2,11 @@
 // first), the rest is its JSON.
 
 #include <array>
+#include <boost/json/error.hpp>
 
-#include "extensions/JSONCoding.h"
-#include "fuzz/Fuzz.h"
+#include "extensions/JSONItems.h"
+#include "fuzz/Judge.h"
+#include "fuzz/Referee.h"
 #include "models/KRAttachments.h"
 #include "models/KRBlock.h"
 #include "models/KRCall.h"
@@ -18,6 +20,7 @@
 #include "models/KRSecretChat.h"
 
 using koriva::fuzz::require;
+using koriva::fuzz::Value;
 
 namespace {
 
@@ -26,26 +29,111 @@ namespace {
 constexpr int once = 1;
 constexpr int untilTimesSettle = 110;
 
+/// What is read from a value, by the referee.
+template <class Record>
+std::optional<Record> expected(const Value& value) {
+  std::optional<Record> record(std::in_place);
+  if (!koriva::fuzz::fill(Record::coding, &*record, value)) record.reset();
+  return record;
+}
+
+template <>
+std::optional<KRMessageKind> expected(const Value& value) {
+  const auto message = expected<KRMessage>(value);
+  if (!message || message->kind.as<KRMessageKind::Unknown>()) return std::nullopt;
+  return message->kind;
+}
+
+struct Update {
+  std::optional<std::vector<std::string>> addedUins;
+  std::optional<std::string> removedUin;
+  std::optional<std::string> ownerUin;
+  std::string name;
+  std::string avatar;
+
+  static const koriva::json::Coding coding;
+};
+
+using koriva::json::Field;
+constinit const koriva::json::Coding Update::coding = koriva::json::lenient<
+    Field<"added_uins", &Update::addedUins>, Field<"removed_uin", &Update::removedUin>,
+    Field<"owner_uin", &Update::ownerUin>, Field<"updated_group_name", &Update::name>,
+    Field<"updated_group_avatar", &Update::avatar>>;
+
+template <>
+std::optional<KRGroupUpdateType> expected(const Value& value) {
+  const auto update = expected<Update>(value);
+  if (!update) return std::nullopt;
+  if (update->addedUins) return KRGroupUpdateType::AddMembers{*update->addedUins};
+  if (update->removedUin) return KRGroupUpdateType::RemoveMember{*update->removedUin};
+  if (update->ownerUin) return KRGroupUpdateType::ChangeOwner{*update->ownerUin};
+  return KRGroupUpdateType::UpdateInfo{update->name, update->avatar};
+}
+
+template <class Record>
+std::string written(const Record& record) {
+  std::string text;
+  require(koriva::json::append(text, record), "what was read can be written");
+  return text;
+}
+
+template <class Record>
+void judge(const boost::system::result<Record>& read, std::string_view json, const Value* value) {
+  if (read.has_error() && read.error() == boost::system::errc::not_enough_memory) {
+    constexpr std::size_t smallest = 2'048;
+    require(json.size() > smallest, "small documents are read");
+    return;
+  }
+  const auto wanted = value ? expected<Record>(*value) : std::nullopt;
+  require(read.has_value() == wanted.has_value(), "what can be read is read, and nothing else");
+  if (read) {
+    require(*read == *wanted && written(*read) == written(*wanted), "a record is what JSON says");
+  } else {
+    require((read.error() == boost::json::error::not_object) == (value != nullptr),
+            "what is no JSON is told from what is something else");
+  }
+}
+
+template <class Record>
+auto readAndJudge(std::string_view json) {
+  auto read = koriva::fuzz::readInMemory(json.size(),
+                                         [json] { return koriva::json::decode<Record>(json); });
+  const auto document = koriva::fuzz::parse(json);
+  if (document.isKnown) judge(read, json, document.value ? &*document.value : nullptr);
+  return read;
+}
+
+template <class Record>
+void judgeFirst(std::string_view items) {
+  if (Record::coding.read) return;  // no item is one
+  const auto read = koriva::fuzz::readInMemory(
+      items.size(), [items] { return koriva::json::decodeFirst<Record>(items); });
+  const auto list = koriva::fuzz::parseItems(items);
+  if (list.isKnown) judge(read, items, list.value ? &list.value->elements.front() : nullptr);
+}
+
 template <class Record, int rounds>
 void check(std::string_view json) {
-  auto record = koriva::json::decode<Record>(json);
-  const auto first = koriva::json::decodeFirst<Record>(std::string(json) + R"(,"\ud83d)");
+  const auto record = readAndJudge<Record>(json);
+  judgeFirst<Record>(json);
   if (!record) return;
-  require(first && *first == *record, "a record reads the same as the first of several items");
   const auto copy = *record;
   require(copy == *record, "a copy is equal");
 
-  std::string text;
-  require(koriva::json::append(text, *record), "what was read can be written");
+  std::string text = written(*record);
   for (int round = 0; round <= rounds; ++round) {
     const auto again = koriva::json::decode<Record>(text);
     require(again.has_value(), "what was written can be read");
-    std::string next;
-    require(koriva::json::append(next, *again), "and be written again");
+    std::string next = written(*again);
     if (next == text) return;
     text = std::move(next);
     require(round + 1 < rounds, "a record that was written reads the same");
   }
+}
+
+/// It is read from a whole message, but not written as one.
+void checkKind(std::string_view json) {
+  if (const auto kind = readAndJudge<KRMessageKind>(json)) written(*kind);
 }
 
 // New records come last, so that the inputs at hand keep their meaning.
@@ -92,6 +180,7 @@ constexpr std::array checks{
     check<KRUserStatus, once>,
     check<KRUserStatusResponse, once>,
     check<KRLoginEvent, once>,
+    checkKind,
 };
 
 }  // namespace

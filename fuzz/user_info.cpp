@@ -2,12 +2,54 @@
 
 #include <boost/json/object.hpp>
 
-#include "fuzz/Fuzz.h"
+#include "fuzz/Judge.h"
+#include "fuzz/Referee.h"
 #include "models/KRCall.h"
 
 using koriva::fuzz::require;
+using koriva::json::Field;
+using koriva::json::required;
 
 namespace {
+
+struct Pushed {
+  std::string callId;
+  std::string groupId;
+  std::string mediaType;
+  std::string callerUin;
+  std::vector<std::string> calleeUins;
+
+  static const koriva::json::Coding coding;
+};
+
+struct Payload {
+  Pushed call;
+
+  static const koriva::json::Coding coding;
+};
+
+constinit const koriva::json::Coding Pushed::coding =
+    required<Field<"callerUin", &Pushed::callerUin>, Field<"calleeUins", &Pushed::calleeUins>,
+             Field<"callId", &Pushed::callId>, Field<"groupId", &Pushed::groupId>,
+             Field<"mediaType", &Pushed::mediaType>>;
+
+constinit const koriva::json::Coding Payload::coding = required<Field<"call", &Payload::call>>;
+
+void judge(const std::optional<KRCall>& call, std::string_view payload) {
+  const auto document = koriva::fuzz::parse(payload);
+  if (!document.isKnown) return;
+  Payload wanted;
+  const bool isPayload =
+      document.value && koriva::fuzz::fill(Payload::coding, &wanted, *document.value);
+  require(call.has_value() == isPayload, "what can be read is read, and nothing else");
+  const auto& pushed = wanted.call;
+  require(!call || *call == KRCall(pushed.callId, call->mediaType, pushed.groupId, pushed.callerUin,
+                                   pushed.calleeUins),
+          "a call is what JSON says");
+  require(!call || (call->mediaType == KRCall::MEDIA_TYPE_VIDEO) ==
+                       (pushed.mediaType == "MEDIA_TYPE_VIDEO"),
+          "a call is one with video when it says so");
+}
 
 void check(const KRDictionary& userInfo) {
   const auto call = KRCall::fromUserInfo(userInfo);
@@ -24,5 +66,9 @@ void check(const KRDictionary& userInfo) {
 
 void koriva::fuzz::run(std::string_view input) {
   if (const auto userInfo = json::parseDictionary(input)) check(*userInfo);
-  check({{"Type", "call"}, {"Payload", input}});
+  const KRDictionary userInfo{{"Type", "call"}, {"Payload", input}};
+  const auto call =
+      readInMemory(input.size(), [&userInfo] { return KRCall::fromUserInfo(userInfo); });
+  judge(call, input);
+  check(userInfo);
 }
