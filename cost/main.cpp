@@ -1,0 +1,248 @@
+// Runs whatever reads what others have written over hostile documents of two sizes, and ends with 1
+// unless memory and the number of allocations grow no faster than the documents.
+
+#include <cxxabi.h>
+
+#include <algorithm>
+#include <boost/json/value.hpp>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <typeinfo>
+
+#include "cost/Memory.h"
+#include "cost/Records.h"
+#include "cost/Shapes.h"
+#include "extensions/JSONItems.h"
+#include "extensions/StringRewriters.h"
+
+namespace {
+
+using koriva::cost::objectsOf;
+using koriva::cost::Shape;
+namespace json = koriva::json;
+
+constexpr std::size_t factor = 8;
+
+using Run = std::function<void(std::string_view text)>;
+
+struct Entry {
+  std::string name;
+  Run run;
+  std::vector<Shape> shapes;
+};
+
+template <class Record>
+std::string nameOf() {
+  const std::unique_ptr<char, decltype(&std::free)> name(
+      abi::__cxa_demangle(typeid(Record).name(), nullptr, nullptr, nullptr), &std::free);
+  return name.get();
+}
+
+template <class Record>
+void addRecord(std::vector<Entry>& entries) {
+  const auto& coding = Record::coding;
+  const auto shapes = objectsOf(coding);
+  entries.push_back({"decode " + nameOf<Record>(),
+                     [](std::string_view text) { (void)json::decode<Record>(text); }, shapes});
+  if (coding.read) return;
+  entries.push_back({"decodeFirst " + nameOf<Record>(),
+                     [](std::string_view text) { (void)json::decodeFirst<Record>(text); }, shapes});
+}
+
+template <class... Record>
+void addRecords(std::vector<Entry>& entries, const std::tuple<Record...>*) {
+  (addRecord<Record>(entries), ...);
+}
+
+/// Objects with all keys of the changes of a group, of which there is no table here.
+Shape inGroupUpdate(const Shape& value) {
+  return {"a group's change of " + value.name,
+          [text = value.text](std::size_t size, std::size_t times) {
+            const std::string one = text(size / 2, times);
+            return R"({"added_uins":)" + one + R"(,"removed_uin":)" + one + "}";
+          }};
+}
+
+/// A message that holds a document.
+Shape inMessage(std::int64_t type, const Shape& attachments) {
+  const std::string number = std::to_string(type);
+  return within("message of type " + number,
+                "{\"version\":1,\"type\":" + number + ",\"attachments\":", quoted(attachments),
+                "}");
+}
+
+/// Messages whose contents are documents of their own, in texts.
+void addContents(std::vector<Entry>& entries) {
+  std::vector<Shape> shapes;
+  const auto add = [&shapes](KRMessageType type, const std::vector<Shape>& attachments) {
+    for (const Shape& shape : attachments) {
+      shapes.push_back(inMessage(koriva::rawValue(type), shape));
+    }
+  };
+  add(KRMessageType::call, objectsOf(KRCall::coding));
+  add(KRMessageType::images, objectsOf(KRImageResponse::coding));
+  add(KRMessageType::audio, objectsOf(KRAudioResponse::coding));
+  add(KRMessageType::video, objectsOf(KRVideoResponse::coding));
+  add(KRMessageType::reply, objectsOf(KRMessage::coding));
+  add(KRMessageType::forward, objectsOf(KRMessage::coding));
+  add(KRMessageType::sticker, objectsOf(KRSticker::coding));
+  add(KRMessageType::file, objectsOf(KRFileResponse::coding));
+  for (const Shape& value : koriva::cost::values()) {
+    add(KRMessageType::groupUpdate, {inGroupUpdate(value)});
+    Shape reply = value;
+    for (int depth = 0; depth < 4; ++depth) {
+      reply = inMessage(koriva::rawValue(KRMessageType::reply), reply);
+    }
+    shapes.push_back(reply);
+  }
+  entries.push_back({"contents of KRMessage",
+                     [](std::string_view text) { (void)json::decode<KRMessage>(text); }, shapes});
+
+  std::vector<Shape> lists;
+  const std::string reply = R"({\"type\":8,\"attachments\":\"{}\"})";
+  for (const auto& type : koriva::cases<KRMessageType>) {
+    const std::string number = std::to_string(koriva::rawValue(type));
+    for (const std::string& attachments : {std::string("{}"), reply}) {
+      const std::string message =
+          ",{\"type\":" + number + R"(,"attachments":")" + attachments + "\"}";
+      lists.push_back({"messages of type " + number + " that hold " + attachments,
+                       koriva::cost::repeated(R"({"messages":[{})", message, "]}")});
+    }
+  }
+  entries.push_back({"contents of KRMessageList",
+                     [](std::string_view text) { (void)json::decode<KRMessageList>(text); },
+                     lists});
+}
+
+void addUserInfo(std::vector<Entry>& entries) {
+  std::vector<Shape> shapes;
+  for (const Shape& value : koriva::cost::values()) {
+    shapes.push_back(within("payload", "", value, ""));
+    for (const char* key : {"call", "callId", "calleeUins"}) {
+      shapes.push_back(within(key, R"({"call":{")" + std::string(key) + "\":", value, "}}"));
+    }
+  }
+  const auto run = [](std::string_view text) {
+    (void)KRCall::fromUserInfo({{"Type", "call"}, {"Payload", text}});
+  };
+  entries.push_back({"KRCall::fromUserInfo", run, shapes});
+}
+
+void addTexts(std::vector<Entry>& entries) {
+  const auto add = [&entries](std::string name, Run run, std::vector<Shape> shapes) {
+    entries.push_back({std::move(name), std::move(run), std::move(shapes)});
+  };
+  const auto& values = koriva::cost::values();
+  add(
+      "parseValue", [](auto text) { (void)json::parseValue(text); }, values);
+  add(
+      "parseDictionary", [](auto text) { (void)json::parseDictionary(text); }, values);
+
+  std::vector<Shape> items = values;
+  for (const Shape& value : values) items.push_back(within("items", "{},", value, ",0"));
+  items.push_back({"items", koriva::cost::repeated("0", ",0", "")});
+  add(
+      "areItems", [](auto text) { (void)json::areItems(text); }, items);
+  add(
+      "firstText", [](auto text) { (void)json::firstText(text); }, items);
+  add(
+      "prettyPrinted", [](auto text) { (void)json::prettyPrinted(text); }, items);
+  add(
+      "decodeFirst before items", [](auto text) { (void)json::decodeFirst<KRStopCall>(text); },
+      items);
+
+  std::vector<Shape> texts = values;
+  for (const char* unit :
+       {"\\", "\"", "/", "\n", "\\n", "\\u{8}", "\\u{12}", "\\u{", "\\u{1", "\xFF"}) {
+    texts.push_back({"many " + std::string(unit), koriva::cost::repeated("", unit, "")});
+  }
+  add(
+      "escapedString", [](auto text) { (void)koriva::escapedString(text); }, texts);
+  add(
+      "unescapeString", [](auto text) { (void)koriva::unescapeString(text); }, texts);
+  add(
+      "replaceSpecialCharacters", [](auto text) { (void)koriva::replaceSpecialCharacters(text); },
+      texts);
+}
+
+std::vector<Entry> allEntries() {
+  std::vector<Entry> entries;
+  addRecords(entries, static_cast<const koriva::cost::Records*>(nullptr));
+  addContents(entries);
+  addUserInfo(entries);
+  addTexts(entries);
+  return entries;
+}
+
+struct Cost {
+  std::size_t bytes = 0;  ///< of the text
+  std::size_t allocations = 0;
+  std::size_t peak = 0;
+  double milliseconds = 0;
+};
+
+Cost costOf(const Run& run, const std::string& text) {
+  using Clock = std::chrono::steady_clock;
+  const koriva::cost::MemoryUse use;
+  const auto begin = Clock::now();
+  run(text);
+  const std::chrono::duration<double, std::milli> took = Clock::now() - begin;
+  return {text.size(), use.allocations(), use.peak(), took.count()};
+}
+
+/// Between two sizes, lists that grow by half are differently full, and what is small stays.
+bool isLinear(const Cost& once, const Cost& many) {
+  constexpr std::size_t fewAllocations = 16;
+  constexpr std::size_t fewBytes = 4'096;
+  return many.allocations <= factor * once.allocations + fewAllocations &&
+         many.peak <= factor * once.peak * 3 / 2 + fewBytes &&
+         many.peak <= 4'194'304 + 32 * many.bytes;
+}
+
+struct Summary {
+  std::size_t cases = 0;
+  std::size_t failed = 0;
+  double worstRatio = 0;
+};
+
+void print(const Entry& entry, const Shape& shape, const Cost& once, const Cost& many) {
+  std::printf("%-32s  %-60s  %8zu %8zu B  %8zu %8zu allocations  %9zu %9zu B at most  ",
+              entry.name.c_str(), shape.name.c_str(), once.bytes, many.bytes, once.allocations,
+              many.allocations, once.peak, many.peak);
+  std::printf("%8.3f %8.3f ms, %.1f-fold%s\n", once.milliseconds, many.milliseconds,
+              many.milliseconds / once.milliseconds, isLinear(once, many) ? "" : "  NOT LINEAR");
+}
+
+void measure(const Entry& entry, std::size_t size, bool isVerbose, Summary& summary) {
+  for (const Shape& shape : entry.shapes) {
+    const std::string text = shape.text(size, 1);
+    costOf(entry.run, text);  // some things are made once and stay
+    const Cost once = costOf(entry.run, text);
+    const Cost many = costOf(entry.run, shape.text(size, factor));
+    const bool isFine = isLinear(once, many);
+    if (isVerbose || !isFine) print(entry, shape, once, many);
+    ++summary.cases;
+    if (!isFine) ++summary.failed;
+    summary.worstRatio = std::max(summary.worstRatio, many.milliseconds / once.milliseconds);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool isLarge = argc == 2 && std::string_view(argv[1]) == "--large";
+  if (argc > 1 && !isLarge) {
+    std::fprintf(stderr, "usage: cost [--large]\n");
+    return 2;
+  }
+  const std::size_t size = isLarge ? std::size_t{2} << 20 : std::size_t{4} << 10;
+  Summary summary;
+  for (const Entry& entry : allEntries()) measure(entry, size, isLarge, summary);
+  std::printf("%zu cases, %zu of them not linear\n", summary.cases, summary.failed);
+  if (isLarge)
+    std::printf("The time grew %.1f-fold at most, the size 8-fold\n", summary.worstRatio);
+  return summary.failed == 0 ? 0 : 1;
+}
