@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "extensions/JSONText.h"
-
 namespace koriva::cost {
 namespace {
 
@@ -62,7 +60,8 @@ std::string objectOf(const Coding& coding, const std::string& value, bool isNest
       object.append("[").append(objectOf(*type->coding, value, true)).append("]");
     }
   }
-  return object += "}";
+  object += "}";
+  return object;
 }
 
 Shape inMembers(const Coding& coding, const Shape& shape, bool isNested) {
@@ -109,7 +108,8 @@ std::string smallest(const Coding& coding) {
     object.append(i == 0 ? "\"" : ",\"").append(member.key).append("\":");
     object += smallestValue(*member.type);
   }
-  return object += "}";
+  object += "}";
+  return object;
 }
 
 const std::vector<Shape>& values() {
@@ -136,7 +136,8 @@ const std::vector<Shape>& values() {
        [](std::size_t size, std::size_t factor) {
          auto text = collidingKeys("\"\"")(size, factor);
          text.back() = ',';
-         return text += "\"a\":1}";
+         text += "\"a\":1}";
+         return text;
        }},
       {"duplicate keys", repeated("{\"a\":\"\"", ",\"a\":\"0123456789abcdef\"", "}")},
       {"duplicate keys of lists", repeated("{\"a\":\"\"", ",\"a\":[[]]", "}")},
@@ -197,8 +198,17 @@ Shape within(const std::string& name, const std::string& begin, const Shape& sha
 
 Shape quoted(const Shape& shape) {
   return {"quoted " + shape.name, [text = shape.text](std::size_t size, std::size_t factor) {
-            std::string quotation;
-            json::appendText(quotation, text(size, factor));
+            std::string quotation = "\"";
+            for (const char c : text(size, factor)) {
+              if (c == '"') {
+                quotation += "\\u0022";
+              } else if (c == '\\') {
+                quotation += "\\u005c";
+              } else {
+                quotation += c;
+              }
+            }
+            quotation += '"';
             return quotation;
           }};
 }

@@ -35,7 +35,7 @@ std::string smallest(const json::Coding& coding);
 Shape within(const std::string& name, const std::string& begin, const Shape& shape,
              const std::string& end);
 
-/// As a text in which the shape is quoted.
+/// A text that says the shape, quoted such that quotations of quotations grow by little.
 Shape quoted(const Shape& shape);
 
 /// Something many times, between a beginning and an end.
