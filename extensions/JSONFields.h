@@ -29,11 +29,12 @@
 
 namespace koriva::json {
 
-/// What a document and those within its texts may take together.
+/// What a document and those within its texts may take together: 4 MiB and 32 times the document,
+/// of which three times are for the text that is being read, which takes room only afterwards.
 class Room {
  public:
   explicit Room(std::size_t documentSize)
-      : bytes_(4'194'304 + 32 * static_cast<std::int64_t>(documentSize)) {}
+      : bytes_(4'194'304 + 29 * static_cast<std::int64_t>(documentSize)) {}
 
   /// False once there is none left.
   bool take(std::size_t bytes) {
