@@ -24,7 +24,7 @@ class MemoryUse {
 /// As long as it lives, the nth request for a large block fails. One at a time.
 class FailingMemory {
  public:
-  static constexpr std::size_t large = std::size_t{64} << 10;
+  static constexpr std::size_t large = std::size_t{16} << 10;
 
   explicit FailingMemory(std::size_t nth);
   ~FailingMemory();
