@@ -33,13 +33,19 @@ Sequence firstSequence(std::string_view text) {
   return {size, true};
 }
 
+bool areAscii(const char* eightBytes) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, eightBytes, sizeof word);
+  return (word & 0x8080808080808080) == 0;
+}
+
 /// How many bytes at the front are UTF-8.
 std::size_t validLength(std::string_view text) {
   std::size_t i = 0;
   while (i < text.size()) {
     const auto byte = static_cast<unsigned char>(text[i]);
     if (byte < 0x80) {
-      ++i;
+      i += text.size() - i >= 8 && areAscii(text.data() + i) ? 8 : 1;
     } else if (byte >= 0xC2 && byte < 0xE0 && i + 1 < text.size() &&
                (static_cast<unsigned char>(text[i + 1]) & 0xC0) == 0x80) {
       i += 2;
