@@ -8,9 +8,6 @@
 #include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
-/// \file
-/// What messages have attached.
-
 /// One picture. A decoded image always has its sizes (0 when the server sent none); one built from
 /// a bare URL lacks them.
 struct KRImage {

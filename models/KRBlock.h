@@ -7,9 +7,6 @@
 #include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
-/// \file
-/// Blocked contacts.
-
 /// A contact was blocked or unblocked. All keys are required.
 struct KRBlock {
   std::string group_id;     ///< the conversation

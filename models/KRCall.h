@@ -8,9 +8,6 @@
 #include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
-/// \file
-/// Voice and video calls.
-
 /// One voice or video call. Every key is read leniently.
 struct KR_EXPORT KRCall {
   static constexpr std::int64_t CALL_TYPE_UNKNOWN = 0;  ///< `type`: not known

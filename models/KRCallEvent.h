@@ -13,9 +13,6 @@
 #include "models/KRCall.h"
 #include "models/TaggedVariant.h"
 
-/// \file
-/// The signalling of calls.
-
 /// An event inside a call. Every key is read leniently.
 struct KRStartCall {
   static constexpr std::int64_t EVENT_CALL_TYPE = 2;  ///< `event`: the kind this record is for

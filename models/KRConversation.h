@@ -13,9 +13,6 @@
 #include "models/KRMessage.h"
 #include "models/KRSecretChat.h"
 
-/// \file
-/// Conversations, and the pages and answers that hold them.
-
 /// The message that a member was last active with. Every key is read leniently.
 struct KRLastActiveMessage {
   std::string uin;        ///< the member

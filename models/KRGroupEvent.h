@@ -10,9 +10,6 @@
 #include "models/KRMessage.h"
 #include "models/TaggedVariant.h"
 
-/// \file
-/// What passes in a group: typing, and changes of messages.
-
 /// What happens in a group. Only ever written, as its `type()` alone.
 struct KR_EXPORT KRGroupEventKind : koriva::TaggedVariant<KRGroupEventKind> {
   /// A message has changed.

@@ -7,9 +7,6 @@
 #include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
-/// \file
-/// Invitation links of groups.
-
 /// The acknowledgement of "create_link". All keys are required.
 struct KRGroupLinkResponse {
   std::int64_t result = 0;  ///< the server's result code

@@ -10,9 +10,6 @@
 #include "extensions/KRExport.h"
 #include "models/TaggedVariant.h"
 
-/// \file
-/// Changes of a group.
-
 /// The changed settings of a group, pushed as "update_group". All keys are required.
 struct KRGroupUpdate {
   std::string name;                       ///< the group's name

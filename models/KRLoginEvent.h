@@ -6,9 +6,6 @@
 #include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
-/// \file
-/// What the server says of a login.
-
 /// What the server pushes as "login". All keys are required.
 struct KRLoginEvent {
   std::int64_t result = 0;  ///< the server's result code

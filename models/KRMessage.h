@@ -15,9 +15,6 @@
 #include "models/KRGroupUpdate.h"
 #include "models/TaggedVariant.h"
 
-/// \file
-/// Messages and their contents.
-
 struct KRMessage;
 
 /// What a message carries, as the server numbers it; 11 is unused.

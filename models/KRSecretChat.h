@@ -5,9 +5,6 @@
 #include "extensions/JSONCoding.h"
 #include "extensions/KRExport.h"
 
-/// \file
-/// The keys that secret chats exchange.
-
 /// One party's public key bundle. The texts are the application's own and pass through untouched.
 /// All keys are required.
 struct KRSecretChat {

@@ -5,9 +5,6 @@
 #include <utility>
 #include <variant>
 
-/// \file
-/// What the records that hold one of several cases have in common.
-
 namespace koriva {
 
 /// The access that all tagged variants share. `Self` holds its cases in a `std::variant` named
