@@ -113,8 +113,8 @@ std::string smallest(const Coding& coding) {
 }
 
 const std::vector<Shape>& values() {
-  static const std::string deep = times(62, "[") + times(62, "]");
-  static const std::string deepObject = times(61, "{\"a\":") + "{}" + times(61, "}");
+  const auto lists = [](std::size_t depth) { return times(depth, "[") + times(depth, "]"); };
+  const std::string deepObject = times(55, "{\"a\":") + "{}" + times(55, "}");
   static const std::vector<Shape> all{
       {"lists", repeated("[[]", ",[]", "]")},
       {"objects", repeated("[{}", ",{}", "]")},
@@ -126,7 +126,8 @@ const std::vector<Shape>& values() {
       {"reals", repeated("[0", ",2.2250738585072011e-308", "]")},
       {"nulls", repeated("[null", ",null", "]")},
       {"space", repeated("[", " ", "]")},
-      {"deep lists", repeated("[0", "," + deep, "]")},
+      {"deep lists", repeated("[0", "," + lists(56), "]")},
+      {"deepest lists", repeated("[0", "," + lists(63), "]")},
       {"deep objects", repeated("[0", "," + deepObject, "]")},
       {"too deep lists", repeated("", "[", "")},
       {"too deep objects", repeated("", "{\"a\":", "")},
