@@ -204,12 +204,6 @@ Cost costOf(const Run& run, const std::string& text) {
   return {text.size(), use.allocations(), use.peak(), ticks * 1'000 / CLOCKS_PER_SEC};
 }
 
-/// The same once it has been done, so without what is made once and stays.
-Cost costAgain(const Run& run, const std::string& text) {
-  costOf(run, text);
-  return costOf(run, text);
-}
-
 /// Between two sizes, lists that grow by half are differently full, and what is small stays.
 bool isLinear(const Cost& once, const Cost& many) {
   constexpr std::size_t fewAllocations = 16;
@@ -240,8 +234,10 @@ void print(const Entry& entry, const Shape& shape, const Cost& once, const Cost&
 
 void measure(const Entry& entry, std::size_t size, bool isVerbose, Summary& summary) {
   for (const Shape& shape : entry.shapes) {
-    const Cost once = costAgain(entry.run, shape.text(size, 1));
-    const Cost many = costAgain(entry.run, shape.text(size, factor));
+    const std::string text = shape.text(size, 1);
+    costOf(entry.run, text);  // some things are made once and stay
+    const Cost once = costOf(entry.run, text);
+    const Cost many = costOf(entry.run, shape.text(size, factor));
     const bool isFine = isLinear(once, many);
     if (isVerbose || !isFine) print(entry, shape, once, many);
     ++summary.cases;
