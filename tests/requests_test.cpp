@@ -212,4 +212,28 @@ TEST_F(TimedRequestsTest, CompleteOnceEachWithTenThousandInFlight) {
   EXPECT_LE(mallinfo2().uordblks, inUse + slack);
 }
 
+std::string listOf(std::string_view element, std::size_t count) {
+  std::string list = "[";
+  for (std::size_t i = 0; i < count; ++i) list.append(element) += ',';
+  list.back() = ']';
+  return list;
+}
+
+TEST_F(TimedRequestsTest, FailWhenTheirAnswersWouldTakeTooMuchMemory) {
+  sdk->getListMessage("g", "", 0, 0, Done{"list"});
+  sdk->createCall(KRCallEvent::CreateCall{}, Done{"call"});
+  far.run();
+  ASSERT_EQ(far.sent().size(), 2U);
+  // A little more than a power of two: the room of the list has just doubled.
+  const auto uins = listOf(R"("")", (std::size_t{1} << 17) + 1);
+  far.replyRaw(far.sent()[0], "{\"messages\":" + listOf("{}", 30'000) + "}");
+  far.replyRaw(far.sent()[1], "{\"call\":{\"callee_uins\":" + uins + "}}");
+  far.run();
+  const std::string problem =
+      "KorivaSDK - getDataFromAck failed with error: there is no memory for the answer\n";
+  const std::string failure = "KorivaSDK - create_message failed with error: Parsing error\n";
+  EXPECT_EQ(console.take(),
+            problem + "list: failure 1\n" + problem + failure + "call: failure 6\n");
+}
+
 }  // namespace
