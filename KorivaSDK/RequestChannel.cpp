@@ -20,7 +20,7 @@ void koriva::printLine(std::string line) {
 namespace koriva {
 
 Answer::Answer(const socketio::Items& items) : items_(items.text()) {
-  if (items_.empty() || json::firstText(items_) == socketio::noAck) {
+  if (items_.empty() || json::isFirstText(items_, socketio::noAck)) {
     state_ = State::missing;
   } else if (items.firstHoldsBinary) {
     state_ = State::missing;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,6 +38,9 @@ class Answer {
 
   bool isJson();
 
+  /// Remembers what came of reading it.
+  void note(boost::system::error_code error);
+
   /// Whether there was nothing that a decoding could have read, or no memory for it and no outcome
   /// yet; says so on the console.
   bool isUnusable(bool hasOutcome);
@@ -44,7 +48,6 @@ class Answer {
  private:
   enum class State { unread, read, missing, notJson, tooLarge };
 
-  void note(boost::system::error_code error);
   static void printProblem(const char* problem);
 
   std::string_view items_;
@@ -80,7 +83,12 @@ class RequestChannel {
           nameInFailureLine](const socketio::Items& items) {
            if (client.expired()) return;
            Answer answer(items);
-           std::optional<KRResult<T>> result = decoding(answer);
+           std::optional<KRResult<T>> result;
+           try {
+             result = decoding(answer);
+           } catch (const std::bad_alloc&) {
+             answer.note(make_error_code(boost::system::errc::not_enough_memory));
+           }
            const bool isUseless = !result || !result->isSuccess();
            if (isUseless && answer.isUnusable(result.has_value())) {
              printFailure(nameInFailureLine);

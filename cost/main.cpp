@@ -159,7 +159,7 @@ void addTexts(std::vector<Entry>& entries) {
   add(
       "areItems", [](auto text) { (void)json::areItems(text); }, items);
   add(
-      "firstText", [](auto text) { (void)json::firstText(text); }, items);
+      "isFirstText", [](auto text) { (void)json::isFirstText(text, "NO ACK"); }, items);
   add(
       "prettyPrinted", [](auto text) { (void)json::prettyPrinted(text); }, items);
   add(

@@ -95,14 +95,16 @@ bool areItems(std::string_view text) {
   return at && reader.itemsEnd(at);
 }
 
-std::optional<std::string> firstText(std::string_view items) {
+bool isFirstText(std::string_view items, std::string_view text) {
+  constexpr std::size_t longestEscape = 6;
   Reader reader(items);
-  std::string text;
-  const char* at = reader.skipSpace(items.data());
-  if (reader.peek(at) != '"') return std::nullopt;
-  at = reader.text(at + 1, text);
-  if (!at || !reader.itemsEnd(at)) return std::nullopt;
-  return text;
+  const char* const at = reader.skipSpace(items.data());
+  if (reader.peek(at) != '"') return false;
+  const char* const end = reader.skipText(at + 1);
+  if (!end || static_cast<std::size_t>(end - at) > longestEscape * text.size() + 2) return false;
+  std::string first;
+  reader.text(at + 1, first);
+  return first == text && reader.itemsEnd(end);
 }
 
 std::optional<std::string> prettyPrinted(std::string_view items) {

@@ -27,8 +27,8 @@ boost::system::result<T> decodeFirst(std::string_view items) {
 /// Whether there are items, and all of them are JSON.
 bool areItems(std::string_view text);
 
-/// The text that the first of the items is; nothing when it is none.
-std::optional<std::string> firstText(std::string_view items);
+/// Whether the first of the items is this text.
+bool isFirstText(std::string_view items, std::string_view text);
 
 /// The first of the items, spread over lines and indented by two spaces, or without any white space
 /// when that would be more than 64 KiB; nothing when the items are not JSON.

@@ -213,7 +213,7 @@ std::optional<Handshake> parseHandshake(std::string_view text) {
 
 std::string refusalText(std::string_view text) {
   if (text.size() > maxControlText) return Refusal().message;
-  if (auto message = json::firstText(text)) return *std::move(message);
+  if (auto message = takeString(text)) return *std::move(message);
   const auto refusal = json::decode<Refusal>(text);
   return refusal ? refusal->message : Refusal().message;
 }
