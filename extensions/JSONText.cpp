@@ -1,6 +1,6 @@
 #include "extensions/JSONText.h"
 
-#include <cstring>
+#include <algorithm>
 
 namespace koriva::json {
 namespace {
@@ -33,29 +33,30 @@ Sequence firstSequence(std::string_view text) {
   return {size, true};
 }
 
-bool areAscii(const char* eightBytes) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, eightBytes, sizeof word);
-  return (word & 0x8080808080808080) == 0;
+/// Where the first byte stands that is not ASCII, or the end.
+const char* endOfAscii(const char* at, const char* end) {
+  constexpr auto blockSize = static_cast<std::ptrdiff_t>(Block::size);
+  for (; end - at >= blockSize; at += Block::size) {
+    const std::uint64_t high = Block(at).high;
+    if (high != 0) return at + std::countr_zero(high) / Block::bitsPerByte;
+  }
+  return std::find_if(at, end, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
 }
 
 /// How many bytes at the front are UTF-8.
 std::size_t validLength(std::string_view text) {
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte < 0x80) {
-      i += text.size() - i >= 8 && areAscii(text.data() + i) ? 8 : 1;
-    } else if (byte >= 0xC2 && byte < 0xE0 && i + 1 < text.size() &&
-               (static_cast<unsigned char>(text[i + 1]) & 0xC0) == 0x80) {
-      i += 2;
-    } else {
-      const Sequence sequence = firstSequence(text.substr(i));
-      if (!sequence.isValid) break;
-      i += sequence.size;
-    }
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  const auto byte = [&](std::ptrdiff_t i) { return static_cast<unsigned char>(at[i]); };
+  while ((at = endOfAscii(at, end)) != end) {
+    // Most are of two bytes.
+    while (end - at >= 2 && byte(0) >= 0xC2 && byte(0) < 0xE0 && (byte(1) & 0xC0) == 0x80) at += 2;
+    if (at == end || byte(0) < 0x80) continue;
+    const Sequence sequence = firstSequence({at, end});
+    if (!sequence.isValid) break;
+    at += sequence.size;
   }
-  return i;
+  return static_cast<std::size_t>(at - text.data());
 }
 
 void appendEscape(std::string& out, char c) {
