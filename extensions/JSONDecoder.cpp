@@ -42,17 +42,14 @@ bool putNumber(const Type& type, void* member, const Number& number) {
   return true;
 }
 
-/// Nearly all keys are short enough to be compared by their ends.
-bool isSameKey(const char* key, std::string_view expected) {
+/// Whether a text that is no shorter begins as expected. Calls of memcmp cost more than most keys.
+inline bool isSame(const char* text, std::string_view expected) {
   const std::size_t size = expected.size();
-  const auto haveSameEnds = [&](std::size_t length) {
-    return loadBytes(key, length) == loadBytes(expected.data(), length) &&
-           loadBytes(key + size - length, length) ==
-               loadBytes(expected.data() + size - length, length);
-  };
-  if (size >= 8 && size <= 16) return haveSameEnds(8);
-  if (size >= 4 && size < 8) return haveSameEnds(4);
-  return std::memcmp(key, expected.data(), size) == 0;
+  if (size < 8) return std::memcmp(text, expected.data(), size) == 0;
+  for (std::size_t i = 0; i + 8 < size; i += 8) {
+    if (loadBytes(text + i, 8) != loadBytes(expected.data() + i, 8)) return false;
+  }
+  return loadBytes(text + size - 8, 8) == loadBytes(expected.data() + size - 8, 8);
 }
 
 const Member* findMember(const Coding& coding, std::string_view key) {
@@ -60,7 +57,7 @@ const Member* findMember(const Coding& coding, std::string_view key) {
   const auto bucket = coding.buckets[(hashOf(key) * coding.multiplier) >> coding.bucketShift];
   if (bucket == 0) return nullptr;
   const Member& member = coding.members[bucket - 1];
-  return member.key.size() == key.size() && isSameKey(key.data(), member.key) ? &member : nullptr;
+  return member.key.size() == key.size() && isSame(key.data(), member.key) ? &member : nullptr;
 }
 
 /// Gives a member its initial value.
@@ -77,34 +74,36 @@ class Decoder : public Reader {
       : Reader(json), room_(room), begin_(json.data()), size_(json.size()) {}
 
   const char* value(const char* at, const Type& type, void* member) {
-    switch (peek(at)) {
-      case '"':
-        if (type.kind == Kind::text) {
-          return text(at + 1, *static_cast<std::string*>(open(type, member)));
-        }
-        break;
-      case '{':
-        if (type.kind == Kind::record) return record(at + 1, *type.coding, open(type, member));
-        if (type.kind == Kind::textMap) return textMap(at + 1, open(type, member));
-        break;
-      case '[':
-        if (type.kind == Kind::records) return records(at + 1, *type.coding, open(type, member));
-        if (type.kind == Kind::texts) return texts(at + 1, open(type, member));
-        break;
-      case 't':
-      case 'f':
-        if (type.kind != Kind::boolean) break;
-        *static_cast<bool*>(open(type, member)) = *at == 't';
-        return skip(at);
-      case 'n':
-        break;
-      default: {
+    const char first = peek(at);
+    switch (type.kind) {
+      case Kind::text:
+        if (first != '"') break;
+        return text(at + 1, *static_cast<std::string*>(open(type, member)));
+      case Kind::signedInteger:
+      case Kind::unsignedInteger:
+      case Kind::real: {
+        if (first != '-' && !isDigit(first)) break;
         Number number;
-        if (peek(at) == '\0') break;
         at = this->number(at, number);
         if (at && !putNumber(type, member, number)) isWrong_ = true;
         return at;
       }
+      case Kind::boolean:
+        if (first != 't' && first != 'f') break;
+        *static_cast<bool*>(open(type, member)) = first == 't';
+        return skip(at);
+      case Kind::texts:
+        if (first != '[') break;
+        return texts(at + 1, open(type, member));
+      case Kind::textMap:
+        if (first != '{') break;
+        return textMap(at + 1, open(type, member));
+      case Kind::record:
+        if (first != '{') break;
+        return record(at + 1, *type.coding, open(type, member));
+      case Kind::records:
+        if (first != '[') break;
+        return records(at + 1, *type.coding, open(type, member));
     }
     return skipWrong(at);
   }
@@ -114,7 +113,7 @@ class Decoder : public Reader {
     std::size_t next = 0;
     const char* const end = members(begin, [&](const char* at) {
       const Member* member = nullptr;
-      at = colon(key(at, coding, next, member));
+      at = key(at, coding, next, member);
       if (!at) return at;
       if (!member) return skip(at);
       const auto index = static_cast<std::size_t>(member - coding.members);
@@ -186,24 +185,25 @@ class Decoder : public Reader {
     return room_.take(out.capacity() + blockOverhead) ? at : failForRoom();
   }
 
-  /// Servers mostly send keys in the order of the table: so the next one is tried first.
+  /// Reads a key to its value. Servers mostly send keys in the order of the table: so the next one
+  /// is tried first.
   const char* key(const char* at, const Coding& coding, std::size_t next, const Member*& member) {
     if (next < coding.memberCount) {
-      const std::string_view expected = coding.members[next].key;
-      if (left(at) > expected.size() && at[expected.size()] == '"' && isSameKey(at, expected)) {
+      const std::string_view expected = coding.members[next].keyToColon();
+      if (left(at) >= expected.size() && isSame(at, expected)) {
         member = &coding.members[next];
-        return at + expected.size() + 1;
+        return skipSpace(at + expected.size());
       }
     }
     bool isAscii = true;
     const char* const stop = endOfPlain(at, at + left(at), isAscii);
     if (peek(stop) == '"' && isAscii) {
       member = findMember(coding, {at, stop});
-      return stop + 1;
+      return colon(stop + 1);
     }
     at = text(at, text_);
     if (at) member = findMember(coding, text_);
-    return at;
+    return colon(at);
   }
 
   std::size_t left(const char* at) const { return size_ - static_cast<std::size_t>(at - begin_); }

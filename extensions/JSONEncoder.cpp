@@ -98,10 +98,7 @@ bool appendRecord(std::string& out, const Coding& coding, const void* value) {
     const void* member = field.in(const_cast<void*>(value));
     if (field.type->peek) member = field.type->peek(member);
     if (!member) continue;
-    if (!isFirst) out += ',';
-    isFirst = false;
-    appendText(out, field.key);
-    out += ':';
+    out += field.commaToColon().substr(std::exchange(isFirst, false) ? 1 : 0);
     if (!appendPresent(out, *field.type, member)) return false;
   }
   out += '}';

@@ -75,10 +75,13 @@ struct Type {
 };
 
 struct Member {
-  std::string_view key;
+  std::string_view key;  ///< stands in the text `,"key":`
   void* (*in)(void* record) = nullptr;
   const Type* type = nullptr;
   bool isWritten = true;
+
+  std::string_view keyToColon() const { return {key.data(), key.size() + 2}; }
+  std::string_view commaToColon() const { return {key.data() - 2, key.size() + 4}; }
 };
 
 struct Elements {
@@ -227,8 +230,8 @@ inline constexpr Type typeOf = makeType<T>();
 
 template <std::size_t N>
 struct Key {
-  char text[N];
-  consteval Key(const char (&key)[N]) { std::copy_n(key, N, text); }
+  char text[N + 4] = ",\"";
+  consteval Key(const char (&key)[N]) { std::copy_n("\":", 3, std::copy_n(key, N - 1, text + 2)); }
 };
 
 /// A perfect hash of the keys of N members.
@@ -305,7 +308,7 @@ constexpr Coding makeTable(bool isStrict) {
 template <detail::Key key, auto Pointer>
 struct Field {
   using Record = decltype(detail::ownerOf(Pointer));
-  static constexpr Member member{{key.text, sizeof key.text - 1},
+  static constexpr Member member{{key.text + 2, sizeof key.text - 5},
                                  &detail::addressOf<Pointer>,
                                  &detail::typeOf<decltype(detail::memberOf(Pointer))>};
 };

@@ -7,8 +7,6 @@
 namespace koriva::json {
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 bool timesTen(std::uint64_t& value, std::int64_t power) {
   for (; power > 0; --power) {
     if (value > std::numeric_limits<std::uint64_t>::max() / 10) return false;

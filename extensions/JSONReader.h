@@ -12,6 +12,8 @@
 
 namespace koriva::json {
 
+inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
 /// A number of 64 bits, and its sign.
 struct Integer {
   bool isNegative;
@@ -138,10 +140,10 @@ class Reader {
         at = readOne(at);
         if (!at) return nullptr;
         at = skipSpace(at);
-        if (peek(at) == closing) break;
-        if (peek(at) != ',') return fail();
+        if (peek(at) != ',') break;
         at = skipSpace(at + 1);
       }
+      if (peek(at) != closing) return fail();
     }
     --depth_;
     return at + 1;
