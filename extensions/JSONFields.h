@@ -230,7 +230,7 @@ inline constexpr Type typeOf = makeType<T>();
 
 template <std::size_t N>
 struct Key {
-  char text[N + 4] = ",\"";
+  char text[N + 4] = {',', '"'};
   consteval Key(const char (&key)[N]) { std::copy_n("\":", 3, std::copy_n(key, N - 1, text + 2)); }
 };
 
