@@ -180,9 +180,13 @@ class Decoder : public Reader {
 
   const char* text(const char* at, std::string& out) {
     const std::size_t capacity = out.capacity();
-    at = Reader::text(at, out);
-    if (out.capacity() == capacity) return at;
-    return room_.take(out.capacity() + blockOverhead) ? at : failForRoom();
+    return takeRoom(Reader::text(at, out), out, capacity);
+  }
+
+  /// Passes on the place where a text ends, once there is room for what that took.
+  const char* takeRoom(const char* at, const std::string& text, std::size_t capacityBefore) {
+    if (text.capacity() == capacityBefore) return at;
+    return room_.take(text.capacity() + blockOverhead) ? at : failForRoom();
   }
 
   /// Reads a key to its value. Servers mostly send keys in the order of the table: so the next one
@@ -195,9 +199,7 @@ class Decoder : public Reader {
         return skipSpace(at + expected.size());
       }
     }
-    bool isAscii = true;
-    const char* const stop = endOfPlain(at, at + left(at), isAscii);
-    if (peek(stop) == '"' && isAscii) {
+    if (const char* const stop = plainEnd(at)) {
       member = findMember(coding, {at, stop});
       return colon(stop + 1);
     }
@@ -241,7 +243,10 @@ class Decoder : public Reader {
         if (!room_.take(capacity * sizeof(std::string))) return failForRoom();
         texts.reserve(capacity);
       }
-      return text(at + 1, texts.emplace_back());
+      const char* const stop = plainEnd(at + 1);
+      if (!stop) return text(at + 1, texts.emplace_back());
+      // Made at once, as most are short.
+      return takeRoom(stop + 1, texts.emplace_back(at + 1, stop), std::string().capacity());
     });
   }
 

@@ -82,21 +82,26 @@ class Reader {
     return sequence(at, ']', readElement);
   }
 
-  /// A text from behind its quotation mark on. It takes the place of what is in `out`.
-  const char* text(const char* at, std::string& out) {
+  /// From behind a text's quotation mark to that at its end, when nothing between them is escaped;
+  /// null otherwise.
+  const char* plainEnd(const char* at) const {
     bool isAscii = true;
     const char* const stop = endOfPlain(at, end_, isAscii);
-    if (peek(stop) != '"' || !(isAscii || isUtf8({at, stop}))) return escapedText(at, &out);
+    return peek(stop) == '"' && (isAscii || isUtf8({at, stop})) ? stop : nullptr;
+  }
+
+  /// A text from behind its quotation mark on. It takes the place of what is in `out`.
+  const char* text(const char* at, std::string& out) {
+    const char* const stop = plainEnd(at);
+    if (!stop) return escapedText(at, &out);
     out.assign(at, stop);
     return stop + 1;
   }
 
   /// A text of which nothing is kept.
   const char* skipText(const char* at) {
-    bool isAscii = true;
-    const char* const stop = endOfPlain(at, end_, isAscii);
-    const bool isPlain = peek(stop) == '"' && (isAscii || isUtf8({at, stop}));
-    return isPlain ? stop + 1 : escapedText(at, nullptr);
+    const char* const stop = plainEnd(at);
+    return stop ? stop + 1 : escapedText(at, nullptr);
   }
 
   /// A number; what is behind it is not looked at.
