@@ -16,6 +16,7 @@
 #include "cost/Records.h"
 #include "cost/Shapes.h"
 #include "extensions/JSONItems.h"
+#include "extensions/JSONText.h"
 #include "extensions/StringRewriters.h"
 
 namespace {
@@ -169,7 +170,9 @@ void addTexts(std::vector<Entry>& entries) {
   std::vector<Shape> texts = values;
   for (const char* unit :
        {"\\", "\"", "/", "\n", "\\n", "\\u{8}", "\\u{12}", "\\u{", "\\u{1", "\xFF"}) {
-    texts.push_back({"many " + std::string(unit), koriva::cost::repeated("", unit, "")});
+    std::string name = "many ";
+    json::appendText(name, unit);
+    texts.push_back({name, koriva::cost::repeated("", unit, "")});
   }
   add(
       "escapedString", [](auto text) { (void)koriva::escapedString(text); }, texts);
