@@ -2,7 +2,7 @@
 
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
-#include "extensions/JSONText.h"
+#include "extensions/JSONEncoder.h"
 
 using namespace koriva;
 

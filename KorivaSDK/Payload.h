@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "extensions/JSONEncoder.h"
 #include "extensions/JSONFields.h"
-#include "extensions/JSONText.h"
 #include "socketio/Frame.h"
 
 namespace koriva {
@@ -32,7 +32,7 @@ class Payload {
   };
 
   Payload(std::initializer_list<Member> members) {
-    text_.reserve(768);
+    text_.reserve(480);
     text_.append(headRoom, ' ') += '{';
     for (const Member& member : members) add(member);
   }

@@ -24,7 +24,7 @@ class Answer {
   /// The items have to outlive it. Says so on the console when the first is binary.
   explicit Answer(const socketio::Items& items);
 
-  /// The record that it says.
+  /// The record that it says, or why there is none.
   template <class Record>
   boost::system::result<Record> read() {
     if (state_ == State::missing) return json::detail::mismatch();
@@ -36,13 +36,15 @@ class Answer {
   /// The whole of it, indented; nothing when it is not JSON.
   std::optional<std::string> prettyPrinted();
 
+  /// Whether there is an answer, and it is JSON.
   bool isJson();
 
   /// Remembers what came of reading it.
   void note(boost::system::error_code error);
 
-  /// Whether there was nothing that a decoding could have read, or no memory for it and no outcome
-  /// yet; says so on the console.
+  /// Whether a request has to fail because nothing was there to decode: no answer, or none that is
+  /// JSON. Where only the memory was missing, an outcome that there is already stands. Says so on
+  /// the console.
   bool isUnusable(bool hasOutcome);
 
  private:

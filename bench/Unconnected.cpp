@@ -4,6 +4,7 @@
 #include "socketio/WebSocket.h"
 
 using koriva::socketio::Endpoint;
+using koriva::socketio::Frame;
 using koriva::socketio::Transport;
 
 std::shared_ptr<Transport> koriva::socketio::makeWebSocket(const Environment& /*environment*/) {

@@ -39,8 +39,8 @@ Growing collidingKeys(const std::string& value) {
 
 std::size_t leavesOf(const Coding& coding, bool isNested) {
   std::size_t count = 0;
-  for (std::size_t i = 0; i < coding.memberCount; ++i) {
-    const Coding* const inner = coding.members[i].type->coding;
+  for (std::size_t i = 0; i < coding.table->memberCount; ++i) {
+    const Coding* const inner = coding.table->members[i].type->coding;
     count += isNested && inner ? leavesOf(*inner, true) : 1;
   }
   return count;
@@ -49,8 +49,8 @@ std::size_t leavesOf(const Coding& coding, bool isNested) {
 /// An object with all members, each of which is the value; nested: not those that hold records.
 std::string objectOf(const Coding& coding, const std::string& value, bool isNested) {
   std::string object = "{";
-  for (std::size_t i = 0; i < coding.memberCount; ++i) {
-    const auto& [key, in, type, isWritten] = coding.members[i];
+  for (std::size_t i = 0; i < coding.table->memberCount; ++i) {
+    const auto& [key, in, type, isWritten] = coding.table->members[i];
     object.append(i == 0 ? "\"" : ",\"").append(key).append("\":");
     if (!isNested || !type->coding) {
       object += value;
@@ -103,8 +103,8 @@ Growing repeated(std::string begin, std::string unit, std::string end) {
 
 std::string smallest(const Coding& coding) {
   std::string object = "{";
-  for (std::size_t i = 0; i < coding.memberCount; ++i) {
-    const json::Member& member = coding.members[i];
+  for (std::size_t i = 0; i < coding.table->memberCount; ++i) {
+    const json::Member& member = coding.table->members[i];
     object.append(i == 0 ? "\"" : ",\"").append(member.key).append("\":");
     object += smallestValue(*member.type);
   }
@@ -170,13 +170,13 @@ std::vector<Shape> objectsOf(const Coding& coding) {
   const bool hasNested = leavesOf(coding, true) != leavesOf(coding, false);
   for (const Shape& value : values()) {
     shapes.push_back(value);
-    if (coding.memberCount == 0) continue;
+    if (coding.table->memberCount == 0) continue;
     shapes.push_back(inMembers(coding, value, false));
     if (hasNested) shapes.push_back(inMembers(coding, value, true));
   }
-  for (std::size_t i = 0; i < coding.memberCount; ++i) {
-    const json::Type& type = *coding.members[i].type;
-    const std::string key(coding.members[i].key);
+  for (std::size_t i = 0; i < coding.table->memberCount; ++i) {
+    const json::Type& type = *coding.table->members[i].type;
+    const std::string key(coding.table->members[i].key);
     const std::string member = "\"" + key + "\":";
     const std::string value = smallestValue(type);
     shapes.push_back({"duplicates of " + key, repeated("{\"\":0", "," + member + value, "}")});

@@ -49,7 +49,7 @@ void addRecord(std::vector<Entry>& entries) {
   entries.push_back({"decode " + nameOf<Record>(),
                      [](std::string_view text) { (void)json::decode<Record>(text); },
                      koriva::cost::objectsOf(coding)});
-  if (coding.read) return;  // of whole documents only
+  if (coding.table->read) return;  // of whole documents only
   const std::string smallest = koriva::cost::smallest(coding);
   entries.push_back({"decodeFirst " + nameOf<Record>(),
                      [](std::string_view text) { (void)json::decodeFirst<Record>(text); },

@@ -17,8 +17,14 @@ using KRDictionary = boost::json::object;
 /// Records from and to JSON.
 namespace koriva::json {
 
-/// How a record travels: its keys, and what else there is to know. Opaque.
-struct Coding;
+namespace detail {
+struct Table;
+}
+
+/// How a record travels: its keys, and what else there is to know.
+struct Coding {
+  const detail::Table* table;  ///< known to the library alone
+};
 
 namespace detail {
 
@@ -27,10 +33,14 @@ KR_EXPORT boost::system::error_code decode(const Coding& coding, void* record,
 KR_EXPORT bool append(std::string& out, const Coding& coding, const void* record);
 
 template <class T>
+concept Travels = requires {
+  T::coding;
+}
+|| requires { T::encoding; };
+
+template <class T>
 constexpr const Coding& codingOf() {
-  static_assert(
-      requires { T::coding; } || requires { T::encoding; },
-      "this type is no record that travels as JSON");
+  static_assert(Travels<T>, "this type is no record that travels as JSON");
   if constexpr (requires { T::coding; }) {
     return T::coding;
   } else {
@@ -64,9 +74,10 @@ bool append(std::string& out, const T& record) {
   return detail::append(out, detail::codingOf<T>(), &record);
 }
 
-/// Reads any JSON value; nothing when the text is not JSON, when it holds an object of more than
-/// 4,096 members, a number beyond what a double can be, or when the value would take more than
-/// 4 MiB and 32 times the text. Doubles are correctly rounded.
+/// Reads any JSON value; nothing when the text is not JSON, nests deeper than 64 levels, holds an
+/// object of more than 4,096 members or a number beyond what a double can be, or when there is no
+/// memory or the value would take more than 4 MiB and 32 times the text. Doubles are correctly
+/// rounded.
 KR_EXPORT std::optional<boost::json::value> parseValue(std::string_view json);
 
 /// Reads a JSON object; nothing when the text is not one that parseValue() reads.

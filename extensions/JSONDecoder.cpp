@@ -11,6 +11,7 @@ namespace {
 
 using boost::json::error;
 using boost::system::error_code;
+using detail::Table;
 
 error_code outOfMemory() { return make_error_code(boost::system::errc::not_enough_memory); }
 
@@ -52,18 +53,17 @@ inline bool isSame(const char* text, std::string_view expected) {
   return loadBytes(text + size - 8, 8) == loadBytes(expected.data() + size - 8, 8);
 }
 
-const Member* findMember(const Coding& coding, std::string_view key) {
-  if (coding.memberCount == 0) return nullptr;
-  const auto bucket = coding.buckets[(hashOf(key) * coding.multiplier) >> coding.bucketShift];
+const Member* findMember(const Table& table, std::string_view key) {
+  const auto bucket = table.buckets[(hashOf(key) * table.multiplier) >> table.bucketShift];
   if (bucket == 0) return nullptr;
-  const Member& member = coding.members[bucket - 1];
+  const Member& member = table.members[bucket - 1];
   return member.key.size() == key.size() && isSame(key.data(), member.key) ? &member : nullptr;
 }
 
 /// Gives a member its initial value.
-void makePristine(const Coding& coding, const Member& member, void* record) {
+void makePristine(const Table& table, const Member& member, void* record) {
   // Only read, but found with the function that serves writing too.
-  void* const pristine = const_cast<void*>(coding.pristine());
+  void* const pristine = const_cast<void*>(table.pristine());
   member.type->assign(member.in(record), member.in(pristine));
 }
 
@@ -100,41 +100,41 @@ class Decoder : public Reader {
         return textMap(at + 1, open(type, member));
       case Kind::record:
         if (first != '{') break;
-        return record(at + 1, *type.coding, open(type, member));
+        return record(at + 1, *type.coding->table, open(type, member));
       case Kind::records:
         if (first != '[') break;
-        return records(at + 1, *type.coding, open(type, member));
+        return records(at + 1, *type.coding->table, open(type, member));
     }
     return skipWrong(at);
   }
 
-  const char* record(const char* begin, const Coding& coding, void* record) {
+  const char* record(const char* begin, const Table& table, void* record) {
+    if (table.memberCount == 0) return skipWrong(begin - 1);  // of whole documents only
     std::uint64_t present = 0;
     std::size_t next = 0;
     const char* const end = members(begin, [&](const char* at) {
       const Member* member = nullptr;
-      at = key(at, coding, next, member);
+      at = key(at, table, next, member);
       if (!at) return at;
       if (!member) return skip(at);
-      const auto index = static_cast<std::size_t>(member - coding.members);
+      const auto index = static_cast<std::size_t>(member - table.members);
       const auto bit = std::uint64_t{1} << index;
       next = index + 1;
-      if ((present & bit) != 0) makePristine(coding, *member, record);  // the last key wins
+      if ((present & bit) != 0) makePristine(table, *member, record);  // the last key wins
       present |= bit;
       at = value(at, *member->type, member->in(record));
       if (isWrong_) {
         isWrong_ = false;
-        makePristine(coding, *member, record);
+        makePristine(table, *member, record);
         present &= ~bit;
       }
       return at;
     });
     if (!end) return nullptr;
-    const auto all = ~std::uint64_t{0} >> (64 - coding.memberCount);
-    if (coding.isStrict && present != all) {
+    if (table.isStrict && present != ~std::uint64_t{0} >> (64 - table.memberCount)) {
       isWrong_ = true;
-    } else if (coding.finish) {
-      coding.finish(record, room_);
+    } else if (table.finish) {
+      table.finish(record, room_);
       if (room_.isExhausted()) return failForRoom();
     }
     return end;
@@ -144,19 +144,13 @@ class Decoder : public Reader {
     switch (peek(at)) {
       case '"':
         at = text(at + 1, text_);
-        if (!at || !room_.take(text_.size() + blockOverhead)) return at ? failForRoom() : at;
+        if (!at) return nullptr;
         value = text_;
-        return at;
+        return room_.take(value.get_string().capacity()) ? at : failForRoom();
       case '{':
         return object(at + 1, value.emplace_object());
-      case '[': {
-        auto& array = value.emplace_array();
-        return elements(at + 1, [&](const char* element) {
-          // Growing lists have twice the room and leave as much behind.
-          if (!room_.take(4 * sizeof(boost::json::value))) return failForRoom();
-          return dynamic(element, array.emplace_back(nullptr));
-        });
-      }
+      case '[':
+        return array(at + 1, value.emplace_array());
       case 't':
       case 'f':
         value = *at == 't';
@@ -191,20 +185,20 @@ class Decoder : public Reader {
 
   /// Reads a key to its value. Servers mostly send keys in the order of the table: so the next one
   /// is tried first.
-  const char* key(const char* at, const Coding& coding, std::size_t next, const Member*& member) {
-    if (next < coding.memberCount) {
-      const std::string_view expected = coding.members[next].keyToColon();
+  const char* key(const char* at, const Table& table, std::size_t next, const Member*& member) {
+    if (next < table.memberCount) {
+      const std::string_view expected = table.members[next].keyToColon();
       if (left(at) >= expected.size() && isSame(at, expected)) {
-        member = &coding.members[next];
+        member = &table.members[next];
         return skipSpace(at + expected.size());
       }
     }
     if (const char* const stop = plainEnd(at)) {
-      member = findMember(coding, {at, stop});
+      member = findMember(table, {at, stop});
       return colon(stop + 1);
     }
     at = text(at, text_);
-    if (at) member = findMember(coding, text_);
+    if (at) member = findMember(table, text_);
     return colon(at);
   }
 
@@ -215,34 +209,43 @@ class Decoder : public Reader {
     return skip(at);
   }
 
-  const char* records(const char* begin, const Coding& coding, void* list) {
-    constexpr std::size_t mostAtFirst = 64;
+  /// Makes room for one more element of a list that may be full. While it grows, it is there twice.
+  template <class Reserve>
+  bool grow(std::size_t count, std::size_t& capacity, std::size_t next, std::size_t elementSize,
+            const Reserve& reserve) {
+    if (count < capacity) return true;
+    if (!room_.take(next * elementSize)) return false;
+    reserve(next);
+    room_.giveBack(capacity * elementSize);
+    capacity = next;
+    return true;
+  }
+
+  const char* records(const char* begin, const Table& table, void* list) {
+    constexpr std::size_t page = 64;
+    const bool isPage = depth() == 1;
     std::size_t count = 0;
     std::size_t capacity = 0;
     return elements(begin, [&](const char* at) {
       if (isWrong_ || peek(at) != '{') return skipWrong(at);
-      if (count == capacity) {
-        // Once the first has been read, the rest of the document suggests how many there will be.
-        const auto size = static_cast<std::size_t>(at - begin);
-        capacity = count == 1 ? std::min(2 + left(at) / size, mostAtFirst) : 2 * count + !count;
-        if (!room_.take(capacity * coding.size)) return failForRoom();
-        coding.reserve(list, capacity);
-      }
-      ++count;
-      return record(at + 1, coding, coding.append(list));
+      std::size_t next = count < page ? 4 * count + !count : 2 * count;
+      // Once the first of a page has been read, the rest suggests how many there will be.
+      if (isPage && count == 1)
+        next = std::min(2 + left(at) / static_cast<std::size_t>(at - begin), page);
+      const auto reserve = [&](std::size_t size) { table.reserve(list, size); };
+      if (!grow(count++, capacity, next, table.size, reserve)) return failForRoom();
+      return record(at + 1, table, table.append(list));
     });
   }
 
   const char* texts(const char* begin, void* list) {
     auto& texts = *static_cast<std::vector<std::string>*>(list);
+    const auto reserve = [&](std::size_t size) { texts.reserve(size); };
     std::size_t capacity = 0;
     return elements(begin, [&](const char* at) {
       if (isWrong_ || peek(at) != '"') return skipWrong(at);
-      if (texts.size() == capacity) {
-        capacity = std::max<std::size_t>(2 * capacity, 4);
-        if (!room_.take(capacity * sizeof(std::string))) return failForRoom();
-        texts.reserve(capacity);
-      }
+      const auto next = std::max<std::size_t>(2 * texts.size(), 4);
+      if (!grow(texts.size(), capacity, next, sizeof(std::string), reserve)) return failForRoom();
       const char* const stop = plainEnd(at + 1);
       if (!stop) return text(at + 1, texts.emplace_back());
       // Made at once, as most are short.
@@ -259,6 +262,18 @@ class Decoder : public Reader {
       if (isWrong_ || peek(at) != '"') return skipWrong(at);
       if (!room_.take(nodeSize + text_.size())) return failForRoom();
       return text(at + 1, map[text_]);
+    });
+  }
+
+  const char* array(const char* begin, boost::json::array& array) {
+    const auto reserve = [&](std::size_t size) { array.reserve(size); };
+    std::size_t capacity = 0;
+    return elements(begin, [&](const char* at) {
+      const std::size_t next = array.size() + array.size() / 2 + 4;
+      if (!grow(array.size(), capacity, next, sizeof(boost::json::value), reserve)) {
+        return failForRoom();
+      }
+      return dynamic(at, array.emplace_back(nullptr));
     });
   }
 
@@ -342,7 +357,7 @@ error_code decodeAlone(std::string_view json, const Decode& decode) {
 namespace detail {
 
 error_code decode(const Coding& coding, void* record, std::string_view json, Room& room) {
-  if (coding.read) return coding.read(record, json, room);
+  if (coding.table->read) return coding.table->read(record, json, room);
   return decodeFields(coding, record, json, room, Rest::none);
 }
 

@@ -1,13 +1,17 @@
+#include "extensions/JSONEncoder.h"
+
 #include <array>
 #include <boost/json/value.hpp>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include "extensions/JSONFields.h"
-#include "extensions/JSONText.h"
 
 namespace koriva::json {
 namespace {
+
+using detail::Table;
 
 bool appendLiteral(std::string& out, std::string_view literal) {
   out += literal;
@@ -28,7 +32,7 @@ bool appendReal(std::string& out, double value) {
   return isInteger ? appendNumber(out, static_cast<std::int64_t>(value)) : appendNumber(out, value);
 }
 
-bool appendRecord(std::string& out, const Coding& coding, const void* value);
+bool appendRecord(std::string& out, const Table& table, const void* value);
 
 template <class Items, class Append>
 bool appendList(std::string& out, std::string_view brackets, const Items& items,
@@ -49,12 +53,12 @@ bool appendMember(std::string& out, std::string_view key, std::string_view value
   return appendText(out, value);
 }
 
-bool appendRecords(std::string& out, const Coding& coding, const void* list) {
-  const auto [first, count] = coding.elements(list);
+bool appendRecords(std::string& out, const Table& table, const void* list) {
+  const auto [first, count] = table.elements(list);
   out += '[';
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) out += ',';
-    if (!appendRecord(out, coding, static_cast<const char*>(first) + i * coding.size)) return false;
+    if (!appendRecord(out, table, static_cast<const char*>(first) + i * table.size)) return false;
   }
   out += ']';
   return true;
@@ -80,19 +84,19 @@ bool appendPresent(std::string& out, const Type& type, const void* value) {
           out, "{}", *static_cast<const std::map<std::string, std::string>*>(value),
           [&](const auto& member) { return appendMember(out, member.first, member.second); });
     case Kind::record:
-      return appendRecord(out, *type.coding, value);
+      return appendRecord(out, *type.coding->table, value);
     case Kind::records:
-      return appendRecords(out, *type.coding, value);
+      return appendRecords(out, *type.coding->table, value);
   }
   return false;
 }
 
-bool appendRecord(std::string& out, const Coding& coding, const void* value) {
-  if (coding.write) return coding.write(value, out);
+bool appendRecord(std::string& out, const Table& table, const void* value) {
+  if (table.write) return table.write(value, out);
   out += '{';
   bool isFirst = true;
-  for (std::size_t i = 0; i < coding.memberCount; ++i) {
-    const Member& field = coding.members[i];
+  for (std::size_t i = 0; i < table.memberCount; ++i) {
+    const Member& field = table.members[i];
     if (!field.isWritten) continue;
     // Only read, but found with the function that serves decoding too.
     const void* member = field.in(const_cast<void*>(value));
@@ -176,7 +180,7 @@ bool append(std::string& out, const Type& type, const void* value) {
 
 bool append(std::string& out, const Coding& coding, const void* record) {
   const std::size_t size = out.size();
-  return undoUnless(appendRecord(out, coding, record), out, size);
+  return undoUnless(appendRecord(out, *coding.table, record), out, size);
 }
 
 }  // namespace detail

@@ -5,7 +5,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <string>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "extensions/JSONCoding.h"
+#include "extensions/JSONText.h"
 
 /// \file
 /// How records travel. The source of a record's family says so in a table:
@@ -41,6 +41,7 @@ class Room {
     bytes_ -= static_cast<std::int64_t>(bytes);
     return !isExhausted();
   }
+  void giveBack(std::size_t bytes) { bytes_ += static_cast<std::int64_t>(bytes); }
   bool isExhausted() const { return bytes_ < 0; }
 
   /// How many documents are being read within one another.
@@ -89,7 +90,9 @@ struct Elements {
   std::size_t count;
 };
 
-struct Coding {
+namespace detail {
+
+struct Table {
   const Member* members = nullptr;
   std::size_t memberCount = 0;
   const std::uint8_t* buckets = nullptr;  ///< index + 1; 0 is no member
@@ -107,17 +110,7 @@ struct Coding {
   Elements (*elements)(const void* list) = nullptr;
 };
 
-constexpr std::uint64_t loadBytes(const char* bytes, std::size_t count) {
-  std::uint64_t value = 0;
-  if (std::is_constant_evaluated() || std::endian::native != std::endian::little) {
-    for (std::size_t i = 0; i < count; ++i) {
-      value |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
-    }
-  } else {
-    std::memcpy(&value, bytes, count);
-  }
-  return value;
-}
+}  // namespace detail
 
 /// Looks at the length, the first and the last eight bytes only, and leaves the mixing to the
 /// multiplier of the table, which is chosen at compile time such that its keys do not collide.
@@ -143,10 +136,18 @@ namespace detail {
 
 boost::system::error_code decode(const Coding& coding, void* record, std::string_view json,
                                  Room& room);
+boost::system::error_code decodeFirst(const Coding& coding, void* record, std::string_view items);
 /// The error of a document that is JSON, but not what was wanted.
 boost::system::error_code mismatch();
 /// Appends a member's value; false when it holds what JSON cannot say.
 bool append(std::string& out, const Type& type, const void* value);
+
+template <class R>
+R recordOf(void (*finish)(R&, Room&));
+template <class R>
+R recordOf(bool (*write)(const R&, std::string&));
+template <class Document, class R>
+Document documentOf(bool (*convert)(Document&, R&));
 
 template <class R, class M>
 R ownerOf(M R::*);
@@ -273,38 +274,71 @@ template <class... Fields>
 inline constexpr auto bucketsOf = makeBuckets(membersOf<Fields...>);
 
 template <class R>
-constexpr Coding makeCoding() {
-  Coding coding;
-  coding.size = sizeof(R);
-  coding.pristine = &pristine<R>;
-  coding.reserve = [](void* list, std::size_t count) {
+constexpr Table makeTable() {
+  Table table;
+  table.size = sizeof(R);
+  table.pristine = &pristine<R>;
+  table.reserve = [](void* list, std::size_t count) {
     static_cast<std::vector<R>*>(list)->reserve(count);
   };
-  coding.append = [](void* list) -> void* {
+  table.append = [](void* list) -> void* {
     return &static_cast<std::vector<R>*>(list)->emplace_back();
   };
-  coding.elements = [](const void* list) {
+  table.elements = [](const void* list) {
     const auto& records = *static_cast<const std::vector<R>*>(list);
     return Elements{records.data(), records.size()};
   };
-  return coding;
+  return table;
 }
 
-template <class First, class... Rest>
-constexpr Coding makeTable(bool isStrict) {
-  auto coding = makeCoding<typename First::Record>();
-  coding.members = membersOf<First, Rest...>.data();
-  coding.memberCount = 1 + sizeof...(Rest);
-  coding.buckets = bucketsOf<First, Rest...>.indices.data();
-  coding.bucketShift = 64 - Buckets<1 + sizeof...(Rest)>::bits;
-  coding.multiplier = bucketsOf<First, Rest...>.multiplier;
-  coding.isStrict = isStrict;
-  return coding;
+template <bool isStrict, class First, class... Rest>
+inline constexpr Table tableOf = [] {
+  auto table = makeTable<typename First::Record>();
+  table.members = membersOf<First, Rest...>.data();
+  table.memberCount = 1 + sizeof...(Rest);
+  table.buckets = bucketsOf<First, Rest...>.indices.data();
+  table.bucketShift = 64 - Buckets<1 + sizeof...(Rest)>::bits;
+  table.multiplier = bucketsOf<First, Rest...>.multiplier;
+  table.isStrict = isStrict;
+  return table;
+}();
+
+template <auto finish, const Coding& base>
+inline constexpr Table finishedTable = [] {
+  Table table = *base.table;
+  table.finish = [](void* record, Room& room) {
+    finish(*static_cast<decltype(recordOf(finish))*>(record), room);
+  };
+  return table;
+}();
+
+template <auto write>
+constexpr Table makeWrittenTable() {
+  using R = decltype(recordOf(write));
+  auto table = makeTable<R>();
+  table.write = [](const void* value, std::string& out) {
+    return write(*static_cast<const R*>(value), out);
+  };
+  return table;
 }
+template <auto write>
+inline constexpr Table writtenTable = makeWrittenTable<write>();
+
+template <auto convert, auto write>
+inline constexpr Table convertedTable = [] {
+  auto table = makeWrittenTable<write>();
+  table.read = [](void* value, std::string_view json, Room& room) {
+    decltype(documentOf(convert)) document;
+    auto error = decode(document.coding, &document, json, room);
+    auto& record = *static_cast<decltype(recordOf(write))*>(value);
+    return error || convert(document, record) ? error : mismatch();
+  };
+  return table;
+}();
 
 }  // namespace detail
 
-/// A key, and the member that travels under it.
+/// A key, which is written without escapes, and the member that travels under it.
 template <detail::Key key, auto Pointer>
 struct Field {
   using Record = decltype(detail::ownerOf(Pointer));
@@ -326,43 +360,26 @@ struct ReadOnly : Field<key, Pointer> {
 /// Fields that cannot fail their record: when a key is absent, null or of another type, the member
 /// keeps its initial value.
 template <class... Fields>
-inline constexpr Coding lenient = detail::makeTable<Fields...>(false);
+inline constexpr Coding lenient{&detail::tableOf<false, Fields...>};
 
 /// Fields without which their record cannot be read.
 template <class... Fields>
-inline constexpr Coding required = detail::makeTable<Fields...>(true);
+inline constexpr Coding required{&detail::tableOf<true, Fields...>};
 
-/// The same table, and a function that runs once the members have been read. It may read documents
-/// within texts, by decodeWithin().
-template <class R, void (*finish)(R&, Room&)>
-constexpr Coding finishedBy(Coding coding) {
-  coding.finish = [](void* record, Room& room) { finish(*static_cast<R*>(record), room); };
-  return coding;
-}
+/// The same fields, and a function `void (R&, Room&)` that runs once they have been read. It may
+/// read documents within texts, by decodeWithin().
+template <auto finish, const Coding& base>
+inline constexpr Coding finishedBy{&detail::finishedTable<finish, base>};
 
-/// A value that is written by a function, which appends one JSON value or returns false.
-template <class R, bool (*write)(const R&, std::string&)>
-constexpr Coding writtenBy() {
-  auto coding = detail::makeCoding<R>();
-  coding.write = [](const void* value, std::string& out) {
-    return write(*static_cast<const R*>(value), out);
-  };
-  return coding;
-}
+/// A value that is written by `bool (const R&, std::string&)`, which appends one JSON value or
+/// returns false.
+template <auto write>
+inline constexpr Coding writtenBy{&detail::writtenTable<write>};
 
-/// A value that is written so, and read, as a whole document only, as what a record says.
-template <class R, class Document, bool (*convert)(Document&, R&),
-          bool (*write)(const R&, std::string&)>
-constexpr Coding convertedBy() {
-  auto coding = writtenBy<R, write>();
-  coding.read = [](void* value, std::string_view json, Room& room) {
-    Document document;
-    auto error = detail::decode(Document::coding, &document, json, room);
-    if (!error && !convert(document, *static_cast<R*>(value))) error = detail::mismatch();
-    return error;
-  };
-  return coding;
-}
+/// A value that is written so, and read, as a whole document only, as what another record says:
+/// `bool (Document&, R&)`.
+template <auto convert, auto write>
+inline constexpr Coding convertedBy{&detail::convertedTable<convert, write>};
 
 /// Reads a document that stands in a text of another one.
 template <class T>

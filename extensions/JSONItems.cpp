@@ -1,5 +1,7 @@
 #include "extensions/JSONItems.h"
 
+#include <utility>
+
 #include "extensions/JSONReader.h"
 
 namespace koriva::json {

@@ -12,10 +12,6 @@
 
 namespace koriva::json {
 
-namespace detail {
-boost::system::error_code decodeFirst(const Coding& coding, void* record, std::string_view items);
-}
-
 /// Reads the first of the items, or says what decode() says when it cannot.
 template <class T>
 boost::system::result<T> decodeFirst(std::string_view items) {

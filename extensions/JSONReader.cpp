@@ -1,5 +1,6 @@
 #include "extensions/JSONReader.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
@@ -22,7 +23,7 @@ struct Decimal {
 };
 
 Decimal decimalOf(std::string_view number) {
-  constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max() / 2;
+  constexpr std::int64_t largest = std::int64_t{1} << 40;
   Decimal decimal;
   if (number.front() == '-') number.remove_prefix(1);
   const auto e = number.find_first_of("eE");
@@ -33,6 +34,7 @@ Decimal decimalOf(std::string_view number) {
     const auto result =
         std::from_chars(exponent.data(), exponent.data() + exponent.size(), decimal.exponent);
     if (result.ec != std::errc{}) decimal.exponent = exponent.front() == '-' ? -largest : largest;
+    decimal.exponent = std::clamp(decimal.exponent, -largest, largest);  // no sum overflows
   }
   if (const auto point = decimal.digits.find('.'); point != std::string_view::npos) {
     decimal.exponent -= static_cast<std::int64_t>(decimal.digits.size() - point - 1);

@@ -42,6 +42,9 @@ class Reader {
 
   boost::system::error_code error() const { return error_; }
 
+  /// How many lists and objects are open.
+  std::size_t depth() const { return depth_; }
+
   /// Ends the reading; null.
   const char* fail(boost::system::error_code error) {
     error_ = error;

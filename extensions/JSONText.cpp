@@ -2,6 +2,22 @@
 
 #include <algorithm>
 
+namespace koriva {
+
+std::string replaceAll(std::string text, std::string_view find, std::string_view replacement) {
+  std::size_t found = text.find(find);
+  if (found == std::string::npos) return text;
+  std::string replaced;
+  std::size_t from = 0;
+  for (; found != std::string::npos; found = text.find(find, from)) {
+    replaced.append(text, from, found - from).append(replacement);
+    from = found + find.size();
+  }
+  return replaced.append(text, from);
+}
+
+}  // namespace koriva
+
 namespace koriva::json {
 namespace {
 

@@ -1,18 +1,17 @@
 #pragma once
 
 #include <bit>
-#include <boost/json/fwd.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #elif defined(__aarch64__)
 #include <arm_neon.h>
-#else
-#include "extensions/JSONFields.h"
 #endif
 
 /// \file Texts as JSON has them; not installed.
@@ -44,18 +43,17 @@ enum class InvalidText {
 bool appendText(std::string& out, std::string_view text,
                 InvalidText invalidText = InvalidText::replace);
 
-/// Appends a dynamic value as compact JSON. False, with nothing appended, when it holds NaN or
-/// infinity, is nested deeper than 64 levels, or holds text that is refused.
-bool write(std::string& out, const boost::json::value& value,
-           InvalidText invalidText = InvalidText::refuse);
-
-/// The same for a dictionary.
-bool write(std::string& out, const boost::json::object& dictionary,
-           InvalidText invalidText = InvalidText::refuse);
-
-/// The form in which values appear in console lines: `["key": value, "key2": "text"]` for a
-/// dictionary, `["a", "b"]` for a list. It ends where a value cannot be written.
-std::string printedForm(const boost::json::value& value);
+constexpr std::uint64_t loadBytes(const char* bytes, std::size_t count) {
+  std::uint64_t value = 0;
+  if (std::is_constant_evaluated() || std::endian::native != std::endian::little) {
+    for (std::size_t i = 0; i < count; ++i) {
+      value |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
+    }
+  } else {
+    std::memcpy(&value, bytes, count);
+  }
+  return value;
+}
 
 /// Some bytes of a text, looked at together. A mask has the lowest of its bits first.
 class Block {

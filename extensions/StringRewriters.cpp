@@ -5,7 +5,7 @@
 #include <boost/json/value.hpp>
 #include <utility>
 
-#include "extensions/JSONText.h"
+#include "extensions/JSONEncoder.h"
 
 namespace koriva {
 namespace {
@@ -52,18 +52,6 @@ class Rewriter {
 };
 
 }  // namespace
-
-std::string replaceAll(std::string text, std::string_view find, std::string_view replacement) {
-  std::size_t found = text.find(find);
-  if (found == std::string::npos) return text;
-  std::string replaced;
-  std::size_t from = 0;
-  for (; found != std::string::npos; found = text.find(find, from)) {
-    replaced.append(text, from, found - from).append(replacement);
-    from = found + find.size();
-  }
-  return replaced.append(text, from);
-}
 
 std::string escapedString(std::string_view text) {
   static constexpr Rewriter rewrite({Step{R"(")", R"(\")"},

@@ -171,7 +171,7 @@ bool fillRecord(const Coding& coding, void* record, const Value& value, Room& ro
 
 bool fillRecords(const Coding& coding, void* list, const Value& value, Room& room) {
   return std::ranges::all_of(value.elements, [&](const Value& element) {
-    return fillRecord(coding, coding.append(list), element, room);
+    return fillRecord(coding, coding.table->append(list), element, room);
   });
 }
 
@@ -222,15 +222,15 @@ bool fillMember(const Type& type, void* member, const Value& value, Room& room) 
 
 bool fillRecord(const Coding& coding, void* record, const Value& value, Room& room) {
   if (value.kind != kind::object) return false;
-  for (std::size_t i = 0; i < coding.memberCount; ++i) {
-    const json::Member& member = coding.members[i];
+  for (std::size_t i = 0; i < coding.table->memberCount; ++i) {
+    const json::Member& member = coding.table->members[i];
     const Value* const said = memberOf(value, member.key);
     if (said && fillMember(*member.type, member.in(record), *said, room)) continue;
-    if (coding.isStrict) return false;
-    void* const pristine = const_cast<void*>(coding.pristine());
+    if (coding.table->isStrict) return false;
+    void* const pristine = const_cast<void*>(coding.table->pristine());
     member.type->assign(member.in(record), member.in(pristine));
   }
-  if (coding.finish) coding.finish(record, room);
+  if (coding.table->finish) coding.table->finish(record, room);
   return true;
 }
 

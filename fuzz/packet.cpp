@@ -27,7 +27,7 @@ void checkPacket(std::string_view text) {
   require(isSliceOf(text, packet->payload), "the payload is part of the packet");
   require(packet->attachments <= maxAttachments, "attachments are limited");
   require(packet->nsp.starts_with('/'), "a namespace begins with a slash");
-  if (packet->type != PacketType::event || !koriva::json::isUtf8(packet->event)) return;
+  if (packet->type != PacketType::event) return;
 
   Frame frame(std::string(Frame::headRoom, ' ').append(packet->payload), Frame::headRoom);
   encodeEvent(packet->nsp, packet->id, packet->event, frame);

@@ -91,7 +91,7 @@ auto readAndJudge(std::string_view json) {
 
 template <class Record>
 void judgeFirst(std::string_view items) {
-  if (Record::coding.read) return;  // no item is one
+  if (Record::coding.table->read) return;  // no item is one
   const auto read = koriva::fuzz::readInMemory(
       items.size(), [items] { return koriva::json::decodeFirst<Record>(items); });
   const auto list = koriva::fuzz::parseItems(items);
@@ -103,7 +103,8 @@ bool holdsMessages(const koriva::json::Coding& coding) {
     return member.type->coding && holdsMessages(*member.type->coding);
   };
   return &coding == &KRMessage::coding ||
-         std::any_of(coding.members, coding.members + coding.memberCount, isMessages);
+         std::any_of(coding.table->members, coding.table->members + coding.table->memberCount,
+                     isMessages);
 }
 
 /// A message's creation time is multiplied whenever it is read, from the smallest double up to

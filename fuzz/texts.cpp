@@ -5,8 +5,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "extensions/JSONEncoder.h"
 #include "extensions/JSONItems.h"
-#include "extensions/JSONText.h"
 #include "extensions/StringRewriters.h"
 #include "fuzz/Judge.h"
 #include "fuzz/Referee.h"

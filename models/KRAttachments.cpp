@@ -12,9 +12,10 @@ void setMissingSizes(KRImage& image, Room&) {
 
 }  // namespace
 
-constinit const Coding KRImage::coding = finishedBy<KRImage, &setMissingSizes>(
-    lenient<Field<"url", &KRImage::url>, Field<"width", &KRImage::width>,
-            Field<"height", &KRImage::height>, Field<"sub_index", &KRImage::subIndex>>);
+constinit const Coding KRImage::coding =
+    finishedBy<&setMissingSizes,
+               lenient<Field<"url", &KRImage::url>, Field<"width", &KRImage::width>,
+                       Field<"height", &KRImage::height>, Field<"sub_index", &KRImage::subIndex>>>;
 
 constinit const Coding KRVideo::coding =
     required<Field<"url", &KRVideo::url>, Field<"thumbnail_url", &KRVideo::thumbnailUrl>,

@@ -17,7 +17,7 @@ bool appendPayload(std::string& out, const KRCallEvent& event) {
       event.value);
 }
 
-bool write(const KRCallEvent& event, std::string& out) {
+bool writeEvent(const KRCallEvent& event, std::string& out) {
   out.append("{\"").append(event.type()).append("\":");
   if (!appendPayload(out, event)) return false;
   out += '}';
@@ -34,7 +34,7 @@ KRDictionary KRCallEvent::toDictionary() const {
   return koriva::json::parseDictionary(payload).value_or(KRDictionary());
 }
 
-constinit const Coding KRCallEvent::encoding = writtenBy<KRCallEvent, &write>();
+constinit const Coding KRCallEvent::encoding = writtenBy<&writeEvent>;
 
 constinit const Coding KRStartCall::coding =
     lenient<Field<"group_id", &KRStartCall::groupID>, Field<"call_id", &KRStartCall::callID>,

@@ -13,14 +13,14 @@ std::int64_t KRGroupEventKind::type() const {
 
 namespace {
 
-bool write(const KRGroupEventKind& kind, std::string& out) {
+bool writeKind(const KRGroupEventKind& kind, std::string& out) {
   out.append("{\"type\":").append(std::to_string(kind.type())).append("}");
   return true;
 }
 
 }  // namespace
 
-constinit const Coding KRGroupEventKind::encoding = writtenBy<KRGroupEventKind, &write>();
+constinit const Coding KRGroupEventKind::encoding = writtenBy<&writeKind>;
 
 constinit const Coding KRGroupEvent::encoding =
     lenient<Field<"groupID", &KRGroupEvent::groupID>, Field<"kind", &KRGroupEvent::kind>>;

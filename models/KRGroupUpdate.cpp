@@ -29,7 +29,7 @@ constinit const Coding UpdateDocument::coding =
             Field<"updated_group_name", &UpdateDocument::name>,
             Field<"updated_group_avatar", &UpdateDocument::avatar>>;
 
-bool read(UpdateDocument& document, Update& update) {
+bool readUpdate(UpdateDocument& document, Update& update) {
   if (document.addedUins) {
     update = Update::AddMembers{*std::move(document.addedUins)};
   } else if (document.removedUin) {
@@ -42,7 +42,7 @@ bool read(UpdateDocument& document, Update& update) {
   return true;
 }
 
-bool write(const Update& update, std::string& out) {
+bool writeUpdate(const Update& update, std::string& out) {
   UpdateDocument document;
   if (const auto* info = update.as<Update::UpdateInfo>()) {
     document.type = "update_info";
@@ -64,7 +64,7 @@ bool write(const Update& update, std::string& out) {
 }  // namespace
 
 constinit const Coding KRGroupUpdateType::coding =
-    koriva::json::convertedBy<Update, UpdateDocument, &read, &write>();
+    koriva::json::convertedBy<&readUpdate, &writeUpdate>;
 
 constinit const Coding KRGroupUpdate::coding = required<
     Field<"name", &KRGroupUpdate::name>, Field<"avatar_url", &KRGroupUpdate::avatarUrl>,

@@ -28,11 +28,13 @@ KRMessageKind readAttachments(const KRMessage& message, Room& room, Part part = 
   return Case{std::invoke(part, *std::move(document))};
 }
 
-std::vector<KRImage> imagesAt(KRImageURLsResponse document) {
-  std::vector<KRImage> images;
-  images.reserve(document.urls.size());
-  for (auto& url : document.urls) images.push_back({std::move(url), {}, {}, {}});
-  return images;
+KRMessageKind readImagesAtUrls(const KRMessage& message, Room& room) {
+  auto document = koriva::json::decodeWithin<KRImageURLsResponse>(room, message.attachments);
+  if (!document || !room.take(document->urls.size() * sizeof(KRImage))) return Kind::Unknown{};
+  Kind::Images kind;
+  kind.images.reserve(document->urls.size());
+  for (auto& url : document->urls) kind.images.push_back({std::move(url), {}, {}, {}});
+  return kind;
 }
 
 // The decoder refuses documents quoted in one another too deeply.
@@ -48,9 +50,7 @@ KRMessageKind readKind(const KRMessage& message, Room& room) {
     case KRMessageType::call:
       return readAttachments<Kind::Call, KRCall>(message, room);
     case KRMessageType::images:
-      if (message.version == 0) {
-        return readAttachments<Kind::Images, KRImageURLsResponse>(message, room, &imagesAt);
-      }
+      if (message.version == 0) return readImagesAtUrls(message, room);
       return readAttachments<Kind::Images, KRImageResponse>(message, room,
                                                             &KRImageResponse::images);
     case KRMessageType::audio:
@@ -133,7 +133,7 @@ bool appendKind(std::string& out, std::string_view type, const Members&... membe
   return appendMembers(out, members...);
 }
 
-bool write(const KRMessageKind& kind, std::string& out) {
+bool writeKind(const KRMessageKind& kind, std::string& out) {
   const auto append = [&out](KRMessageType type, const auto&... members) {
     return appendKind(out, koriva::typeName(type), members...);
   };
@@ -182,10 +182,10 @@ void finish(KRMessage& message, Room& room) {
 
 }  // namespace
 
-constinit const Coding KRMessageKind::coding =
-    koriva::json::convertedBy<KRMessageKind, KRMessage, &takeKind, &write>();
+constinit const Coding KRMessageKind::coding = koriva::json::convertedBy<&takeKind, &writeKind>;
 
-constinit const Coding KRMessage::coding = koriva::json::finishedBy<KRMessage, &finish>(
+constinit const Coding KRMessage::coding = koriva::json::finishedBy<
+    &finish,
     lenient<
         Field<"group_avatar", &KRMessage::groupAvatar>,
         Field<"sender_name", &KRMessage::senderName>,
@@ -199,7 +199,7 @@ constinit const Coding KRMessage::coding = koriva::json::finishedBy<KRMessage, &
         Field<"type", &KRMessage::type>, Field<"attachments", &KRMessage::attachments>,
         Field<"version", &KRMessage::version>, Field<"is_encrypted", &KRMessage::isEncrypted>,
         ReadOnly<"send_uin", &KRMessage::send_uin>, ReadOnly<"recv_uin", &KRMessage::recv_uin>,
-        ReadOnly<"updated_at", &KRMessage::updatedAt>>);
+        ReadOnly<"updated_at", &KRMessage::updatedAt>>>;
 
 constinit const Coding KRMessageList::coding =
     lenient<Field<"group_id", &KRMessageList::groupID>, Field<"result", &KRMessageList::result>,

@@ -15,6 +15,7 @@ class Timer {
   virtual ~Timer() = default;
   /// Replaces what was set before. The task is never run before this returns.
   virtual void set(TimePoint when, std::function<void()> task) = 0;
+  /// Nothing is run any more, even when it was due already.
   virtual void cancel() = 0;
 };
 

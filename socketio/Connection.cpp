@@ -92,13 +92,13 @@ void Connection::endAll(const Environment& environment, const std::string& reaso
 
 void Connection::emit(std::string event, Frame items, Handler onAck) {
   const char* refusal = nullptr;
-  auto size = sizeof event + sizeof items + sizeof onAck + event.size() + items.size();
+  auto size = sizeof event + sizeof onAck + event.size() + items.footprint();
   if (status() != Status::connected) {
     refusal = "not connected";
   } else if (waitingBytes_ + transport_->queuedBytes() + size > limits_.outgoingBytes) {
     refusal = "too much is waiting to be sent";
   }
-  if (refusal) size -= std::exchange(items, {}).size();
+  if (refusal) size -= std::exchange(items, {}).footprint();
   waitingBytes_ += size;
   runOnIo([this, size, refusal, event = std::move(event), items = std::move(items),
            onAck = std::move(onAck)]() mutable {

@@ -14,7 +14,7 @@ namespace koriva::socketio {
 
 using Executor = boost::asio::io_context::executor_type;
 
-/// A timer of the system's, of which a few take descriptors when there is none yet.
+/// A timer of the system's.
 using SystemTimer = boost::asio::basic_waitable_timer<
     std::chrono::steady_clock, boost::asio::wait_traits<std::chrono::steady_clock>, Executor>;
 

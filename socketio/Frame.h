@@ -18,7 +18,8 @@ class Frame {
   Frame(std::string text, std::size_t begin = 0) : text_(std::move(text)), begin_(begin) {}
 
   [[nodiscard]] std::string_view view() const { return std::string_view(text_).substr(begin_); }
-  [[nodiscard]] std::size_t size() const { return text_.size(); }
+  /// The bytes that are kept for it.
+  [[nodiscard]] std::size_t footprint() const { return text_.capacity() + sizeof *this; }
 
   void prepend(std::string_view head) {
     if (head.size() > begin_) {

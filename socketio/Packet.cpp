@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t maxControlText = std::size_t{64} << 10;
 
-constexpr bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+constexpr std::string_view space = " \t\r\n";
 
 struct OpenPacket {
   std::optional<double> pingInterval;
@@ -36,7 +36,7 @@ constinit const json::Coding Refusal::coding =
     json::lenient<json::Field<"message", &Refusal::message>>;
 
 void skipSpace(std::string_view& text) {
-  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  text.remove_prefix(std::min(text.find_first_not_of(space), text.size()));
 }
 
 /// Takes a decimal number off the front; nothing when there is none or it overflows.
@@ -61,7 +61,7 @@ std::optional<std::string> takeString(std::string_view& text) {
 
 /// Splits `["name",items]` or `[items]`.
 bool readArray(std::string_view text, Packet& packet, bool named) {
-  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  text = text.substr(0, text.find_last_not_of(space) + 1);
   if (text.size() < 2 || text.front() != '[' || text.back() != ']') return false;
   text = text.substr(1, text.size() - 2);
   skipSpace(text);

@@ -78,9 +78,13 @@ class Resolver {
   void finish(std::list<Query>::iterator query, error_code error, const Addresses& found) {
     for (auto& [executor, owner, handler] : query->waiters) {
       if (owner.expired()) continue;
-      boost::asio::post(executor, [owner = owner, handler = std::move(handler), error, found] {
-        if (const auto alive = owner.lock()) handler(error, found);
-      });
+      try {
+        boost::asio::post(executor, [owner = owner, handler = std::move(handler), error, found] {
+          if (const auto alive = owner.lock()) handler(error, found);
+        });
+      } catch (const std::bad_alloc&) {
+        continue;  // the attempt ends by its time-out
+      }
     }
     queries_.erase(query);
   }

@@ -346,12 +346,9 @@ void WebSocket::setTimeouts(Duration idle) {
       .handshake_timeout = handshakeLimit, .idle_timeout = idle, .keep_alive_pings = false});
 }
 
-/// What a waiting frame costs: of short ones, the string is the larger part.
-std::size_t footprint(const Frame& frame) { return frame.size() + sizeof frame; }
-
 void WebSocket::send(Frame frame) {
   if (state_ != State::open) return;
-  queuedBytes_ += footprint(frame);
+  queuedBytes_ += frame.footprint();
   outgoing_.push_back(std::move(frame));
   if (outgoing_.size() == 1) writeNext();
 }
@@ -359,7 +356,7 @@ void WebSocket::send(Frame frame) {
 void WebSocket::writeNext() {
   ws_->async_write(asio::buffer(outgoing_.front().view()),
                    [self = shared_from_this()](error_code error, std::size_t) {
-                     self->queuedBytes_ -= footprint(self->outgoing_.front());
+                     self->queuedBytes_ -= self->outgoing_.front().footprint();
                      self->outgoing_.pop_front();
                      if (self->state_ != State::open && self->state_ != State::closing) return;
                      if (error) return self->fail("connection lost", error);

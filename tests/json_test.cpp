@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "extensions/JSONItems.h"
-#include "extensions/JSONText.h"
+#include "extensions/JSONEncoder.h"
 #include "extensions/StringRewriters.h"
 #include "support/Table.h"
 

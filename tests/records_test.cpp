@@ -137,7 +137,7 @@ void check(const Row& row) {
   }
   // With the keys in the order of the declaration, two members cannot have taken each other's.
   const void* last = nullptr;
-  for (const auto& member : std::span(T::coding.members, T::coding.memberCount)) {
+  for (const auto& member : std::span(T::coding.table->members, T::coding.table->memberCount)) {
     if (std::is_same_v<T, KRCall> || std::is_same_v<T, KRFile> || !member.isWritten) continue;
     EXPECT_LT(std::exchange(last, member.in(&record)), last) << member.key;
   }

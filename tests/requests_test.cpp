@@ -225,7 +225,7 @@ TEST_F(TimedRequestsTest, FailWhenTheirAnswersWouldTakeTooMuchMemory) {
   far.run();
   ASSERT_EQ(far.sent().size(), 2U);
   // A little more than a power of two: the room of the list has just doubled.
-  const auto uins = listOf(R"("")", (std::size_t{1} << 17) + 1);
+  const auto uins = listOf(R"("")", (std::size_t{1} << 19) + 1);
   far.replyRaw(far.sent()[0], "{\"messages\":" + listOf("{}", 30'000) + "}");
   far.replyRaw(far.sent()[1], "{\"call\":{\"callee_uins\":" + uins + "}}");
   far.run();
