@@ -222,16 +222,17 @@ class Decoder : public Reader {
   }
 
   const char* records(const char* begin, const Table& table, void* list) {
-    constexpr std::size_t page = 64;
     const bool isPage = depth() == 1;
     std::size_t count = 0;
     std::size_t capacity = 0;
     return elements(begin, [&](const char* at) {
       if (isWrong_ || peek(at) != '{') return skipWrong(at);
-      std::size_t next = count < page ? 4 * count + !count : 2 * count;
-      // Once the first of a page has been read, the rest suggests how many there will be.
-      if (isPage && count == 1)
-        next = std::min(2 + left(at) / static_cast<std::size_t>(at - begin), page);
+      std::size_t next = count < 64 ? 4 * count + !count : 2 * count;
+      if (isPage && count != 0) {
+        // What has been read of a page suggests how many elements the rest of it has.
+        const auto read = static_cast<std::size_t>(at - begin);
+        next = std::min(count + 1 + left(at) * count / read, 16 * count);
+      }
       const auto reserve = [&](std::size_t size) { table.reserve(list, size); };
       if (!grow(count++, capacity, next, table.size, reserve)) return failForRoom();
       return record(at + 1, table, table.append(list));
