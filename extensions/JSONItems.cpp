@@ -15,15 +15,14 @@ class Printer {
     if (!isIndented) out_.reserve(limit);
   }
 
-  /// The first item; nothing when the items are not JSON, or it would be longer than the limit.
-  std::optional<std::string> operator()() {
-    const char* at = value(reader_.skipSpace(items_.data()));
-    if (at) at = reader_.itemsEnd(at);
-    if (!at || hasReachedLimit()) return std::nullopt;
-    return std::move(out_);
+  /// Reads the items; null when they are not JSON, or the first would be longer than the limit.
+  const char* print() {
+    const char* const end = value(reader_.skipSpace(items_.data()));
+    return end && !hasReachedLimit() ? reader_.itemsEnd(end) : nullptr;
   }
 
   bool hasReachedLimit() const { return out_.size() > limit_; }
+  std::string printed() && { return std::move(out_); }
 
  private:
   const char* value(const char* at) {
@@ -112,9 +111,11 @@ bool isFirstText(std::string_view items, std::string_view text) {
 std::optional<std::string> prettyPrinted(std::string_view items) {
   constexpr std::size_t maxIndented = std::size_t{64} << 10;
   Printer indented(items, true, maxIndented);
-  auto printed = indented();
-  if (!indented.hasReachedLimit()) return printed;
-  return Printer(items, false, items.size())();
+  if (indented.print()) return std::move(indented).printed();
+  if (!indented.hasReachedLimit()) return std::nullopt;
+  Printer compact(items, false, items.size());
+  if (compact.print()) return std::move(compact).printed();
+  return std::nullopt;
 }
 
 }  // namespace koriva::json

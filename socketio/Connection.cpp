@@ -92,7 +92,7 @@ void Connection::endAll(const Environment& environment, const std::string& reaso
 
 void Connection::emit(std::string event, Frame items, Handler onAck) {
   const char* refusal = nullptr;
-  auto size = sizeof event + sizeof onAck + event.size() + items.footprint();
+  auto size = sizeof(std::string) + sizeof(Handler) + event.size() + items.footprint();
   if (status() != Status::connected) {
     refusal = "not connected";
   } else if (waitingBytes_ + transport_->queuedBytes() + size > limits_.outgoingBytes) {

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
-#include "extensions/JSONItems.h"
 #include "extensions/JSONEncoder.h"
+#include "extensions/JSONItems.h"
 #include "extensions/StringRewriters.h"
 #include "support/Table.h"
 
