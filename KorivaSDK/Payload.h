@@ -32,7 +32,7 @@ class Payload {
   };
 
   Payload(std::initializer_list<Member> members) {
-    text_.reserve(480);
+    text_.reserve(768);
     text_.append(headRoom, ' ') += '{';
     for (const Member& member : members) add(member);
   }

@@ -19,6 +19,7 @@
 #include "extensions/JSONItems.h"
 #include "extensions/JSONText.h"
 #include "extensions/StringRewriters.h"
+#include "socketio/Packet.h"
 
 namespace {
 
@@ -187,12 +188,44 @@ void addTexts(std::vector<Entry>& entries) {
       texts);
 }
 
+void addPackets(std::vector<Entry>& entries) {
+  const auto& values = koriva::cost::values();
+  std::vector<Shape> packets;
+  std::vector<Shape> items;
+  std::vector<Shape> openPackets;
+  std::vector<Shape> refusals = values;
+  for (const Shape& value : values) {
+    packets.push_back(within("event", R"(2/data,["event",)", value, "]"));
+    packets.push_back(within("name", "2/data,[", value, "]"));
+    packets.push_back(within("acknowledgement", "3/data,1[", value, ",0]"));
+    items.push_back(value);
+    items.push_back(within("second item", R"({"_placeholder":true,"num":0},)", value, ""));
+    items.push_back(within("placeholder", R"({"num":0,"_placeholder":)", value, "}"));
+    items.push_back(within("number", R"({"_placeholder":true,"num":)", value, "}"));
+    for (const char* key : {"pingInterval", "maxPayload", "other"}) {
+      openPackets.push_back(within(key, "{\"" + std::string(key) + "\":", value, "}"));
+    }
+    refusals.push_back(within("message", R"({"message":)", value, "}"));
+  }
+  packets.push_back({"namespace", koriva::cost::repeated("2/", "a", ",[\"event\"]")});
+  packets.push_back({"id", koriva::cost::repeated("2/data,", "1", "[\"event\"]")});
+  packets.push_back({"attachments", koriva::cost::repeated("5", "1", "-/data,[\"event\"]")});
+
+  using namespace koriva::socketio;
+  entries.push_back({"parsePacket", [](auto text) { (void)parsePacket(text); }, packets});
+  entries.push_back(
+      {"firstItemHoldsBinary", [](auto text) { (void)firstItemHoldsBinary(text, 1); }, items});
+  entries.push_back({"parseHandshake", [](auto text) { (void)parseHandshake(text); }, openPackets});
+  entries.push_back({"refusalText", [](auto text) { (void)refusalText(text); }, refusals});
+}
+
 std::vector<Entry> allEntries() {
   std::vector<Entry> entries;
   addRecords(entries, static_cast<const koriva::cost::Records*>(nullptr));
   addContents(entries);
   addUserInfo(entries);
   addTexts(entries);
+  addPackets(entries);
   return entries;
 }
 
