@@ -87,6 +87,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
     printLine("KorivaSDK - socket connected");
     isNew = false;
     isReady = true;
+    moveToConnected();
     const auto connection = channel.connection();
     // Taken out before they run, so that a task queued by one of them is kept.
     for (const auto& task : std::exchange(listTasks, {})) {
@@ -96,11 +97,9 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
     forEachDelegate([&](KorivaDelegate& to) {
       if (connection->status() == Status::connected) to.didConnect();
     });
+    tellChange();
   });
-  on(socketio::disconnectEvent, [this](const Items&) {
-    printLine("KorivaSDK - socket disconnected");
-    forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
-  });
+  on(socketio::disconnectEvent, [this](const Items&) { onEnded(lastConnection->ending()); });
   push("login", [](KorivaDelegate& to, const KRLoginEvent& event) {
     if (event.result == KRError::expired.code()) to.didReceiveError(KRError::expired);
   });

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "KorivaSDK/KRConnectionState.h"
 #include "KorivaSDK/KRError.h"
 #include "extensions/KRExport.h"
 #include "models/KRBlock.h"
@@ -73,4 +74,10 @@ class KR_EXPORT KorivaDelegate {
 
   /// A contact was unblocked; server event "unblock_user".
   virtual void didUnblockContact([[maybe_unused]] const KRBlock& block) {}
+
+  /// The connection has changed: as `KorivaSDK::connectionState()`. After `didConnect` and
+  /// `didDisconnect` of the same moment; also when an attempt begins, soon after the method that
+  /// begins it has returned, and when `logout` ends the session. A state that is over before it
+  /// could be told is left out.
+  virtual void connectionDidChange([[maybe_unused]] const KRConnectionState& state) {}
 };

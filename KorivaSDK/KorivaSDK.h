@@ -120,6 +120,10 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// Whether the server has accepted the connection. From any thread.
   [[nodiscard]] bool isConnected() const;
 
+  /// What is known of the connection: its phase, why it has ended, when the next attempt comes.
+  /// From any thread; KorivaDelegate::connectionDidChange tells of changes.
+  [[nodiscard]] KRConnectionState connectionState() const;
+
   /// Runs `task` with true: at once if the client has been connected since the last `disconnect()`,
   /// even if the connection was lost meanwhile; else when it is next connected, in order. What a
   /// waiting task holds, the client among it, lives until then.

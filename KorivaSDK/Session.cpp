@@ -30,8 +30,6 @@ Shared& sharedClient() {
   return holder;
 }
 
-const socketio::Environment& environment() { return KRRunLoop::main().internals().environment(); }
-
 }  // namespace
 
 constinit const std::string_view KRPrivate::socketUrl = KORIVA_DEFAULT_URL;
@@ -92,11 +90,13 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
   state_->uin = uin;
   state_->deviceId = deviceId;
   state_->isNew = isNew;
+  if (!state_->isLoggingOut) state_->moveTo({});
   state_->connect();
 }
 
 void KorivaSDK::State::connect() {
   if (isLoggingOut || platform::isForkedChild()) return;
+  moveToConnecting();
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
   isStranded = false;
   // Whoever holds the handlers holds the client.
@@ -126,7 +126,7 @@ void KorivaSDK::State::failWithoutTimers() {
     });
   };
   postUnlessOver([](State& state) {
-    state.handlers.find(socketio::disconnectEvent)->second(socketio::Items());
+    state.onEnded({socketio::Cause::local, "there are no descriptors left to connect with"});
   });
   try {
     std::thread([postUnlessOver, interval = timing().reconnectInterval] {
@@ -183,6 +183,10 @@ void KorivaSDK::logout() {
     const bool before = std::exchange(flag, true);
   } const loggingOut{state_->isLoggingOut};
   disconnect();
+  if (connectionState().phase() != KRConnectionState::Phase::idle) {
+    state_->moveTo({.why = {socketio::Cause::local, "logged out"}});
+    state_->tellChange();
+  }
   state_->delegates = std::make_shared<const State::Delegates>();
   state_->channel.setConnection(nullptr);
   state_->isStranded = false;

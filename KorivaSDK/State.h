@@ -26,7 +26,18 @@ Timing& timing();
 /// Reads the URL that the library was built with; without a usable one the process ends.
 socketio::Endpoint parseDefaultUrl(std::string_view url);
 
+inline const socketio::Environment& environment() {
+  return KRRunLoop::main().internals().environment();
+}
+
 }  // namespace koriva
+
+struct KRConnectionState::Members {
+  Phase phase = Phase::idle;
+  koriva::socketio::Ending why;
+  std::int64_t attempt = 0;
+  std::optional<std::chrono::steady_clock::time_point> nextAttempt = std::nullopt;
+};
 
 struct KRPrivate {
   static const std::string_view socketUrl;  ///< used unless setBaseUrl() is called
@@ -42,6 +53,13 @@ struct KorivaSDK::State {
   void connect();
   void failWithoutTimers();
   void startReconnectTimer();
+
+  // ConnectionState.cpp
+  void moveTo(KRConnectionState::Members next);
+  void moveToConnecting();
+  void moveToConnected();
+  void tellChange();
+  void onEnded(const koriva::socketio::Ending& why);  ///< as delegates hear it
 
   // Events.cpp
   koriva::socketio::Handlers makeHandlers();
@@ -60,6 +78,9 @@ struct KorivaSDK::State {
   const koriva::socketio::Handlers handlers = makeHandlers();
   std::shared_ptr<koriva::socketio::Connection> lastConnection;  ///< kept after a logout
   std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();
+  /// Read and written as the connection of the channel is; null: idle.
+  std::shared_ptr<const KRConnectionState::Members> connectionState;
+  bool isChangeUntold = false;
   std::vector<std::function<void(bool)>> listTasks;
   bool isNew = false;
   bool isReady = false;

@@ -29,6 +29,7 @@ class Unconnected final : public koriva::socketio::Transport {
   void open(const koriva::socketio::Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
   void send(koriva::socketio::Frame frame) override;
+  void ping() override {}
   void close() override {}
   void setIdleLimit(std::chrono::milliseconds /*limit*/) override {}
   void pauseReading(bool /*pause*/) override {}

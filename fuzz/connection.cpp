@@ -28,6 +28,7 @@ struct Far final : Transport {
             "a frame has a type");
     sentBytes += frame.size();
   }
+  void ping() override {}
   void close() override { closed = true; }
   void setIdleLimit(std::chrono::milliseconds limit) override {
     require(limit >= 2s && limit <= 600s, "idle limits are sane");
@@ -141,7 +142,8 @@ class Play {
     } else if (what == "lost") {
       onNetwork([this] {
         const auto listener = far_->listener.lock();
-        if (listener && !std::exchange(far_->closed, true)) listener->onClosed("lost");
+        if (listener && !std::exchange(far_->closed, true))
+          listener->onClosed({Cause::lost, "lost"});
       });
     } else if (what == "poll") {
       if (!environment_.onHandleQueue()) drain(application_);

@@ -27,6 +27,7 @@ class Wire final : public socketio::Transport,
     life_.onSend(*connection_, frame.view());
     far_->send(std::move(frame));
   }
+  void ping() override { far_->ping(); }
   void close() override {
     life_.onClose(*connection_);
     far_->close();
@@ -46,9 +47,12 @@ class Wire final : public socketio::Transport,
     life_.onBinary(*connection_);
     if (const auto listener = listener_.lock()) listener->onBinary(std::move(frame));
   }
-  void onClosed(std::string reason) override {
+  void onPong() override {
+    if (const auto listener = listener_.lock()) listener->onPong();
+  }
+  void onClosed(socketio::Ending ending) override {
     life_.onEnd(*connection_);
-    if (const auto listener = listener_.lock()) listener->onClosed(std::move(reason));
+    if (const auto listener = listener_.lock()) listener->onClosed(std::move(ending));
   }
 
  private:

@@ -7,7 +7,7 @@
 
 namespace koriva::socketio {
 
-/// Runs a task on the handle queue once a period, unless the time before is still to come. Both
+/// Runs a task on the handle queue once a period, unless the time before is still to come. Its
 /// functions may be called from any thread.
 class Alarm : public std::enable_shared_from_this<Alarm> {
  public:
@@ -15,10 +15,13 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
       : environment_(environment), period_(period), task_(std::move(task)) {}
 
   void start() {
-    boost::asio::dispatch(
-        environment_.io(),
-        [self = shared_from_this(), first = clock_->now() + period_] { self->wait(first); });
+    next_ = clock_->now() + period_;
+    boost::asio::dispatch(environment_.io(),
+                          [self = shared_from_this()] { self->wait(self->next_); });
   }
+
+  /// When the task is to run next.
+  [[nodiscard]] TimePoint next() const { return next_; }
 
   // Also when it overtakes the start, or what is due already.
   void cancel() {
@@ -31,6 +34,7 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
   // Repeats itself here, not from its task, which would wake the I/O thread once more each time.
   void wait(TimePoint when) {
     if (isCancelled_) return;
+    next_ = when;
     timer_->set(when, [self = shared_from_this()] {
       self->wait(self->clock_->now() + self->period_);
       if (self->isDue_.exchange(true)) return;
@@ -46,6 +50,7 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
   const std::function<void()> task_;
   const std::shared_ptr<Clock> clock_ = environment_.clock();
   const std::shared_ptr<Timer> timer_ = clock_->makeTimer();
+  std::atomic<TimePoint> next_ = TimePoint();
   std::atomic<bool> isCancelled_ = false;
   std::atomic<bool> isDue_ = false;
 };

@@ -45,7 +45,8 @@ void Connection::connect(const Endpoint& endpoint, const ConnectParameters& para
 void Connection::dial(const Endpoint& endpoint, const std::string& target) {
   if (status() == Status::disconnected) return;
   connectTimer_->set(clock_->now() + limits_.connect, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->fail("the connection attempt timed out");
+    if (const auto self = weak.lock())
+      self->fail({Cause::timeout, "the connection attempt timed out"});
   });
   transport_->open(endpoint, target, weak_from_this());
 }
@@ -57,10 +58,10 @@ Duration Connection::delayOfNextDial(const Clock& nextClock) const {
   return std::max(next - now, Duration::zero());
 }
 
-void Connection::disconnect() {
-  if (!becomeDisconnected()) return;
+void Connection::disconnect(Ending ending) {
+  if (!becomeDisconnected(std::move(ending))) return;
   runOnIo([this, closing = environment_.closing()] { leave(); });
-  raise(disconnectEvent, Items(quoted("disconnected by the client")));
+  raise(disconnectEvent, Items(quoted(ending_.reason)));
 }
 
 void Connection::release() {
@@ -69,9 +70,11 @@ void Connection::release() {
 }
 
 /// False when it was on no connection.
-bool Connection::becomeDisconnected() {
+bool Connection::becomeDisconnected(Ending ending) {
   const auto before = status_.exchange(Status::disconnected);
-  return before == Status::connecting || before == Status::connected;
+  if (before != Status::connecting && before != Status::connected) return false;
+  ending_ = std::move(ending);
+  return true;
 }
 
 void Connection::leave() {
@@ -86,7 +89,9 @@ void Connection::endAll(const Environment& environment, const std::string& reaso
     const auto connection = weak.lock();
     if (!connection || connection->status() == Status::disconnected) continue;
     connection->leave();
-    environment.dispatchHandler([connection, reason] { connection->onEnded(reason); });
+    environment.dispatchHandler([connection, reason] {
+      connection->onEnded({Cause::local, reason});
+    });
   }
 }
 
@@ -166,11 +171,11 @@ void Connection::onText(std::string frame) {
     case '0':
       return onHandshake(std::string_view(frame).substr(1));
     case '1':
-      return fail("the server closed the connection");
+      return fail({Cause::server, "the server closed the connection"});
     case '2':
       // Emissions are refused long before; only answers that nobody reads pile up this high.
       if (transport_->queuedBytes() / 2 > limits_.outgoingBytes) {
-        return fail("the server does not read");
+        return fail({Cause::lost, "the server does not read"});
       }
       lastHeartbeat_ = clock_->now();
       frame.front() = '3';
@@ -185,7 +190,7 @@ void Connection::onText(std::string frame) {
 void Connection::onHandshake(std::string_view json) {
   if (state_ != State::opening) return;
   const auto handshake = parseHandshake(json);
-  if (!handshake) return fail("the server's open packet is malformed");
+  if (!handshake) return fail({Cause::server, "the server's open packet is malformed"});
   maxPayload_ = handshake->maxPayload;
   heartbeatLimit_ = std::chrono::milliseconds(handshake->pingInterval + handshake->pingTimeout);
   lastHeartbeat_ = clock_->now();
@@ -200,7 +205,7 @@ void Connection::watchHeartbeat() {
     const auto self = weak.lock();
     if (!self) return;
     if (self->clock_->now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
-      return self->fail("the server's heartbeat stopped");
+      return self->fail({Cause::lost, "the server's heartbeat stopped"});
     }
     self->watchHeartbeat();
   });
@@ -217,9 +222,10 @@ void Connection::onPacket(std::string frame) {
       connectTimer_->cancel();
       return environment_.dispatchHandler([self = shared_from_this()] { self->onConnected(); });
     case PacketType::disconnect:
-      return fail("the server ended the session");
+      return fail({Cause::server, "the server ended the session"});
     case PacketType::connectError:
-      return fail("the server refused the connection: " + refusalText(packet->payload));
+      return fail(
+          {Cause::refused, "the server refused the connection: " + refusalText(packet->payload)});
     default:
       if (state_ == State::joined) onMessage(*std::move(packet), std::move(frame));
   }
@@ -292,10 +298,12 @@ void Connection::shut() {
   transport_->close();
 }
 
-void Connection::fail(const std::string& reason) {
+void Connection::fail(Ending ending) {
   if (state_ == State::closed) return;
   shut();
-  environment_.dispatchHandler([self = shared_from_this(), reason] { self->onEnded(reason); });
+  environment_.dispatchHandler([self = shared_from_this(), ending = std::move(ending)]() mutable {
+    self->onEnded(std::move(ending));
+  });
 }
 
 void Connection::onConnected() {
@@ -309,12 +317,12 @@ void Connection::onEvent(const std::string& event, const Items& items) {
   raise(event, items);
 }
 
-void Connection::onEnded(const std::string& reason) {
+void Connection::onEnded(Ending ending) {
   const bool hasFailed = status() == Status::connecting;
-  if (!becomeDisconnected()) return;
+  if (!becomeDisconnected(std::move(ending))) return;
   if (hasFailed) lastDial_ = clock_->now();
-  raise(errorEvent, Items(quoted(reason)));
-  raise(disconnectEvent, Items(quoted(reason)));
+  raise(errorEvent, Items(quoted(ending_.reason)));
+  raise(disconnectEvent, Items(quoted(ending_.reason)));
 }
 
 void Connection::raise(std::string_view event, const Items& items) {

@@ -69,9 +69,12 @@ class Connection final : public Transport::Listener,
   /// second. Nothing binds a connection whose clock is another one.
   [[nodiscard]] Duration delayOfNextDial(const Clock& nextClock) const;
 
+  /// Why it has ended, when the "disconnect" handler runs and ever after.
+  [[nodiscard]] const Ending& ending() const { return ending_; }
+
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handler of a connection that was connecting or connected runs before this returns.
-  void disconnect();
+  void disconnect(Ending ending = {Cause::local, "disconnected by the client"});
 
   /// Like `disconnect`, but no handler runs, now or later. Acknowledgements still end.
   void release();
@@ -103,15 +106,16 @@ class Connection final : public Transport::Listener,
 
   // On the handle queue.
   void onConnected();
-  void onEnded(const std::string& reason);
+  void onEnded(Ending ending);
   void onEvent(const std::string& event, const Items& items);
   void raise(std::string_view event, const Items& items);
-  bool becomeDisconnected();
+  bool becomeDisconnected(Ending ending);
 
   // On the I/O executor.
   void onText(std::string frame) override;
   void onBinary(std::string frame) override;
-  void onClosed(std::string reason) override { fail(reason); }
+  void onPong() override {}
+  void onClosed(Ending ending) override { fail(std::move(ending)); }
   void dial(const Endpoint& endpoint, const std::string& target);
   void onHandshake(std::string_view json);
   void onPacket(std::string frame);
@@ -127,7 +131,7 @@ class Connection final : public Transport::Listener,
   void expireAcks();
   void leave();
   void shut();
-  void fail(const std::string& reason);
+  void fail(Ending ending);
 
   template <class Task>
   void runOnIo(Task task);
@@ -140,7 +144,8 @@ class Connection final : public Transport::Listener,
 
   std::atomic<Status> status_ = Status::notConnected;
   std::weak_ptr<const Handlers> handlers_;  ///< null once released
-  TimePoint lastDial_;                      ///< its failure, if it has failed; may be still to come
+  Ending ending_;
+  TimePoint lastDial_;  ///< its failure, if it has failed; may be still to come
 
   State state_ = State::opening;
   const std::shared_ptr<Timer> connectTimer_ = clock_->makeTimer();

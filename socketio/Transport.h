@@ -7,6 +7,7 @@
 #include <string>
 
 #include "socketio/Clock.h"
+#include "socketio/Ending.h"
 #include "socketio/Endpoint.h"
 #include "socketio/Frame.h"
 
@@ -21,8 +22,10 @@ class Transport {
     virtual ~Listener() = default;
     virtual void onText(std::string frame) = 0;
     virtual void onBinary(std::string frame) = 0;
+    /// The answer to a `ping`.
+    virtual void onPong() = 0;
     /// The connection failed or ended, other than by `close`. Nothing follows.
-    virtual void onClosed(std::string reason) = 0;
+    virtual void onClosed(Ending ending) = 0;
   };
 
   virtual ~Transport() = default;
@@ -31,6 +34,8 @@ class Transport {
                     std::weak_ptr<Listener> listener) = 0;
   /// Sends a text message after those sent before.
   virtual void send(Frame frame) = 0;
+  /// Asks the server for a sign of life.
+  virtual void ping() = 0;
   /// Closes in the background once everything sent has left, within a few seconds. The listener
   /// hears nothing more.
   virtual void close() = 0;

@@ -126,6 +126,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void open(const Endpoint& endpoint, const std::string& target,
             std::weak_ptr<Listener> listener) override;
   void send(Frame frame) override;
+  void ping() override;
   void close() override;
   void setIdleLimit(std::chrono::milliseconds limit) override { setTimeouts(limit); }
   void pauseReading(bool pause) override;
@@ -152,7 +153,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void closeGracefully();
   void limitClosing();
   void drop();
-  void fail(const std::string& what, const error_code& error);
+  void fail(Cause cause, const std::string& what, const error_code& error);
 
   const Environment& environment_;
   Addresses addresses_;  // still to be tried, the next one last
@@ -171,6 +172,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   std::optional<decltype(asio::dynamic_buffer(incoming_))> incomingBuffer_;
   bool reading_ = false;
   bool readingPaused_ = false;
+  bool pinging_ = false;
 
   std::deque<Frame> outgoing_;  // the front is being written
   std::atomic<std::size_t> queuedBytes_ = 0;
@@ -185,7 +187,7 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
     ws_.emplace(environment_.io(), endpoint.tls());
   } catch (const boost::system::system_error& failure) {
     return asio::post(environment_.io(), [self = shared_from_this(), error = failure.code()] {
-      if (self->state_ == State::connecting) self->fail("cannot connect", error);
+      if (self->state_ == State::connecting) self->fail(Cause::local, "cannot connect", error);
     });
   }
 
@@ -198,8 +200,10 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
 
 void WebSocket::onResolved(error_code error, const Addresses& found) {
   if (state_ != State::connecting) return;
-  if (error) return fail("cannot resolve the host", error);
-  if (found.empty()) return fail("cannot resolve the host: it has no address", {});
+  if (error) return fail(Cause::nameLookup, "cannot resolve the host", error);
+  if (found.empty()) {
+    return fail(Cause::nameLookup, "cannot resolve the host: it has no address", {});
+  }
   connectToAny(found);
 }
 
@@ -240,7 +244,7 @@ void WebSocket::startAttempt() {
 void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error) {
   if (state_ != State::connecting || std::erase(attempts_, socket) == 0) return;
   if (error && !addresses_.empty()) return startAttempt();
-  if (error && attempts_.empty()) return fail("cannot connect", error);
+  if (error && attempts_.empty()) return fail(Cause::unreachable, "cannot connect", error);
   if (error) return;
 
   abandonAttempts();
@@ -260,18 +264,18 @@ void WebSocket::startTls() {
   auto& tls = *ws_->next_layer().tlsStream();
   SSL* const handle = tls.native_handle();
   if (!verifyHost(handle, *endpoint_))
-    return fail("the server's certificate cannot be verified", {});
-  tls.async_handshake(ssl::stream_base::client,
-                      [self = shared_from_this(), handle](error_code error) {
-                        if (self->state_ != State::connecting) return;
-                        const auto verdict = SSL_get_verify_result(handle);
-                        if (error && verdict != X509_V_OK) {
-                          const std::string reason = X509_verify_cert_error_string(verdict);
-                          return self->fail("the server's certificate was refused: " + reason, {});
-                        }
-                        if (error) return self->fail("TLS handshake failed", error);
-                        self->handshake();
-                      });
+    return fail(Cause::tls, "the server's certificate cannot be verified", {});
+  tls.async_handshake(
+      ssl::stream_base::client, [self = shared_from_this(), handle](error_code error) {
+        if (self->state_ != State::connecting) return;
+        const auto verdict = SSL_get_verify_result(handle);
+        if (error && verdict != X509_V_OK) {
+          const std::string reason = X509_verify_cert_error_string(verdict);
+          return self->fail(Cause::tls, "the server's certificate was refused: " + reason, {});
+        }
+        if (error) return self->fail(Cause::tls, "TLS handshake failed", error);
+        self->handshake();
+      });
 }
 
 void WebSocket::applyOptions() {
@@ -292,7 +296,10 @@ void WebSocket::applyOptions() {
   ws_->control_callback(
       [weak = weak_from_this()](websocket::frame_type type, beast::string_view /*payload*/) {
         const auto self = weak.lock();
-        if (self && type == websocket::frame_type::close) self->limitClosing();
+        if (!self) return;
+        if (type == websocket::frame_type::close) self->limitClosing();
+        if (type != websocket::frame_type::pong || self->state_ != State::open) return;
+        if (const auto listener = self->listener_.lock()) listener->onPong();
       });
 }
 
@@ -305,9 +312,13 @@ void WebSocket::handshake() {
 void WebSocket::onHandshake(error_code error) {
   if (state_ != State::connecting) return;
   if (error == websocket::error::upgrade_declined) {
-    return fail("the server answered HTTP " + std::to_string(response_.result_int()), {});
+    return fail(Cause::http, "the server answered HTTP " + std::to_string(response_.result_int()),
+                {});
   }
-  if (error) return fail("WebSocket handshake failed", error);
+  if (error) {
+    const auto cause = error == beast::error::timeout ? Cause::timeout : Cause::http;
+    return fail(cause, "WebSocket handshake failed", error);
+  }
   response_ = {};
   state_ = State::open;
   read();
@@ -325,8 +336,10 @@ void WebSocket::read() {
 void WebSocket::onRead(error_code error) {
   reading_ = false;
   if (state_ != State::open) return;
-  if (error == websocket::error::closed) return fail("the server closed the connection", {});
-  if (error) return fail("connection lost", error);
+  if (error == websocket::error::closed) {
+    return fail(Cause::server, "the server closed the connection", {});
+  }
+  if (error) return fail(Cause::lost, "connection lost", error);
 
   const bool text = ws_->got_text();
   std::string frame = std::move(incoming_);
@@ -353,13 +366,21 @@ void WebSocket::send(Frame frame) {
   if (outgoing_.size() == 1) writeNext();
 }
 
+void WebSocket::ping() {
+  if (state_ != State::open || std::exchange(pinging_, true)) return;
+  ws_->async_ping({}, [self = shared_from_this()](error_code error) {
+    self->pinging_ = false;
+    if (error && self->state_ == State::open) self->fail(Cause::lost, "connection lost", error);
+  });
+}
+
 void WebSocket::writeNext() {
   ws_->async_write(asio::buffer(outgoing_.front().view()),
                    [self = shared_from_this()](error_code error, std::size_t) {
                      self->queuedBytes_ -= self->outgoing_.front().footprint();
                      self->outgoing_.pop_front();
                      if (self->state_ != State::open && self->state_ != State::closing) return;
-                     if (error) return self->fail("connection lost", error);
+                     if (error) return self->fail(Cause::lost, "connection lost", error);
                      if (!self->outgoing_.empty()) return self->writeNext();
                      if (self->state_ == State::closing) self->closeGracefully();
                    });
@@ -382,7 +403,9 @@ void WebSocket::limitClosing() {
   closeTimer_.expires_after(closeLimit);
   closeTimer_.async_wait([self = shared_from_this()](error_code error) {
     if (error) return;
-    if (self->state_ == State::open) return self->fail("the server closed the connection", {});
+    if (self->state_ == State::open) {
+      return self->fail(Cause::server, "the server closed the connection", {});
+    }
     self->drop();
   });
 }
@@ -395,11 +418,12 @@ void WebSocket::drop() {
   if (ws_) beast::close_socket(ws_->next_layer());
 }
 
-void WebSocket::fail(const std::string& what, const error_code& error) {
+void WebSocket::fail(Cause cause, const std::string& what, const error_code& error) {
   const bool tell = state_ != State::closing;
   drop();
   const auto listener = listener_.lock();
-  if (tell && listener) listener->onClosed(error ? what + ": " + error.message() : what);
+  if (!tell || !listener) return;
+  listener->onClosed({cause, error ? what + ": " + error.message() : what});
 }
 
 }  // namespace

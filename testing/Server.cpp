@@ -103,7 +103,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
   void reply(const Request& request, std::string_view items);
   void sendEvent(std::string_view event, std::string_view items, std::string_view token);
   void send(std::string_view frame, bool binary, std::string_view token);
-  void drop(std::string_view token, const std::string& reason);
+  void drop(std::string_view token, const socketio::Ending& ending);
   void accept();
   bool isConnected(std::string_view token);
 
@@ -161,6 +161,12 @@ class Server::World::Connection final : public Transport,
     readLater();
   }
 
+  void ping() override {
+    if (isCut_ || world_->isHanging_) return;
+    incoming_.push_back([](Listener& listener) { listener.onPong(); });
+    deliverLater();
+  }
+
   void close() override {
     isOpen_ = false;
     pings_->cancel();
@@ -197,13 +203,13 @@ class Server::World::Connection final : public Transport,
          false);
   }
 
-  void lose(const std::string& reason) {
+  void lose(const socketio::Ending& ending) {
     isCut_ = true;
     isJoined_ = false;
     pings_->cancel();
-    incoming_.push_back([this, reason](Listener& listener) {
+    incoming_.push_back([this, ending](Listener& listener) {
       isOpen_ = false;
-      listener.onClosed(reason);
+      listener.onClosed(ending);
     });
     deliverLater();
   }
@@ -211,7 +217,9 @@ class Server::World::Connection final : public Transport,
   /// Says the first word, unless it was said.
   void greet() {
     if (!isOpen_ || isCut_ || isGreeted_ || world_->isHanging_) return;
-    if (world_->isDown_) return lose("cannot connect: Connection refused");
+    if (world_->isDown_) {
+      return lose({socketio::Cause::unreachable, "cannot connect: Connection refused"});
+    }
     isGreeted_ = true;
     const auto& handshake = world_->handshake_;
     send(R"(0{"sid":"engine","upgrades":[],"pingInterval":)" +
@@ -328,7 +336,7 @@ void Server::World::end(std::shared_ptr<socketio::Clock> system) {
   onLogin_ = nullptr;
   isHanging_ = false;
   isDown_ = true;
-  drop({}, "the test's server is gone");
+  drop({}, {socketio::Cause::lost, "the test's server is gone"});
   clock_->release(std::move(system));
 }
 
@@ -378,8 +386,8 @@ void Server::World::send(std::string_view frame, bool binary, std::string_view t
   for (const auto& connection : connections(token)) connection->send(std::string(frame), binary);
 }
 
-void Server::World::drop(std::string_view token, const std::string& reason) {
-  for (const auto& connection : connections(token)) connection->lose(reason);
+void Server::World::drop(std::string_view token, const socketio::Ending& ending) {
+  for (const auto& connection : connections(token)) connection->lose(ending);
 }
 
 void Server::World::accept() {
@@ -470,7 +478,9 @@ void Server::sendBinary(std::string_view bytes, std::string_view token) {
   world_->send(bytes, true, token);
 }
 
-void Server::drop(std::string_view token) { world_->drop(token, "connection lost"); }
+void Server::drop(std::string_view token) {
+  world_->drop(token, {socketio::Cause::lost, "connection lost"});
+}
 
 void Server::refuse(std::string_view reason) { world_->refusal_ = reason; }
 

@@ -19,6 +19,7 @@ struct FakeTransport final : Transport {
     listener = std::move(heard);
   }
   void send(Frame) override {}
+  void ping() override { note("pings"); }
   void close() override {}
   void setIdleLimit(std::chrono::milliseconds limit) override {
     note("idles for " + std::to_string(limit.count()));

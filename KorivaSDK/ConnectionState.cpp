@@ -1,0 +1,78 @@
+#include <atomic>
+
+#include "KorivaSDK/State.h"
+#include "extensions/JSONText.h"
+#include "socketio/Platform.h"
+
+using namespace koriva;
+using Phase = KRConnectionState::Phase;
+
+const KRConnectionState::Members& KRConnectionState::members() const {
+  static const Members idle;
+  return members_ ? *members_ : idle;
+}
+
+Phase KRConnectionState::phase() const { return members().phase; }
+
+KRConnectionCause KRConnectionState::cause() const { return members().why.cause; }
+
+const std::string& KRConnectionState::reason() const { return members().why.reason; }
+
+std::int64_t KRConnectionState::attempt() const { return members().attempt; }
+
+std::optional<std::chrono::steady_clock::time_point> KRConnectionState::nextAttempt() const {
+  return members().nextAttempt;
+}
+
+KRConnectionState KorivaSDK::connectionState() const {
+  if (platform::isForkedChild()) return {};
+  return KRConnectionState(std::atomic_load(&state_->connectionState));
+}
+
+void KorivaSDK::State::moveTo(KRConnectionState::Members next) {
+  if (!token.empty()) next.why.reason = replaceAll(std::move(next.why.reason), token, "…");
+  std::atomic_store(&connectionState,
+                    std::make_shared<const KRConnectionState::Members>(std::move(next)));
+  isChangeUntold = true;
+}
+
+// An attempt may begin anew before it has come to anything.
+void KorivaSDK::State::moveToConnecting() {
+  const auto before = client.connectionState();
+  if (before.phase() == Phase::connecting) return;
+  const auto first = before.phase() == Phase::connected ? 1 : before.attempt() + 1;
+  moveTo({Phase::connecting, before.members().why, first, {}});
+  // Nobody is called before the method that begins an attempt returns. Whatever has become of the
+  // attempt by then is told instead.
+  environment().postHandler([weak = client.weak_from_this()] {
+    if (const auto sdk = weak.lock()) sdk->state_->tellChange();
+  });
+}
+
+void KorivaSDK::State::moveToConnected() {
+  moveTo({Phase::connected, {}, client.connectionState().attempt(), {}});
+}
+
+void KorivaSDK::State::onEnded(const socketio::Ending& why) {
+  const auto before = client.connectionState();
+  KRConnectionState::Members next{Phase::waiting, why, before.attempt(), {}};
+  if (before.phase() == Phase::connected) next.attempt = 0;
+  if (isLoggingOut) {
+    next.phase = Phase::idle;
+  } else if (reconnectTimer) {
+    next.nextAttempt = reconnectTimer->next();
+  }
+  moveTo(std::move(next));
+  printLine("KorivaSDK - socket disconnected");
+  forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
+  tellChange();
+}
+
+// Whoever is called may change the state: the others hear of that, and no more of this one.
+void KorivaSDK::State::tellChange() {
+  if (!std::exchange(isChangeUntold, false)) return;
+  const auto state = client.connectionState();
+  forEachDelegate([&](KorivaDelegate& to) {
+    if (state.members_ == connectionState) to.connectionDidChange(state);
+  });
+}
