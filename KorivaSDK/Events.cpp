@@ -100,8 +100,12 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
     tellChange();
   });
   on(socketio::disconnectEvent, [this](const Items&) { onEnded(lastConnection->ending()); });
-  push("login", [](KorivaDelegate& to, const KRLoginEvent& event) {
-    if (event.result == KRError::expired.code()) to.didReceiveError(KRError::expired);
+  on("login", [this](const Items& items) {
+    const auto event = Answer(items).read<KRLoginEvent>();
+    if (!event || event->result != KRError::expired.code()) return;
+    const auto connection = channel.connection();
+    forEachDelegate([](KorivaDelegate& to) { to.didReceiveError(KRError::expired); });
+    if (tokenProvider && connection->status() == Status::connected) askForToken();
   });
   // The client's own errors come under this name too, as texts.
   pushAsItIs("error", [](KorivaDelegate& to, const ServerError& it) {

@@ -30,6 +30,12 @@
 #include "models/KRMessage.h"
 #include "models/KRSecretChat.h"
 
+/// Takes a session token, from any thread; only the first call counts. Empty: there is no new one.
+using KRTokenReply = std::function<void(const std::string& token)>;
+
+/// Is asked for a session token, and has to call `reply` with it, now or later.
+using KRTokenProvider = std::function<void(KRTokenReply reply)>;
+
 /// The chat client: one session with the chat server, its requests and its pushed events.
 ///
 /// ```cpp
@@ -107,6 +113,27 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   /// What the timer does every 10 seconds: `reconnectIfNeed`.
   void reconnectFired();
+
+  /// Has a provider asked for the token before each attempt to connect again, and when the session
+  /// has expired: after `didReceiveError(expired)`, and the session goes on over a new connection
+  /// then. It is asked on the main thread, may reply at once or within 20 seconds, and the new
+  /// token stays; `login` is with the token that it is given. Without a reply, with an empty token,
+  /// and when the provider throws, the client goes on with the token that it has, which for a
+  /// session that has expired means that it does nothing. While it waits for the reply it is
+  /// connecting; a `login`, `logout` or `disconnect` in between makes the reply void. An empty
+  /// provider is none.
+  void setTokenProvider(KRTokenProvider provider);
+
+  /// Tells the client that the device is online, perhaps by another network, or offline. Online: it
+  /// connects at once if there is no connection, begins an attempt under way anew, and asks the
+  /// server of a connection for a sign of life: without one within 3 seconds, the connection is
+  /// lost. Offline: an attempt under way ends, and the next one comes as ever.
+  void networkDidChange(bool isOnline);
+
+  /// Tells the client that the application comes to the foreground (true): it connects at once if
+  /// there is neither a connection nor an attempt, and asks the server for a sign of life as
+  /// `networkDidChange` does. With false nothing happens.
+  void setForeground(bool isForeground);
 
   /// Closes the connection, after what was sent before; delegates hear `didDisconnect` before this
   /// returns. **The client connects again within 10 seconds**: to stay away, call `logout()`.

@@ -11,6 +11,7 @@
 #include "socketio/Platform.h"
 
 using namespace koriva;
+using Phase = KRConnectionState::Phase;
 
 namespace {
 
@@ -70,6 +71,7 @@ KorivaSDK::~KorivaSDK() {
   }
   try {
     if (state_->reconnectTimer) state_->reconnectTimer->cancel();
+    state_->stopAsking();
     // On any thread. Nobody hears of it: the handlers have gone with the client.
     if (state_->lastConnection) state_->lastConnection->disconnect();
   } catch (const std::bad_alloc&) {
@@ -90,6 +92,7 @@ void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::str
   state_->uin = uin;
   state_->deviceId = deviceId;
   state_->isNew = isNew;
+  state_->stopAsking();
   if (!state_->isLoggingOut) state_->moveTo({});
   state_->connect();
 }
@@ -160,18 +163,42 @@ void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(
 void KorivaSDK::reconnectFired() { reconnectIfNeed(); }
 
 void KorivaSDK::reconnectIfNeed() {
+  if (state_->question) return;
   if (const auto connection = state_->channel.connection()) {
-    const auto status = connection->status();
-    if (status == socketio::Status::connected || status == socketio::Status::connecting) return;
+    if (connection->isUnderWay()) return;
   } else if (!state_->isStranded) {
     return;
   }
-  state_->connect();
+  state_->reconnect();
+}
+
+void KorivaSDK::networkDidChange(bool isOnline) {
+  const auto phase = connectionState().phase();
+  if (phase == Phase::connecting && !isOnline) {
+    state_->end({socketio::Cause::unreachable, "the device is offline"});
+  } else if (phase == Phase::connecting && !state_->question) {
+    state_->connect();  // the attempt under way goes by the network of before
+  } else if (isOnline) {
+    setForeground(true);
+  }
+}
+
+void KorivaSDK::setForeground(bool isForeground) {
+  if (!isForeground) return;
+  if (isConnected()) return state_->channel.connection()->probe(State::probeLimit);
+  reconnectIfNeed();
 }
 
 void KorivaSDK::disconnect() {
   state_->isReady = false;
-  if (const auto connection = state_->channel.connection()) connection->disconnect();
+  state_->end({socketio::Cause::local, "disconnected by the client"});
+}
+
+void KorivaSDK::State::end(const socketio::Ending& why) {
+  const bool wasAsking = stopAsking();
+  const auto connection = channel.connection();
+  if (connection && connection->isUnderWay()) return connection->disconnect(why);
+  if (wasAsking) onEnded(why);
 }
 
 // Delegates may try to connect meanwhile, log out too, or let go of the last reference.
@@ -183,7 +210,7 @@ void KorivaSDK::logout() {
     const bool before = std::exchange(flag, true);
   } const loggingOut{state_->isLoggingOut};
   disconnect();
-  if (connectionState().phase() != KRConnectionState::Phase::idle) {
+  if (connectionState().phase() != Phase::idle) {
     state_->moveTo({.why = {socketio::Cause::local, "logged out"}});
     state_->tellChange();
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -44,6 +45,9 @@ struct KRPrivate {
 };
 
 struct KorivaSDK::State {
+  static constexpr auto replyLimit = std::chrono::seconds(20);
+  static constexpr auto probeLimit = std::chrono::seconds(3);
+
   using Delegates = std::vector<std::shared_ptr<KorivaDelegate>>;
 
   explicit State(KorivaSDK& owner)
@@ -53,6 +57,14 @@ struct KorivaSDK::State {
   void connect();
   void failWithoutTimers();
   void startReconnectTimer();
+
+  void end(const koriva::socketio::Ending& why);
+
+  // Token.cpp
+  void reconnect();  ///< with the token of the provider, if there is one
+  void askForToken();
+  void onToken(const std::string& newToken);  ///< empty: there is no new one
+  bool stopAsking();                          ///< false when nobody was asked
 
   // ConnectionState.cpp
   void moveTo(KRConnectionState::Members next);
@@ -90,4 +102,7 @@ struct KorivaSDK::State {
   std::string token;
   std::string deviceId;
   std::shared_ptr<koriva::socketio::Alarm> reconnectTimer;
+  KRTokenProvider tokenProvider;
+  std::shared_ptr<std::atomic<bool>> question;  ///< whether it has had its reply; null: none
+  std::shared_ptr<koriva::socketio::Alarm> questionTimer;
 };

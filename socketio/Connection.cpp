@@ -166,6 +166,7 @@ Handler Connection::takeAck(std::uint64_t id) {
 }
 
 void Connection::onText(std::string frame) {
+  wasHeard_ = true;
   if (frame.empty()) return;
   switch (frame.front()) {
     case '0':
@@ -208,6 +209,29 @@ void Connection::watchHeartbeat() {
       return self->fail({Cause::lost, "the server's heartbeat stopped"});
     }
     self->watchHeartbeat();
+  });
+}
+
+void Connection::probe(Duration limit) {
+  runOnIo([this, limit] {
+    if (state_ != State::joined || probeTimer_) return;
+    probeTimer_ = clock_->makeTimer();
+    transport_->ping();
+    watchProbe(limit);
+  });
+}
+
+// A pong that waits behind other messages, or while reading pauses or the process slept, has not
+// failed to come.
+void Connection::watchProbe(Duration limit) {
+  wasHeard_ = false;
+  const auto end = clock_->now() + limit;
+  probeTimer_->set(end, [weak = weak_from_this(), limit, end] {
+    const auto self = weak.lock();
+    if (!self || !self->probeTimer_) return;
+    const bool isLate = self->clock_->now() > end + limit;
+    if (isLate || self->isPaused_ || self->wasHeard_) return self->watchProbe(limit);
+    self->fail({Cause::lost, "the server does not answer any more"});
   });
 }
 
@@ -255,6 +279,7 @@ void Connection::onMessage(Packet&& packet, std::string&& frame) {
 }
 
 void Connection::onBinary(std::string frame) {
+  wasHeard_ = true;
   if (!partial_) return;
   partial_->bytes += frame.size();
   if (partial_->bytes > maxIncomingBytes) return partial_.reset();
@@ -294,6 +319,7 @@ void Connection::shut() {
   state_ = State::closed;
   connectTimer_->cancel();
   heartbeatTimer_->cancel();
+  probeTimer_.reset();
   partial_.reset();
   transport_->close();
 }

@@ -59,6 +59,9 @@ class Connection final : public Transport::Listener,
              std::weak_ptr<const Handlers> handlers);
 
   [[nodiscard]] Status status() const { return status_.load(std::memory_order_acquire); }
+  [[nodiscard]] bool isUnderWay() const {
+    return status() == Status::connecting || status() == Status::connected;
+  }
 
   /// Is connecting from now on, but dials only after the delay. No handler runs before this
   /// returns.
@@ -74,10 +77,13 @@ class Connection final : public Transport::Listener,
 
   /// Sends what was emitted before, then leaves and closes in the background. The "disconnect"
   /// handler of a connection that was connecting or connected runs before this returns.
-  void disconnect(Ending ending = {Cause::local, "disconnected by the client"});
+  void disconnect(Ending ending = {Cause::local, {}});
 
   /// Like `disconnect`, but no handler runs, now or later. Acknowledgements still end.
   void release();
+
+  /// Ends the connection, if it stands, unless the server gives a sign of life within the limit.
+  void probe(Duration limit);
 
   /// Emits an event; `items` are JSON values separated by commas. It is dropped, with an "error",
   /// unless the connection stands. `onAck`, if there is one, runs exactly once on the handle queue,
@@ -114,7 +120,7 @@ class Connection final : public Transport::Listener,
   // On the I/O executor.
   void onText(std::string frame) override;
   void onBinary(std::string frame) override;
-  void onPong() override {}
+  void onPong() override { probeTimer_.reset(); }
   void onClosed(Ending ending) override { fail(std::move(ending)); }
   void dial(const Endpoint& endpoint, const std::string& target);
   void onHandshake(std::string_view json);
@@ -124,6 +130,7 @@ class Connection final : public Transport::Listener,
   template <class Task>
   void deliver(std::size_t bytes, Task task);
   void watchHeartbeat();
+  void watchProbe(Duration limit);
   void send(const std::string& event, Frame&& items, Handler onAck, const char* refusal);
   void refuse(const std::string& event, const char* reason);
   Handler takeAck(std::uint64_t id);
@@ -153,6 +160,8 @@ class Connection final : public Transport::Listener,
   const std::shared_ptr<Timer> ackTimer_ = clock_->makeTimer();
   std::chrono::milliseconds heartbeatLimit_{};
   TimePoint lastHeartbeat_;
+  std::shared_ptr<Timer> probeTimer_;  ///< null unless a pong is awaited
+  bool wasHeard_ = false;              ///< since the probe's timer was set
   std::uint64_t maxPayload_ = 0;
   std::optional<Message> partial_;  ///< a binary packet whose attachments are still to come
   bool isPaused_ = false;

@@ -70,6 +70,21 @@ struct Play : ServerTest {
     } while (peer->reports(report).empty());
   }
 
+  /// A provider of tokens that prints that it is asked, and does something then.
+  void provide(const Step& it) {
+    sdk->setTokenProvider([this, act = doing(it)](KRTokenReply next) {
+      reply = std::move(next);
+      print("asked");
+      act();
+    });
+  }
+  void watch(const std::string& name) {
+    recorders[name] = std::make_shared<Recorder>(name);
+    recorders[name]->isWatching = true;
+    sdk->addDelegate(recorders[name]);
+  }
+
+  KRTokenReply reply;
   KRRunLoop& loop = KRRunLoop::main();
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
   std::shared_ptr<KorivaSDK> other;
@@ -81,6 +96,25 @@ struct Play : ServerTest {
          far().advance(millisecondsIn(it));
        }},
       {"accept", [this](auto&) { far().accept(); }},
+      {"hang", [this](auto&) { far().hang(); }},
+      {"drop", [this](auto&) { far().drop(); }},
+      {"shutDown", [this](auto&) { far().shutDown(); }},
+      {"refuseFor *", [this](auto& it) { far().refuse(it.argument); }},
+      {"expire",
+       [this](auto&) {
+         far().push("login", {{"result", 2}, {"uin", "1001"}});
+       }},
+      {"watch *", [this](auto& it) { watch(it.argument); }},
+      {"state", [this](auto&) { print(text(sdk->connectionState())); }},
+      {"provider:", [this](auto& it) { provide(it); }},
+      {"noProvider", [this](auto&) { sdk->setTokenProvider({}); }},
+      {"reply", [this](auto&) { reply({}); }},
+      {"reply *", [this](auto& it) { reply(it.argument); }},
+      {"replyFromAThread *", [this](auto& it) { std::jthread(reply, it.argument); }},
+      {"online", [this](auto&) { sdk->networkDidChange(true); }},
+      {"offline", [this](auto&) { sdk->networkDidChange(false); }},
+      {"foreground", [this](auto&) { sdk->setForeground(true); }},
+      {"background", [this](auto&) { sdk->setForeground(false); }},
       {"say *", [this](auto& it) { say(it.argument); }},
       {"sayBinary *", [this](auto& it) { say(it.argument, true); }},
       {"sayLargest",
@@ -146,12 +180,14 @@ struct Play : ServerTest {
   };
 };
 
+/// In time, without a wait between attempts.
+struct SteeredPlay : Play {
+  explicit SteeredPlay(bool /*inTime*/) : Play(true) { koriva::timing().limits.redial = 0ms; }
+};
+
 /// With a server that says what the script has it say, and no more.
-struct ProtocolPlay : Play {
-  explicit ProtocolPlay(bool /*inTime*/) : Play(true) {
-    koriva::timing().limits.redial = 0ms;
-    far().hang();
-  }
+struct ProtocolPlay : SteeredPlay {
+  explicit ProtocolPlay(bool inTime) : SteeredPlay(inTime) { far().hang(); }
   std::string rest() {
     far().run();
     return Play::rest();
@@ -159,6 +195,11 @@ struct ProtocolPlay : Play {
 };
 
 TEST(Client, FollowsTheScript) { followScripts<Play>("clients.txt"); }
+
+TEST(Client, TellsItsStateAndIsSteered) {
+  if (realServer()) GTEST_SKIP() << "time does not pass there";
+  followScripts<SteeredPlay>("states.txt");
+}
 
 TEST(Client, FollowsTheProtocol) {
   if (realServer()) GTEST_SKIP() << "it says what it likes";

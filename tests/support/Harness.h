@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <boost/algorithm/string/erase.hpp>
 #include <iostream>
 #include <optional>
@@ -58,6 +59,28 @@ std::string text(const auto& value) {
   return out;
 }
 
+inline std::string nameOf(KRConnectionCause cause) {
+  constexpr std::array names{"none", "local",   "nameLookup", "unreachable", "proxy", "tls",
+                             "http", "refused", "timeout",    "lost",        "server"};
+  return names.at(static_cast<std::size_t>(cause));
+}
+
+/// Such as "waiting 2, lost: the reason, next in 10000".
+inline std::string text(const KRConnectionState& state) {
+  using namespace std::chrono;
+  constexpr std::array phases{"idle", "connecting", "connected", "waiting"};
+  auto said =
+      phases.at(static_cast<std::size_t>(state.phase())) + (" " + std::to_string(state.attempt()));
+  if (state.cause() != KRConnectionCause::none) {
+    said += ", " + nameOf(state.cause()) + ": " + state.reason();
+  }
+  if (const auto next = state.nextAttempt()) {
+    const auto left = duration_cast<milliseconds>(*next - environment().clock()->now());
+    said += ", next in " + std::to_string(left.count());
+  }
+  return said;
+}
+
 /// A completion of any type that prints its outcome; without a name, an empty one.
 struct Done {
   std::string name = "done";
@@ -101,6 +124,9 @@ struct Recorder : KorivaDelegate {
   void didDeleteSecretChat(const KRDeleteSecretChat& i) override { tell("didDelete", text(i)); }
   void didBlockContact(const KRBlock& block) override { tell("didBlockContact", text(block)); }
   void didUnblockContact(const KRBlock& block) override { tell("didUnblockContact", text(block)); }
+  void connectionDidChange(const KRConnectionState& state) override {
+    if (isWatching) tell("is", text(state));
+  }
 
   void tell(const std::string& call, const std::string& record = {}) {
     printLine(name + " " + call + (record.empty() ? "" : " ") + record);
@@ -108,6 +134,7 @@ struct Recorder : KorivaDelegate {
   }
 
   std::string name;
+  bool isWatching = false;
   std::function<void()> act;
 };
 
