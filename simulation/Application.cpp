@@ -15,7 +15,9 @@ class Ear final : public KorivaDelegate {
  public:
   using Kind = KRGroupEventKind;
   using Tell = std::function<void(std::string_view call, std::optional<int> number)>;
-  Ear(Tell tell, std::shared_ptr<void> token) : tell_(std::move(tell)), token_(std::move(token)) {}
+  using TellState = std::function<void(const KRConnectionState& state)>;
+  Ear(Tell tell, TellState tellState, std::shared_ptr<void> token)
+      : tell_(std::move(tell)), tellState_(std::move(tellState)), token_(std::move(token)) {}
 
   void didConnect() override { tell_("didConnect", {}); }
   void didDisconnect() override { tell_("didDisconnect", {}); }
@@ -46,6 +48,7 @@ class Ear final : public KorivaDelegate {
   void didDeleteSecretChat(const KRDeleteSecretChat& it) override {
     record("didDeleteSecretChat", it);
   }
+  void connectionDidChange(const KRConnectionState& state) override { tellState_(state); }
   void didBlockContact(const KRBlock& it) override { record("didBlockContact", it); }
   void didUnblockContact(const KRBlock& it) override { record("didUnblockContact", it); }
 
@@ -55,6 +58,7 @@ class Ear final : public KorivaDelegate {
   }
 
   const Tell tell_;
+  const TellState tellState_;
   const std::shared_ptr<void> token_;
 };
 
@@ -116,6 +120,9 @@ std::shared_ptr<KorivaDelegate> Life::delegate(Client& client, int number) {
       [this, index = indexOf(client), number](std::string_view call, std::optional<int> id) {
         onCall(index, number, call, id);
       },
+      [this, index = indexOf(client), number](const KRConnectionState& state) {
+        onState(index, number, state);
+      },
       token("delegate"));
   return ear;
 }
@@ -146,6 +153,22 @@ void Life::reconnect() {
     if (how == 1) sdk.reconnectFired();
     if (how == 2) sdk.connectChat("channel");
     const bool isAllowed = before && before->hasToldDisconnect;
+    require(isAllowed || client.current == before, invariant::leavesAlone, indexOf(client));
+  });
+}
+
+void Life::changeNetwork() {
+  const auto how = random().below(3);
+  onClient("network", [&](Client& client, KorivaSDK& sdk) {
+    const auto before = client.current;
+    const bool isConnecting = before && !before->isJoined && !before->hasToldDisconnect;
+    if (isConnecting || how == 0) client.disturbed = now();
+    ++client.disconnecting;
+    if (how == 0) sdk.networkDidChange(false);
+    --client.disconnecting;
+    if (how == 1) sdk.networkDidChange(true);
+    if (how == 2) sdk.setForeground(true);
+    const bool isAllowed = before && (before->hasToldDisconnect || (how == 1 && !before->hasBegun));
     require(isAllowed || client.current == before, invariant::leavesAlone, indexOf(client));
   });
 }
@@ -183,6 +206,7 @@ void Life::logoutOf(Client& client, KorivaSDK& sdk) {
   require(!left || left->hasToldDisconnect, invariant::disconnectTells, "connection ",
           left ? left->number : 0);
   client.current = nullptr;
+  client.told = {};
   // Heard from now on: there must be nothing.
   sdk.addDelegate(delegate(client, Client::observer));
   client.delegates = {Client::observer};

@@ -24,6 +24,18 @@ void Life::onCall(int client, int delegate, std::string_view call, std::optional
   react();
 }
 
+void Life::onState(int client, int delegate, const KRConnectionState& state) {
+  checkMain("connectionDidChange");
+  require(requesting_ == 0, invariant::notWithin, "connectionDidChange");
+  if (delegate == Client::observer) {
+    auto& told = clients_.at(static_cast<std::size_t>(client)).told;
+    told = state.phase();
+    write("(client ", client, " tells its phase ", static_cast<int>(told), " of attempt ",
+          state.attempt(), ": ", state.reason(), ")");
+  }
+  react();
+}
+
 /// The client is about to say that it is connected.
 void Life::beginConnection(Client& client) {
   namespace is = invariant;

@@ -128,6 +128,7 @@ void Life::onClose(Connection& connection) {
   connection.isClosed = true;
   if (!connection.isJoined || connection.isOver) return;
   if (!connection.hasLeft && now() - connection.heartbeat >= heartbeatLimit_) return;
+  if (!connection.hasLeft && connection.probed && now() - *connection.probed >= 3s) return;
   require(connection.hasLeft, is::farewell, "none on connection ", connection.number);
   for (const auto& each : clients_.at(static_cast<std::size_t>(connection.client)).emitted) {
     require(each.connection != connection.number, is::farewell, "lost before it: ", each.number);

@@ -29,6 +29,7 @@ inline constexpr Name pushesInOrder =
     "what arrives on the session's connection is told in order, once, and nothing else is";
 inline constexpr Name everybodyHears = "every delegate of the moment hears what one of them hears";
 inline constexpr Name isConnectedIsTrue = "isConnected() says whether the session stands";
+inline constexpr Name tellsState = "the client says, and has told, what becomes of its session";
 inline constexpr Name attemptsEnd = "an attempt to connect, and a dead connection, end in time";
 inline constexpr Name connectsAgain = "with a server that is well the client is connected again";
 inline constexpr Name dialsAsTold = "a client dials the URL it was given, as who it was told to be";

@@ -68,6 +68,7 @@ Life::Life(std::uint64_t seed, Journal& journal)
                    {&Life::setUrl, 1},
                    {&Life::reconnect, 4},
                    {&Life::disconnect, 3},
+                   {&Life::changeNetwork, 3},
                    {&Life::logout, 1},
                    {&Life::leave, 1},
                    {&Life::askOften, 1},
@@ -415,6 +416,15 @@ void Life::restClient(Client& client) {
   const auto* connection = client.current.get();
   const bool isUp = connection && connection->isUp();
   require(alive->isConnected() == isUp, is::isConnectedIsTrue, name);
+  using Phase = KRConnectionState::Phase;
+  const auto said = alive->connectionState().phase();
+  const bool mayConnect = said == Phase::connecting && !orphans_.empty();
+  const auto phase = !connection                     ? Phase::idle
+                     : isUp                          ? Phase::connected
+                     : connection->hasToldDisconnect ? (mayConnect ? said : Phase::waiting)
+                                                     : Phase::connecting;
+  require(said == phase && client.told == phase, is::tellsState, name, " should have told ",
+          static_cast<int>(phase));
   if (isUp) {
     require(connection->hasToldConnect, is::tellsAll, name, " does not tell that it is connected");
     require(connection->incoming.empty() && connection->halfTold.empty(), is::pushesInOrder, name,

@@ -40,9 +40,12 @@ class Life {
 
   // Callbacks.cpp
   void onCall(int client, int delegate, std::string_view call, std::optional<int> number);
+  void onState(int client, int delegate, const KRConnectionState& state);
   void onCompletion(int number, bool isSuccess);
   void onCompletionEnd(int number);
   void onTask(int client, int number, bool isReady);
+
+  [[nodiscard]] TimePoint now() const;
 
  private:
   using Act = void (Life::*)();
@@ -67,7 +70,6 @@ class Life {
   }
   void write(const auto&... parts) { writeLine(texts(parts...)); }
   void writeLine(const std::string& line);
-  [[nodiscard]] TimePoint now() const;
   Random& random() { return random_; }
   Act choose(const std::vector<std::pair<Act, unsigned>>& from);
   std::vector<std::pair<Act, unsigned>> weighed(std::vector<std::pair<Act, unsigned>> acts);
@@ -81,6 +83,7 @@ class Life {
   void setUrl();
   void login();
   void reconnect();
+  void changeNetwork();
   void disconnect();
   void logout();
   void leave();

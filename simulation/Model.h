@@ -26,14 +26,15 @@ struct Connection {
   TimePoint made;
   std::string host;  ///< to be dialled; not known of those that a timer makes
   std::optional<TimePoint> dialled;
-  TimePoint heartbeat;     ///< the last that has arrived
-  bool isGreeted = false;  ///< the server has begun
-  bool isJoined = false;   ///< the server has taken the session
-  bool isOver = false;     ///< the server's end
-  bool isClosed = false;   ///< the client's end
-  bool isPaused = false;   ///< the client does not read
-  int heartbeats = 0;      ///< without an answer yet
-  bool hasBegun = false;   ///< the client has begun to tell that it is connected
+  TimePoint heartbeat;              ///< the last that has arrived
+  bool isGreeted = false;           ///< the server has begun
+  bool isJoined = false;            ///< the server has taken the session
+  bool isOver = false;              ///< the server's end
+  bool isClosed = false;            ///< the client's end
+  bool isPaused = false;            ///< the client does not read
+  std::optional<TimePoint> probed;  ///< a sign of life was asked for, and has not come
+  int heartbeats = 0;               ///< without an answer yet
+  bool hasBegun = false;            ///< the client has begun to tell that it is connected
   bool hasToldConnect = false;
   bool hasToldDisconnect = false;
   TimePoint toldDisconnect;
@@ -73,10 +74,11 @@ struct Client {
       batches;                   ///< of tasks that are being run, each within the one before
   std::deque<Emission> emitted;  ///< to be sent yet
   bool isReady = false;
-  int disconnecting = 0;  ///< calls under way
-  int heard = 0;          ///< how many connections there were when it last told anything
-  TimePoint disturbed;    ///< when it last was kept from staying connected
-  TimePoint made;         ///< when its last connection was made
+  KRConnectionState::Phase told{};  ///< the last that delegates have heard
+  int disconnecting = 0;            ///< calls under way
+  int heard = 0;                    ///< how many connections there were when it last told anything
+  TimePoint disturbed;              ///< when it last was kept from staying connected
+  TimePoint made;                   ///< when its last connection was made
   std::optional<TimePoint> dialled;
 };
 

@@ -27,7 +27,10 @@ class Wire final : public socketio::Transport,
     life_.onSend(*connection_, frame.view());
     far_->send(std::move(frame));
   }
-  void ping() override { far_->ping(); }
+  void ping() override {
+    connection_->probed = life_.now();
+    far_->ping();
+  }
   void close() override {
     life_.onClose(*connection_);
     far_->close();
@@ -48,6 +51,7 @@ class Wire final : public socketio::Transport,
     if (const auto listener = listener_.lock()) listener->onBinary(std::move(frame));
   }
   void onPong() override {
+    connection_->probed.reset();
     if (const auto listener = listener_.lock()) listener->onPong();
   }
   void onClosed(socketio::Ending ending) override {
