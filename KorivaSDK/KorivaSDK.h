@@ -51,8 +51,8 @@ using KRTokenProvider = std::function<void(KRTokenReply reply)>;
 /// KRRunLoop::main().run();
 /// ```
 ///
-/// **Threads.** `shared`, `isConnected` and the request methods may be called from any thread;
-/// everything else belongs to the main thread, the one that drives `KRRunLoop::main()`. Every
+/// **Threads.** `shared`, `isConnected`, `connectionState` and the request methods may be called
+/// from any thread; everything else belongs to the main thread, the one that drives `KRRunLoop::main()`. Every
 /// completion and delegate call runs there, never inside the request method. Calls from one thread
 /// take effect in call order: what was sent before `logout()` still arrives, as long as the run
 /// loop is driven on: for a moment, or until `KRRunLoop::stop()` was heeded.
@@ -67,7 +67,8 @@ using KRTokenProvider = std::function<void(KRTokenReply reply)>;
 /// empty completion is tolerated.
 ///
 /// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
-/// socket. **Only `logout()` ends that; `disconnect()` does not.**
+/// socket. **Only `logout()` ends that; `disconnect()` does not.** `connectionState` says why there
+/// is none, a token provider keeps the session alive, and `networkDidChange` saves waiting.
 ///
 /// **Console.** Diagnostics are lines on standard output, some with push tokens or the key material
 /// of secret chats; the session token is never among them.

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "extensions/JSONCoding.h"
+#include "socketio/KRConnectionCause.h"
 
 /// \file
 /// A chat server in memory and time that passes when it is told to, for the unit tests of
@@ -162,11 +163,14 @@ class Server {
   /// Cuts all connections, and takes no others.
   void shutDown();
 
+  /// Has every attempt to connect fail from now on, as it would for this cause.
+  void failAttempts(KRConnectionCause cause, std::string_view reason);
+
   /// Says nothing more by itself and reads nothing more, on any connection, but takes new ones: the
   /// heartbeat stops, requests wait, attempts take too long.
   void hang();
 
-  /// Ends `refuse`, `shutDown` and `hang`. What was sent meanwhile is read.
+  /// Ends `refuse`, `shutDown`, `failAttempts` and `hang`. What was sent meanwhile is read.
   void accept();
 
   /// Hears of each session as it begins. What it pushes is the first that the client hears.

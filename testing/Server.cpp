@@ -115,7 +115,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
   std::function<void(const std::string&)> onFailure_;
   std::function<void(const Login&)> onLogin_;
   std::optional<std::string> refusal_;
-  bool isDown_ = false;
+  std::optional<socketio::Ending> failure_;  ///< of attempts
   bool isHanging_ = false;
   std::vector<Login> logins_;
   std::vector<Request> requests_;
@@ -217,9 +217,7 @@ class Server::World::Connection final : public Transport,
   /// Says the first word, unless it was said.
   void greet() {
     if (!isOpen_ || isCut_ || isGreeted_ || world_->isHanging_) return;
-    if (world_->isDown_) {
-      return lose({socketio::Cause::unreachable, "cannot connect: Connection refused"});
-    }
+    if (world_->failure_) return lose(*world_->failure_);
     isGreeted_ = true;
     const auto& handshake = world_->handshake_;
     send(R"(0{"sid":"engine","upgrades":[],"pingInterval":)" +
@@ -335,7 +333,7 @@ void Server::World::end(std::shared_ptr<socketio::Clock> system) {
   onFailure_ = nullptr;
   onLogin_ = nullptr;
   isHanging_ = false;
-  isDown_ = true;
+  failure_ = {socketio::Cause::unreachable, "the test's server is gone"};
   drop({}, {socketio::Cause::lost, "the test's server is gone"});
   clock_->release(std::move(system));
 }
@@ -392,7 +390,7 @@ void Server::World::drop(std::string_view token, const socketio::Ending& ending)
 
 void Server::World::accept() {
   refusal_.reset();
-  isDown_ = false;
+  failure_.reset();
   isHanging_ = false;
   for (const auto& connection : connections()) connection->goOn();
 }
@@ -485,8 +483,12 @@ void Server::drop(std::string_view token) {
 void Server::refuse(std::string_view reason) { world_->refusal_ = reason; }
 
 void Server::shutDown() {
-  world_->isDown_ = true;
+  failAttempts(KRConnectionCause::unreachable, "cannot connect: Connection refused");
   drop();
+}
+
+void Server::failAttempts(KRConnectionCause cause, std::string_view reason) {
+  world_->failure_ = {cause, std::string(reason)};
 }
 
 void Server::hang() { world_->isHanging_ = true; }

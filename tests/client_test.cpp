@@ -99,6 +99,7 @@ struct Play : ServerTest {
       {"hang", [this](auto&) { far().hang(); }},
       {"drop", [this](auto&) { far().drop(); }},
       {"shutDown", [this](auto&) { far().shutDown(); }},
+      {"failFor *", [this](auto& it) { far().failAttempts(KRConnectionCause::tls, it.argument); }},
       {"refuseFor *", [this](auto& it) { far().refuse(it.argument); }},
       {"expire",
        [this](auto&) {

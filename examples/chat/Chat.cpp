@@ -274,11 +274,10 @@ void Chat::acceptSecret() {
 }
 
 void Chat::showStatus() {
-  const bool isConnected = KorivaSDK::shared()->isConnected();
   const Conversation* open = conversations_.find(openID_);
   const auto show = [this](const std::string& text) { console_.show(Console::Style::plain, text); };
   show("you: " + me_ + " on device " + identity_.deviceId);
-  show("server: " + identity_.url + (isConnected ? ", connected" : ", not connected"));
+  show("server: " + identity_.url + ", " + explain(KorivaSDK::shared()->connectionState()));
   show("open: " + (open ? named(*open) : "nothing"));
   if (open) show("members: " + joined(open->record.occupantsUins));
   calls_.showState();
@@ -298,12 +297,11 @@ void Chat::didConnect() {
   link_ = Link::good;
 }
 
-void Chat::didDisconnect() {
-  if (link_ == Link::lost || link_ == Link::over) return;  // an attempt to connect again has failed
-  const bool wasGood = std::exchange(link_, Link::lost) == Link::good;
-  console_.show(Console::Style::error, wasGood ? "! connection lost; trying again within 10 seconds"
-                                               : "! cannot connect to " + identity_.url +
-                                                     "; trying again every 10 seconds");
+void Chat::connectionDidChange(const KRConnectionState& state) {
+  if (link_ == Link::over || state.phase() != KRConnectionState::Phase::waiting) return;
+  const bool isNews = std::exchange(link_, Link::lost) != Link::lost || state.cause() != lostBy_;
+  lostBy_ = state.cause();
+  if (isNews) console_.show(Console::Style::error, "! " + explain(state));
 }
 
 void Chat::didReceiveGroupEvent(const KRGroupEvent& event) {

@@ -62,7 +62,7 @@ class Chat : public KorivaDelegate {
 
   void didReceive(const KRMessage& message) override;
   void didConnect() override;
-  void didDisconnect() override;
+  void connectionDidChange(const KRConnectionState& state) override;
   void didReceiveGroupEvent(const KRGroupEvent& event) override;
   void didUpdateUserStatus(const KRUserStatus& status) override;
   void didReceiveNewGroup(const KRConversation& group) override;
@@ -102,4 +102,5 @@ class Chat : public KorivaDelegate {
   std::string noncePrefix_;
   std::uint64_t messagesSent_ = 0;
   Link link_ = Link::none;
+  KRConnectionCause lostBy_{};
 };

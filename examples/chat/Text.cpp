@@ -1,6 +1,8 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <variant>
@@ -109,6 +111,28 @@ std::string nameOf(KRDefines::OnlineStatus status) {
       break;
   }
   return "in an unknown state";
+}
+
+std::string explain(const KRConnectionState& state) {
+  using Phase = KRConnectionState::Phase;
+  if (state.phase() == Phase::connected) return "connected";
+  if (state.phase() == Phase::connecting) {
+    return "connecting, attempt " + std::to_string(state.attempt());
+  }
+  const auto cause = state.cause();
+  std::string text = "not connected";
+  if (cause == KRConnectionCause::refused) {
+    text = "the server refused the session";
+  } else if (cause == KRConnectionCause::lost || cause == KRConnectionCause::server) {
+    text = "connection lost";
+  } else if (cause != KRConnectionCause::none) {
+    text += ": " + state.reason();
+  }
+  if (!state.nextAttempt()) return text;
+  const auto left = *state.nextAttempt() - std::chrono::steady_clock::now();
+  const auto seconds =
+      std::max<std::int64_t>(0, std::chrono::ceil<std::chrono::seconds>(left).count());
+  return text + "; trying again in " + std::to_string(seconds) + " s";
 }
 
 std::string nameOf(const KRCall& call) {

@@ -18,6 +18,9 @@ std::string contentsOf(const KRMessage& message);
 
 std::string nameOf(KRDefines::OnlineStatus status);
 
+/// Such as "connected", or "the server refused the session; trying again in 9 s".
+std::string explain(const KRConnectionState& state);
+
 /// "voice call" or "video call".
 std::string nameOf(const KRCall& call);
 

@@ -7,11 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <future>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -125,6 +127,29 @@ class KeyExchange : public KorivaDelegate {
   std::int64_t uin_;
 };
 //! [keys]
+
+//! [connection]
+class StatusLine : public KorivaDelegate {
+ public:
+  void connectionDidChange(const KRConnectionState& state) override {
+    using Phase = KRConnectionState::Phase;
+    if (state.phase() == Phase::connected) print("online");
+    if (state.phase() != Phase::waiting) return;
+    const auto left = state.nextAttempt().value() - std::chrono::steady_clock::now();
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(left).count();
+    print("offline, " + state.reason() + "; again in " + std::to_string(seconds) + " s");
+    if (state.cause() == KRConnectionCause::refused) print("perhaps log in anew");
+  }
+};
+//! [connection]
+
+//! [token]
+void keepLoggedIn(KorivaSDK& sdk, const std::function<std::string()>& fetchToken) {
+  sdk.setTokenProvider([fetchToken](KRTokenReply reply) {
+    std::thread([fetchToken, reply = std::move(reply)] { reply(fetchToken()); }).detach();
+  });
+}
+//! [token]
 
 //! [login]
 std::shared_ptr<KorivaSDK> logIn(const std::string& url, std::int64_t uin) {
@@ -313,6 +338,13 @@ void play(const std::string& url) {
 
   printHistory(second, chat);
   await("1001 wrote: Good morning");
+
+  first->addDelegate(std::make_shared<StatusLine>());
+  keepLoggedIn(*first, [] { return "token-1001"; });
+  first->disconnect();
+  await("offline, disconnected by the client; again in ");
+  first->networkDidChange(true);
+  await("online");
 
   auto blocked = std::async(std::launch::async, countBlocked, first, "1001");
   while (blocked.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
