@@ -140,6 +140,7 @@ void Life::login() {
   const bool isNew = random().chance(30);
   onClient("login", [&](Client& client, KorivaSDK& sdk) {
     client.disturbed = now();
+    client.asked.reset();
     client.isNew = isNew;
     sdk.login(client.token, 1001, "device", isNew);
   });
@@ -171,6 +172,28 @@ void Life::changeNetwork() {
     const bool isAllowed = before && (before->hasToldDisconnect || (how == 1 && !before->hasBegun));
     require(isAllowed || client.current == before, invariant::leavesAlone, indexOf(client));
   });
+}
+
+void Life::provideTokens() {
+  const bool isNone = random().chance(20);
+  onClient("setTokenProvider", [&](Client& client, KorivaSDK& sdk) {
+    if (isNone) return sdk.setTokenProvider({});
+    sdk.setTokenProvider([this, index = indexOf(client), token = token("provider")](
+                             KRTokenReply reply) { onQuestion(index, std::move(reply)); });
+  });
+}
+
+/// Perhaps once more, or too late.
+void Life::replyLate() {
+  auto& client = clients_.at(random().below(clients_.size()));
+  if (client.reply) replyTo(client);
+}
+
+void Life::replyTo(Client& client) {
+  const bool isNew = random().chance(70);
+  write("client ", indexOf(client), " is given ", isNew ? "a" : "no", " token");
+  client.hasReplied = true;
+  client.reply(isNew ? client.token : "");
 }
 
 void Life::disconnect() {
@@ -207,6 +230,7 @@ void Life::logoutOf(Client& client, KorivaSDK& sdk) {
           left ? left->number : 0);
   client.current = nullptr;
   client.told = {};
+  client.asked.reset();
   // Heard from now on: there must be nothing.
   sdk.addDelegate(delegate(client, Client::observer));
   client.delegates = {Client::observer};
@@ -217,7 +241,9 @@ void Life::emit(Client& client, bool isDue,
   const auto& current = client.current;
   const bool isUp = current && current->isUp() && current->hasBegun && !current->hasToldDisconnect;
   const auto number = ++numbers_;
-  client.emitted.push_back({number, isDue && isUp ? current->number : 0});
+  const bool isBeingReplaced = client.asked && client.hasReplied;
+  const bool hasToLeave = isDue && isUp && !isBeingReplaced;
+  client.emitted.push_back({number, hasToLeave ? current->number : 0});
   ++requesting_;
   call(std::to_string(number));
   --requesting_;
@@ -364,11 +390,9 @@ void Life::post(Act what) {
 
 /// From another thread.
 void Life::actElsewhere() {
-  static const std::vector<std::pair<Act, unsigned>> acts{{&Life::ask, 4},
-                                                          {&Life::notify, 2},
-                                                          {&Life::postAct, 1},
-                                                          {&Life::release, 1},
-                                                          {&Life::stop, 1}};
+  static const std::vector<std::pair<Act, unsigned>> acts{
+      {&Life::ask, 4},     {&Life::notify, 2},    {&Life::postAct, 1},
+      {&Life::release, 1}, {&Life::replyLate, 2}, {&Life::stop, 1}};
   (this->*choose(acts))();
 }
 

@@ -36,6 +36,19 @@ void Life::onState(int client, int delegate, const KRConnectionState& state) {
   react();
 }
 
+void Life::onQuestion(int index, KRTokenReply reply) {
+  checkMain("a question");
+  auto& client = clients_.at(static_cast<std::size_t>(index));
+  const bool isOver = client.hasReplied || (client.asked && now() - *client.asked >= 20s);
+  require(!client.asked || isOver, invariant::asksOnce, "client ", index);
+  write("(client ", index, " asks for a token)");
+  client.asked = now();
+  client.reply = std::move(reply);
+  client.hasReplied = false;
+  if (random().chance(50)) replyTo(client);
+  react();
+}
+
 /// The client is about to say that it is connected.
 void Life::beginConnection(Client& client) {
   namespace is = invariant;
@@ -69,7 +82,10 @@ void Life::beginFanOut(int index, const std::string& call) {
       connection->isOver = true;
       adopt(connection, index);
     }
-    require(hasCause(), is::connectsOnce, "connection ", connection->number, " disconnects");
+    const bool wasAsking = client.asked && client.disconnecting > 0 && !hasCause();
+    if (client.disconnecting > 0) client.asked.reset();
+    require(hasCause() || wasAsking, is::connectsOnce, "connection ", connection->number,
+            " disconnects");
     connection->hasToldDisconnect = true;
     connection->toldDisconnect = now();
     // A failed attempt counts as a dial.

@@ -72,11 +72,14 @@ void Life::onDial(const std::shared_ptr<Connection>& connection, const std::stri
   write("(connection ", connection->number, " of client ", index, " is dialled)");
   const bool isLast = !client.current || client.current->number <= connection->number;
   if (connection->client == Client::nobody) {
-    require(now() - client.made >= 10s, is::timerWaits, "connection ", connection->number);
+    require(client.asked || now() - client.made >= 10s, is::timerWaits, "connection ",
+            connection->number);
     if (isLast) {
       require(client.heard < connection->number, is::noneStays, "an old connection was heard");
       require(client.current != nullptr, is::noneStays, "a connection is made after the logout");
-      require(client.current->hasToldDisconnect, is::leavesAlone, "the timer of client ", index);
+      require(client.asked || client.current->hasToldDisconnect, is::leavesAlone,
+              "the timer of client ", index);
+      client.asked.reset();
       adopt(connection, index);
     }
     connection->client = index;

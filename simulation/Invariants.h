@@ -32,6 +32,7 @@ inline constexpr Name isConnectedIsTrue = "isConnected() says whether the sessio
 inline constexpr Name tellsState = "the client says, and has told, what becomes of its session";
 inline constexpr Name attemptsEnd = "an attempt to connect, and a dead connection, end in time";
 inline constexpr Name connectsAgain = "with a server that is well the client is connected again";
+inline constexpr Name asksOnce = "a client that asks for a token does not ask again meanwhile";
 inline constexpr Name dialsAsTold = "a client dials the URL it was given, as who it was told to be";
 inline constexpr Name answersHeartbeats = "heartbeats are answered";
 inline constexpr Name readsOn = "a client goes on reading";

@@ -64,24 +64,16 @@ Life::Life(std::uint64_t seed, Journal& journal)
                              {&Life::passTime, 2}}) {
     steps_.push_back(always);
   }
-  acts_ = weighed({{&Life::create, 1},
-                   {&Life::setUrl, 1},
-                   {&Life::reconnect, 4},
-                   {&Life::disconnect, 3},
-                   {&Life::changeNetwork, 3},
-                   {&Life::logout, 1},
-                   {&Life::leave, 1},
-                   {&Life::askOften, 1},
-                   {&Life::notify, 6},
-                   {&Life::addTask, 6},
-                   {&Life::addDelegate, 3},
-                   {&Life::removeDelegate, 2},
-                   {&Life::release, 1},
-                   {&Life::share, 1},
-                   {&Life::driveWithin, 1},
-                   {&Life::stop, 1},
-                   {&Life::postAct, 2},
-                   {&Life::push, 1}});
+  acts_ = weighed({{&Life::create, 1},        {&Life::setUrl, 1},
+                   {&Life::reconnect, 4},     {&Life::disconnect, 3},
+                   {&Life::changeNetwork, 3}, {&Life::provideTokens, 1},
+                   {&Life::replyLate, 2},     {&Life::logout, 1},
+                   {&Life::leave, 1},         {&Life::askOften, 1},
+                   {&Life::notify, 6},        {&Life::addTask, 6},
+                   {&Life::addDelegate, 3},   {&Life::removeDelegate, 2},
+                   {&Life::release, 1},       {&Life::share, 1},
+                   {&Life::driveWithin, 1},   {&Life::stop, 1},
+                   {&Life::postAct, 2},       {&Life::push, 1}});
   acts_.emplace_back(&Life::login, 6);
   acts_.emplace_back(&Life::ask, 16);
   reacting_ = std::array<std::size_t, 4>{0, 10, 30, 60}[random().below(4)];
@@ -164,11 +156,12 @@ void Life::end() {
   hasEnded_ = true;
   write("the end");
   recover();
-  pass(std::max<Duration>(20s, heartbeatLimit_) + 12s);
+  pass(std::max<Duration>(20s, heartbeatLimit_) + 32s);
   for (auto& client : clients_) {
     if (client.sdk && random().chance(30)) logoutOf(client, *client.sdk);
     client.sdk = nullptr;
     client.ears.clear();
+    client.reply = nullptr;
   }
   KorivaSDK::setShared(nullptr);
   pass(30s);
@@ -418,7 +411,7 @@ void Life::restClient(Client& client) {
   require(alive->isConnected() == isUp, is::isConnectedIsTrue, name);
   using Phase = KRConnectionState::Phase;
   const auto said = alive->connectionState().phase();
-  const bool mayConnect = said == Phase::connecting && !orphans_.empty();
+  const bool mayConnect = said == Phase::connecting && (client.asked || !orphans_.empty());
   const auto phase = !connection                     ? Phase::idle
                      : isUp                          ? Phase::connected
                      : connection->hasToldDisconnect ? (mayConnect ? said : Phase::waiting)
@@ -426,6 +419,8 @@ void Life::restClient(Client& client) {
   require(said == phase && client.told == phase, is::tellsState, name, " should have told ",
           static_cast<int>(phase));
   if (isUp) {
+    // Of a session that has expired, nothing may have come.
+    if (client.hasReplied && orphans_.empty()) client.asked.reset();
     require(connection->hasToldConnect, is::tellsAll, name, " does not tell that it is connected");
     require(connection->incoming.empty() && connection->halfTold.empty(), is::pushesInOrder, name,
             " keeps what has arrived");
@@ -434,13 +429,16 @@ void Life::restClient(Client& client) {
       require(each.connection != connection->number, is::sentInOrder, each.number, " is not sent");
     }
   } else if (connection) {
-    const bool isOver = connection->isOver || connection->isClosed;
+    const bool isBeingReplaced = client.asked && client.hasReplied;
+    const bool isOver = !isBeingReplaced && (connection->isOver || connection->isClosed);
     require(!isOver || connection->hasToldDisconnect, is::tellsAll, name,
             " does not tell of the end");
+    const auto longest = client.asked ? 30s : 10s;
     const auto free = std::max(connection->toldDisconnect, busyUntil_);
-    require(!connection->hasToldDisconnect || now() - free <= 10s + 250ms, is::connectsSoon, name);
+    require(!connection->hasToldDisconnect || now() - free <= longest + 250ms, is::connectsSoon,
+            name);
     const auto since = now() - std::max(wellSince_, client.disturbed);
-    const auto limit = std::max<Duration>(20s, heartbeatLimit_) + 11s;
+    const auto limit = std::max<Duration>(20s, heartbeatLimit_) + 11s + (client.reply ? 20s : 0s);
     require(!isWell_ || since <= limit, is::connectsAgain, name);
   }
   client.emitted.clear();

@@ -41,6 +41,7 @@ class Life {
   // Callbacks.cpp
   void onCall(int client, int delegate, std::string_view call, std::optional<int> number);
   void onState(int client, int delegate, const KRConnectionState& state);
+  void onQuestion(int client, KRTokenReply reply);
   void onCompletion(int number, bool isSuccess);
   void onCompletionEnd(int number);
   void onTask(int client, int number, bool isReady);
@@ -84,6 +85,9 @@ class Life {
   void login();
   void reconnect();
   void changeNetwork();
+  void provideTokens();
+  void replyLate();
+  void replyTo(Client& client);
   void disconnect();
   void logout();
   void leave();

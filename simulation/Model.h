@@ -71,8 +71,11 @@ struct Client {
   std::shared_ptr<Connection> current;                  ///< the last of its session
   std::deque<int> waiting;                              ///< ready tasks
   std::vector<std::deque<int>>
-      batches;                   ///< of tasks that are being run, each within the one before
-  std::deque<Emission> emitted;  ///< to be sent yet
+      batches;                     ///< of tasks that are being run, each within the one before
+  std::deque<Emission> emitted;    ///< to be sent yet
+  std::optional<TimePoint> asked;  ///< for a token, and nothing has come of it yet
+  bool hasReplied = false;
+  KRTokenReply reply;  ///< to the last question
   bool isReady = false;
   KRConnectionState::Phase told{};  ///< the last that delegates have heard
   int disconnecting = 0;            ///< calls under way
