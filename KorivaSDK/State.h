@@ -55,6 +55,7 @@ struct KorivaSDK::State {
   void startReconnectTimer();
 
   // ConnectionState.cpp
+  [[nodiscard]] std::string withoutToken(std::string text) const;  ///< of the session
   void moveTo(KRConnectionState::Members next);
   void moveToConnecting();
   void moveToConnected();

@@ -7,7 +7,7 @@ using namespace koriva::test;
 
 namespace {
 
-void print(const std::string& line) { koriva::printLine(line); }
+constexpr auto print = koriva::test::printLine;
 
 /// A client that a script's steps are done to, and what is printed. Time passes, by the client's
 /// own constants, only where a script says so.

@@ -212,7 +212,7 @@ TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
   turns.release(std::ssize(links));
   threads.clear();
   renewClient();  // which ends what still waits
-  KRRunLoop::main().post([] { koriva::printLine("end"); });
+  KRRunLoop::main().post([] { koriva::test::printLine("end"); });
   printedTo("end\n");
   for (const auto& own : links) EXPECT_TRUE(std::ranges::is_sorted(own, std::less_equal<>()));
   console.take();
@@ -264,7 +264,7 @@ TEST_F(ImpatientClient, IsToldOfAWakeUpThatThrowsAndWokenAgainAndStoppedWhileItW
     if (left-- > 0) throw std::runtime_error("cannot wake up");
     isWoken.release();
   }));
-  loop.post([] { koriva::printLine("task"); });
+  loop.post([] { koriva::test::printLine("task"); });
   EXPECT_TRUE(isWoken.try_acquire_for(patience));
   const auto poll = [&] { loop.poll(); };
   EXPECT_THAT(poll, testing::ThrowsMessage<std::runtime_error>("cannot wake up"));

@@ -11,7 +11,7 @@
 
 namespace koriva::test {
 
-using koriva::printLine;
+inline void printLine(std::string line) { koriva::printLine(KRLogLevel::info, std::move(line)); }
 
 /// Catches standard output, failures included, and shows it after all when the test fails.
 struct Console {
