@@ -287,6 +287,8 @@ TEST_F(ImpatientClient, IsNotDrivenByAForkedProcess) {
   loop.run();
   if (child == 0) {
     loop.post([] { std::abort(); });
+    koriva::setLogSink([](auto&&...) { std::abort(); });
+    koriva::logLine(KRLogLevel::error, "");
     loop.poll(), loop.run(), loop.runFor(1h), loop.stop(), loop.detach();
     const int code = loop.attach([] {}) ? 1 : 0;
     // To the sanitizer, what the threads hold that are not here looks like a leak.

@@ -7,11 +7,12 @@
 #include <optional>
 
 #include "KorivaSDK/RequestChannel.h"
+#include "socketio/Platform.h"
 #include "tests/support/Peer.h"
 
 namespace koriva::test {
 
-inline void printLine(std::string line) { koriva::printLine(KRLogLevel::info, std::move(line)); }
+inline void printLine(const std::string& line) { platform::writeLine(line); }
 
 /// Catches standard output, failures included, and shows it after all when the test fails.
 struct Console {
