@@ -46,11 +46,11 @@
 /// KRRunLoop::main().run();
 /// ```
 ///
-/// **Threads.** `shared`, `isConnected` and the request methods may be called from any thread;
-/// everything else belongs to the main thread, the one that drives `KRRunLoop::main()`. Every
-/// completion and delegate call runs there, never inside the request method. Calls from one thread
-/// take effect in call order: what was sent before `logout()` still arrives, as long as the run
-/// loop is driven on: for a moment, or until `KRRunLoop::stop()` was heeded.
+/// **Threads.** `shared`, `create`, `isConnected` and the request methods may be called from any
+/// thread; everything else belongs to the main thread, the one that drives `KRRunLoop::main()`.
+/// Every completion and delegate call runs there, never inside the request method. Calls from one
+/// thread take effect in call order: what was sent before `logout()` still arrives, as long as the
+/// run loop is driven on: for a moment, or until `KRRunLoop::stop()` was heeded.
 ///
 /// **Completions.** A request never waits for the connection. With no socket (before `login`, after
 /// `logout`) it does nothing, and its completion is never called. Otherwise the completion is
