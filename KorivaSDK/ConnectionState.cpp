@@ -29,8 +29,12 @@ KRConnectionState KorivaSDK::connectionState() const {
   return KRConnectionState(std::atomic_load(&state_->connectionState));
 }
 
+std::string KorivaSDK::State::withoutToken(std::string text) const {
+  return token.empty() ? text : replaceAll(std::move(text), token, "…");
+}
+
 void KorivaSDK::State::moveTo(KRConnectionState::Members next) {
-  if (!token.empty()) next.why.reason = replaceAll(std::move(next.why.reason), token, "…");
+  next.why.reason = withoutToken(std::move(next.why.reason));
   std::atomic_store(&connectionState,
                     std::make_shared<const KRConnectionState::Members>(std::move(next)));
   isChangeUntold = true;
@@ -63,7 +67,7 @@ void KorivaSDK::State::onEnded(const socketio::Ending& why) {
     next.nextAttempt = reconnectTimer->next();
   }
   moveTo(std::move(next));
-  printLine("KorivaSDK - socket disconnected");
+  printLine(KRLogLevel::info, "KorivaSDK - socket disconnected");
   forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
   tellChange();
 }

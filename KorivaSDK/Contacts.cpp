@@ -1,16 +1,35 @@
 #include "KorivaSDK/Decodings.h"
 #include "KorivaSDK/State.h"
+#include "extensions/JSONText.h"
 
 using namespace koriva;
 
 namespace {
 
-/// The whole answer as text, whatever it says. Log filters know the line, of unregistering too.
-Decoded<std::string> decodeJsonText(Answer& answer) {
-  auto text = answer.prettyPrinted();
-  if (!text) return KRResult<std::string>::failure(KRError::parsingFailed);
-  printLine("KorivaSDK - register_profile_token result: " + *text);
-  return KRResult<std::string>::success(*std::move(text));
+void printToken(const std::string& event, const std::string& token) {
+  printLine(KRLogLevel::debug,
+            [&](const Log& log) { return "KorivaSDK - " + event + ": " + log.secret(token); });
+}
+
+std::string escaped(std::string_view text) {
+  std::string quoted;
+  json::appendText(quoted, text);
+  return quoted.substr(1, quoted.size() - 2);
+}
+
+/// The whole answer as text, whatever it says, be it the token. Log filters know the line, of
+/// unregistering too.
+auto decodeJsonText(const std::string& token) {
+  return [token](Answer& answer) -> Decoded<std::string> {
+    auto text = answer.prettyPrinted();
+    if (!text) return KRResult<std::string>::failure(KRError::parsingFailed);
+    printLine(KRLogLevel::debug, [&](const Log& log) {
+      const auto shown =
+          token.empty() ? *text : replaceAll(*text, escaped(token), escaped(log.secret(token)));
+      return "KorivaSDK - register_profile_token result: " + shown;
+    });
+    return KRResult<std::string>::success(*std::move(text));
+  };
 }
 
 }  // namespace
@@ -33,20 +52,20 @@ void KorivaSDK::getBlockContactList(const std::string& userID,
 void KorivaSDK::registerFCMToken(std::int64_t uin, const std::string& token,
                                  KRDefines::TokenType type, const std::string& deviceId,
                                  KRCompletion<std::string> completion) {
-  printLine("KorivaSDK - register_profile_token: " + token);
+  printToken("register_profile_token", token);
   state_->channel.request(
       "register_profile_token",
       {{"uin", uin}, {"type", rawValue(type)}, {"token", token}, {"device_id", deviceId}},
-      decodeJsonText, std::move(completion), noFailureLine);
+      decodeJsonText(token), std::move(completion), noFailureLine);
 }
 
 // Servers take the user as text here and in a logout.
 void KorivaSDK::unregisterFCMToken(std::int64_t uin, const std::string& token,
                                    KRDefines::TokenType /*type*/,
                                    KRCompletion<std::string> completion) {
-  printLine("KorivaSDK - unregister_profile_token: " + token);
+  printToken("unregister_profile_token", token);
   state_->channel.request("unregister_profile_token",
-                          {{"uin", std::to_string(uin)}, {"token", token}}, decodeJsonText,
+                          {{"uin", std::to_string(uin)}, {"token", token}}, decodeJsonText(token),
                           std::move(completion), noFailureLine);
 }
 

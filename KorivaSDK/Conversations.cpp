@@ -31,14 +31,18 @@ void KorivaSDK::muteGroup(const std::string& groupID, bool isMute, KRCompletion<
 
 void KorivaSDK::togglePin(const std::string& groupID, bool isPin, KRCompletion<bool> completion) {
   const std::string_view event = isPin ? "pin_group" : "unpin_group";
-  printLine("KorivaSDK - " + std::string(event) + ", group_id: " + groupID);
+  printLine(KRLogLevel::debug, [&](const Log&) {
+    return "KorivaSDK - " + std::string(event) + ", group_id: " + groupID;
+  });
   state_->channel.request(event, {{"group_id", groupID}}, decodeBoolean, std::move(completion));
 }
 
 void KorivaSDK::checkGroup(const std::string& groupType, const std::vector<std::string>& userIds,
                            KRCompletion<KRConversation> completion) {
-  const auto uins = boost::json::array(userIds.begin(), userIds.end());
-  printLine("KorivaSDK - check_group, occupants_uins: " + json::printedForm(uins));
+  printLine(KRLogLevel::debug, [&](const Log&) {
+    const auto uins = boost::json::array(userIds.begin(), userIds.end());
+    return "KorivaSDK - check_group, occupants_uins: " + json::printedForm(uins);
+  });
   state_->channel.request("check_group", {{"type", groupType}, {"occupants_uins", userIds}},
                           decodeConversation, std::move(completion));
 }

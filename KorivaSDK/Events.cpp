@@ -84,7 +84,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
   using Kind = KRGroupEventKind;
 
   on(socketio::connectEvent, [this](const Items&) {
-    printLine("KorivaSDK - socket connected");
+    printLine(KRLogLevel::info, "KorivaSDK - socket connected");
     isNew = false;
     isReady = true;
     moveToConnected();
@@ -107,9 +107,14 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
     forEachDelegate([](KorivaDelegate& to) { to.didReceiveError(KRError::expired); });
     if (tokenProvider && connection->status() == Status::connected) askForToken();
   });
-  // The client's own errors come under this name too, as texts.
-  pushAsItIs("error", [](KorivaDelegate& to, const ServerError& it) {
-    to.didReceiveError(KRError(it.error));
+  on("error", [this, notify](const Items& items) {
+    // The client's own errors come under this name too.
+    if (const auto text = json::firstText(items.text())) {
+      return logLine(KRLogLevel::warning, "KorivaSDK - " + withoutToken(*text));
+    }
+    notify(
+        json::decodeFirst<ServerError>(items.text()),
+        [](KorivaDelegate& to, const ServerError& it) { to.didReceiveError(KRError(it.error)); });
   });
   push("user_status", [](KorivaDelegate& to, const KRUserStatusResponse& it) {
     to.didUpdateUserStatus(it.userStatus);
@@ -132,7 +137,7 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
   });
   // No delegate is told of this one.
   on("delete_conversation", [](const Items& items) {
-    if (Answer(items).isJson()) printLine("delete_conversation");
+    if (Answer(items).isJson()) printLine(KRLogLevel::debug, "delete_conversation");
   });
   push("block_user", &KorivaDelegate::didBlockContact);
   push("unblock_user", &KorivaDelegate::didUnblockContact);

@@ -13,6 +13,7 @@
 /// thread.
 class KR_EXPORT KRConnectionState {
  public:
+  /// What there is of a connection.
   enum class Phase : std::int64_t {
     idle,        ///< no session: before `login`, after `logout`
     connecting,  ///< an attempt is under way

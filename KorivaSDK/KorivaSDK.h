@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "KorivaSDK/KRError.h"
+#include "KorivaSDK/KRLog.h"
 #include "KorivaSDK/KRResult.h"
 #include "KorivaSDK/KRRunLoop.h"
 #include "KorivaSDK/KRVersion.h"
@@ -51,11 +52,12 @@ using KRTokenProvider = std::function<void(KRTokenReply reply)>;
 /// KRRunLoop::main().run();
 /// ```
 ///
-/// **Threads.** `shared`, `isConnected`, `connectionState` and the request methods may be called
-/// from any thread; everything else belongs to the main thread, the one that drives `KRRunLoop::main()`. Every
-/// completion and delegate call runs there, never inside the request method. Calls from one thread
-/// take effect in call order: what was sent before `logout()` still arrives, as long as the run
-/// loop is driven on: for a moment, or until `KRRunLoop::stop()` was heeded.
+/// **Threads.** `shared`, `create`, `isConnected`, `connectionState` and the request methods may be
+/// called from any thread; everything else belongs to the main thread, the one that drives
+/// `KRRunLoop::main()`. Every completion and delegate call runs there, never inside the request
+/// method. Calls from one thread take effect in call order: what was sent before `logout()` still
+/// arrives, as long as the run loop is driven on: for a moment, or until `KRRunLoop::stop()` was
+/// heeded.
 ///
 /// **Completions.** A request never waits for the connection. With no socket (before `login`, after
 /// `logout`) it does nothing, and its completion is never called. Otherwise the completion is
@@ -70,8 +72,12 @@ using KRTokenProvider = std::function<void(KRTokenReply reply)>;
 /// socket. **Only `logout()` ends that; `disconnect()` does not.** `connectionState` says why there
 /// is none, a token provider keeps the session alive, and `networkDidChange` saves waiting.
 ///
+/// **Several accounts.** Each has a client: `create()` makes further ones beside the shared one. To
+/// the server they are devices, each on a connection of its own.
+///
 /// **Console.** Diagnostics are lines on standard output, some with push tokens or the key material
-/// of secret chats; the session token is never among them.
+/// of secret chats; the session token is never among them. `koriva::setLogSink` takes them from
+/// there, and shortens what is secret.
 class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   struct Passkey {
     explicit Passkey() = default;
@@ -86,7 +92,15 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// the background and completions still awaited are never called. From any thread.
   static void setShared(std::shared_ptr<KorivaSDK> client);
 
-  /// Not for applications: use `shared()`.
+  /// Another client, for one more account. It has a server, a session, delegates and queued tasks
+  /// of its own; the run loop, the network and the log are those of all. From any thread.
+  ///
+  /// It lives as long as somebody holds it, and ends as a shared one does that was replaced. A
+  /// delegate hears the client that it was added to; one that is added to several is not told which
+  /// it is.
+  [[nodiscard]] static std::shared_ptr<KorivaSDK> create();
+
+  /// Not for applications: use `shared()` or `create()`.
   explicit KorivaSDK(Passkey);
   ~KorivaSDK();
   KorivaSDK(const KorivaSDK&) = delete;
@@ -256,7 +270,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
 
   /// Registers the device's push token ("register_profile_token"). Success carries the server's
   /// answer as JSON text, whatever it says: indented, or if that is more than 64 KiB without any
-  /// white space. The token appears on the console.
+  /// white space. The token appears on the console, shortened in a log sink.
   void registerFCMToken(std::int64_t uin, const std::string& token, KRDefines::TokenType type,
                         const std::string& deviceId, KRCompletion<std::string> completion = {});
 
@@ -284,7 +298,7 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
             const std::string& senderUin, const std::string& receiverUin,
             KRCompletion<KRCallEvent> completion = {});
 
-  // Secret chats. The keys appear on the console, and travel as they are.
+  // Secret chats. The keys appear on the console, shortened in a log sink, and travel as they are.
 
   /// Starts a secret chat ("start_secret_chat"): success carries its conversation. Fails
   /// with `failed` when the server refuses, with `parsingFailed` when the answer cannot be read.

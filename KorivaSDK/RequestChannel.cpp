@@ -5,18 +5,6 @@
 
 #include "socketio/Platform.h"
 
-void koriva::printLine(std::string line) {
-  if (platform::isForkedChild()) return;
-  static std::atomic<std::size_t> dropped = 0;
-  auto missing = dropped.exchange(0);
-  if (missing != 0 &&
-      platform::writeLine("KorivaSDK - lines dropped: " + std::to_string(missing))) {
-    missing = 0;
-  }
-  if (missing != 0 || !platform::writeLine(std::move(line))) ++missing;
-  dropped += missing;
-}
-
 namespace koriva {
 
 Answer::Answer(const socketio::Items& items) : items_(items.text()) {
@@ -57,7 +45,8 @@ void Answer::note(boost::system::error_code error) {
 }
 
 void Answer::printProblem(const char* problem) {
-  printLine(std::string("KorivaSDK - getDataFromAck failed with error: ") + problem);
+  printLine(KRLogLevel::warning,
+            std::string("KorivaSDK - getDataFromAck failed with error: ") + problem);
 }
 
 std::shared_ptr<socketio::Connection> RequestChannel::connection() const {
@@ -77,8 +66,8 @@ void RequestChannel::emit(std::string_view event, Payload&& payload,
 
 void RequestChannel::printFailure(std::string_view name) {
   if (name.empty()) return;
-  printLine("KorivaSDK - " + std::string(name) +
-            " failed with error: " + KRError::parsingFailed.localizedDescription());
+  printLine(KRLogLevel::warning, "KorivaSDK - " + std::string(name) + " failed with error: " +
+                                     KRError::parsingFailed.localizedDescription());
 }
 
 }  // namespace koriva

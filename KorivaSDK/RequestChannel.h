@@ -8,15 +8,13 @@
 #include <utility>
 
 #include "KorivaSDK/KorivaSDK.h"
+#include "KorivaSDK/Log.h"
 #include "KorivaSDK/Payload.h"
 #include "KorivaSDK/RunLoopInternals.h"
 #include "extensions/JSONItems.h"
 #include "socketio/Connection.h"
 
 namespace koriva {
-
-/// Writes a whole line to standard output, and flushes it.
-void printLine(std::string line);
 
 /// What the server has answered or pushed, of which only the first item counts. It is read once.
 class Answer {

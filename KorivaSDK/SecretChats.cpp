@@ -7,9 +7,16 @@ using namespace koriva;
 
 namespace {
 
-// The keys are shown as they are: applications rely on these lines.
+// Standard output shows the keys as they are: applications rely on these lines.
 void printPayload(const std::string& event, const KRDictionary& payload) {
-  printLine(event + ":  " + json::printedForm(payload));
+  printLine(KRLogLevel::debug, [&](const Log& log) {
+    KRDictionary shown = payload;
+    for (const auto* const name : {"identity_key", "base_key", "one_time_pre_key"}) {
+      auto& key = shown.at(name).as_string();
+      key = log.secret(std::string(key));
+    }
+    return event + ":  " + json::printedForm(shown);
+  });
 }
 
 Decoded<bool> acceptAnyAnswer(Answer& answer) {

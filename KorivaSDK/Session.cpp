@@ -50,7 +50,7 @@ socketio::Endpoint koriva::parseDefaultUrl(std::string_view url) {
 std::shared_ptr<KorivaSDK> KorivaSDK::shared() {
   auto& holder = sharedClient();
   const std::lock_guard lock(holder.mutex);
-  if (!holder.client) holder.client = std::make_shared<KorivaSDK>(Passkey{});
+  if (!holder.client) holder.client = create();
   return holder.client;
 }
 
@@ -59,6 +59,8 @@ void KorivaSDK::setShared(std::shared_ptr<KorivaSDK> client) {
   const std::lock_guard lock(holder.mutex);
   holder.client.swap(client);
 }
+
+std::shared_ptr<KorivaSDK> KorivaSDK::create() { return std::make_shared<KorivaSDK>(Passkey{}); }
 
 KorivaSDK::KorivaSDK(Passkey) : state_(std::make_unique<State>(*this)) {
   KRRunLoop::main();  // takes the descriptors that it needs

@@ -67,6 +67,7 @@ struct KorivaSDK::State {
   bool stopAsking();                          ///< false when nobody was asked
 
   // ConnectionState.cpp
+  [[nodiscard]] std::string withoutToken(std::string text) const;  ///< of the session
   void moveTo(KRConnectionState::Members next);
   void moveToConnecting();
   void moveToConnected();

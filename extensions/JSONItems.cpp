@@ -96,6 +96,15 @@ bool areItems(std::string_view text) {
   return at && reader.itemsEnd(at);
 }
 
+std::optional<std::string> firstText(std::string_view items) {
+  Reader reader(items);
+  const char* const at = reader.skipSpace(items.data());
+  if (reader.peek(at) != '"') return std::nullopt;
+  std::string text;
+  const char* const end = reader.text(at + 1, text);
+  return end && reader.itemsEnd(end) ? std::optional(std::move(text)) : std::nullopt;
+}
+
 bool isFirstText(std::string_view items, std::string_view text) {
   constexpr std::size_t longestEscape = 6;
   Reader reader(items);
@@ -103,9 +112,7 @@ bool isFirstText(std::string_view items, std::string_view text) {
   if (reader.peek(at) != '"') return false;
   const char* const end = reader.skipText(at + 1);
   if (!end || static_cast<std::size_t>(end - at) > longestEscape * text.size() + 2) return false;
-  std::string first;
-  reader.text(at + 1, first);
-  return first == text && reader.itemsEnd(end);
+  return firstText(items) == text;
 }
 
 std::optional<std::string> prettyPrinted(std::string_view items) {

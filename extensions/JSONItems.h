@@ -23,6 +23,9 @@ boost::system::result<T> decodeFirst(std::string_view items) {
 /// Whether there are items, and all of them are JSON.
 bool areItems(std::string_view text);
 
+/// The first of the items, when that is a text and all of them are JSON.
+std::optional<std::string> firstText(std::string_view items);
+
 /// Whether the first of the items is this text.
 bool isFirstText(std::string_view items, std::string_view text);
 

@@ -60,12 +60,16 @@ both('connection lost')
 sandbox(SANDBOX, port)
 both('connected again')
 
-for script, patience, status in (
-    ('/open 1001\n/wait open: #1\nlast words', PATIENCE, 0),
-    ('/wait for ever', 0, 1),
+for script, patience, options, status in (
+    ('/open 1001\n/wait open: #1\nlast words', PATIENCE, ['--verbose'], 0),
+    ('/wait for ever', 0, [], 1),
 ):
-    run = subprocess.run(client(1003, patience), input=script.encode(), timeout=2 * PATIENCE)
+    command = [*client(1003, patience), *options]
+    run = subprocess.run(
+        command, input=script, stdout=subprocess.PIPE, text=True, timeout=2 * PATIENCE
+    )
     assert run.returncode == status
+    assert ('KorivaSDK - socket connected\n' in run.stdout) == bool(options), run.stdout
 one.expect('1003: last words')
 for side, line in (one, '/quit\n'), (two, '\4'):
     side.type(line, end='')

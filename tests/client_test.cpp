@@ -1,3 +1,5 @@
+#include <array>
+#include <semaphore>
 #include <thread>
 
 #include "tests/support/Harness.h"
@@ -7,7 +9,11 @@ using namespace koriva::test;
 
 namespace {
 
-void print(const std::string& line) { koriva::printLine(line); }
+constexpr auto print = koriva::test::printLine;
+
+std::string withBadBytes(const std::string& text) {
+  return boost::replace_all_copy(text, "(bad byte)", "\xff");
+}
 
 /// A client that a script's steps are done to, and what is printed. Time passes, by the client's
 /// own constants, only where a script says so.
@@ -19,6 +25,7 @@ struct Play : ServerTest {
     koriva::timing().limits = patient;
     koriva::timing().reconnectInterval = 1h;
   }
+  ~Play() override { koriva::setLogSink({}); }
   void TestBody() override {}
   std::string next() {
     auto line = printedTo("\n");
@@ -55,6 +62,17 @@ struct Play : ServerTest {
     if (far().frames().empty()) print("nothing");
     peer->forget();
   }
+  /// From now on a sink prints the lines with their levels.
+  void takeLog(const std::string& lowest) {
+    static const std::array<std::string, 4> levels{"debug", "info", "warning", "error"};
+    const auto level = std::ranges::find(levels, lowest) - levels.begin();
+    koriva::setLogSink(
+        [this](KRLogLevel of, std::string_view line) {
+          print(levels.at(static_cast<std::size_t>(of)) + ": " + std::string(line));
+          if (withinSink) std::exchange(withinSink, {})();
+        },
+        static_cast<KRLogLevel>(level));
+  }
   void exhaust(bool network) {
     const auto fail = [] { throw std::bad_alloc(); };
     const auto& environment = loop.internals().environment();
@@ -89,6 +107,7 @@ struct Play : ServerTest {
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
   std::shared_ptr<KorivaSDK> other;
   std::map<std::string, std::shared_ptr<Recorder>> recorders;
+  std::function<void()> withinSink;
   const Steps steps{
       {"pass *",
        [this](auto& it) {
@@ -129,7 +148,7 @@ struct Play : ServerTest {
       {"loginAsNew", [this](auto&) { login(true); }},
       {"loginAs *",
        [this](auto& it) {
-         const auto name = boost::replace_all_copy(it.argument, "(bad byte)", "\xff");
+         const auto name = withBadBytes(it.argument);
          sdk->login(name, 1002, name, false);
        }},
       {"logout", [this](auto&) { sdk->logout(); }},
@@ -140,6 +159,7 @@ struct Play : ServerTest {
       {"status", [this](auto&) { print(sdk->isConnected() ? "connected" : "not connected"); }},
       {"leave", [this](auto&) { other = sdk, renewClient(); }},
       {"return", [this](auto&) { sdk.swap(other); }},
+      {"create", [this](auto&) { sdk = KorivaSDK::create(); }},
       {"share", [this](auto&) { KorivaSDK::setShared(sdk); }},
       {"shared", [this](auto&) { print(KorivaSDK::shared() == sdk ? "this one" : "another"); }},
       {"print *", [](auto& it) { print(it.argument); }},
@@ -163,6 +183,16 @@ struct Play : ServerTest {
        [this](auto& it) {
          for (auto left = numberIn(it); left > 0; --left) sdk->sendGroupEvent("1001", {});
        }},
+      {"pin *", [this](auto& it) { sdk->togglePin(withBadBytes(it.argument), true, {}); }},
+      {"register *", [this](auto& it) { sdk->registerFCMToken(1, it.argument, {}, ""); }},
+      {"unregister *", [this](auto& it) { sdk->unregisterFCMToken(1, it.argument, {}); }},
+      {"acceptSecret *",
+       [this](auto& it) {
+         sdk->acceptSecretChat(1, "g", "d", it.argument, it.argument, it.argument);
+       }},
+      {"sink *", [this](auto& it) { takeLog(it.argument); }},
+      {"noSink", [](auto&) { koriva::setLogSink({}, KRLogLevel::error); }},
+      {"withinSink:", [this](auto& it) { withinSink = doing(it); }},
       {"logoutEvent", [this](auto&) { sdk->sendLogoutEvent(1001, 1); }},
       {"delegate *",
        [this](auto& it) {
@@ -205,6 +235,30 @@ TEST(Client, TellsItsStateAndIsSteered) {
 TEST(Client, FollowsTheProtocol) {
   if (realServer()) GTEST_SKIP() << "it says what it likes";
   followScripts<ProtocolPlay>("protocol.txt");
+}
+
+TEST(LogSinks, AreReplacedWhileOtherThreadsLog) {
+  const auto write = [](const std::stop_token& end) {
+    while (!end.stop_requested()) koriva::logLine(KRLogLevel::info, "line");
+  };
+  const std::array<std::jthread, 2> writers{std::jthread(write), std::jthread(write)};
+  for (int round = 0; round < 10; ++round) {
+    const auto taken = std::make_shared<std::counting_semaphore<>>(0);
+    koriva::setLogSink([taken](auto&&...) { taken->release(); });
+    EXPECT_TRUE(taken->try_acquire_for(patience));
+  }
+  koriva::setLogSink({});
+}
+
+TEST(LogSinks, ThatThrowOnAnotherThreadAreHeardOfOnce) {
+  koriva::setLogSink([](auto&&...) { throw std::runtime_error("no room"); });
+  std::jthread([] {
+    for (int line = 0; line < 3; ++line) koriva::logLine(KRLogLevel::info, "line");
+  }).join();
+  const auto poll = [] { KRRunLoop::main().poll(); };
+  EXPECT_THAT(poll, ::testing::ThrowsMessage<std::runtime_error>("no room"));
+  koriva::setLogSink({});
+  poll();
 }
 
 TEST(Build, IsOfThisVersionAndUrl) {

@@ -214,7 +214,7 @@ TEST_F(ImpatientClient, TakesRequestsFromAnyThread) {
   turns.release(std::ssize(links));
   threads.clear();
   renewClient();  // which ends what still waits
-  KRRunLoop::main().post([] { koriva::printLine("end"); });
+  KRRunLoop::main().post([] { koriva::test::printLine("end"); });
   printedTo("end\n");
   for (const auto& own : links) EXPECT_TRUE(std::ranges::is_sorted(own, std::less_equal<>()));
   console.take();
@@ -266,7 +266,7 @@ TEST_F(ImpatientClient, IsToldOfAWakeUpThatThrowsAndWokenAgainAndStoppedWhileItW
     if (left-- > 0) throw std::runtime_error("cannot wake up");
     isWoken.release();
   }));
-  loop.post([] { koriva::printLine("task"); });
+  loop.post([] { koriva::test::printLine("task"); });
   EXPECT_TRUE(isWoken.try_acquire_for(patience));
   const auto poll = [&] { loop.poll(); };
   EXPECT_THAT(poll, testing::ThrowsMessage<std::runtime_error>("cannot wake up"));
@@ -289,6 +289,8 @@ TEST_F(ImpatientClient, IsNotDrivenByAForkedProcess) {
   loop.run();
   if (child == 0) {
     loop.post([] { std::abort(); });
+    koriva::setLogSink([](auto&&...) { std::abort(); });
+    koriva::logLine(KRLogLevel::error, "");
     loop.poll(), loop.run(), loop.runFor(1h), loop.stop(), loop.detach();
     const int code = loop.attach([] {}) ? 1 : 0;
     // To the sanitizer, what the threads hold that are not here looks like a leak.

@@ -12,14 +12,15 @@
 #include <iostream>
 #include <thread>
 
-#include "KorivaSDK/RequestChannel.h"
+#include "KorivaSDK/Log.h"
 #include "socketio/Environment.h"
 
 using namespace std::chrono_literals;
-using koriva::printLine;
 using koriva::platform::writeLine;
 
 namespace {
+
+void printLine(const std::string& line) { koriva::printLine(KRLogLevel::info, line); }
 
 /// Ends a test that is a process, unless the condition holds.
 void demand(bool condition, const std::string& otherwise) {

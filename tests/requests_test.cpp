@@ -163,7 +163,7 @@ TEST_F(RequestsTest, WithoutASocketOnlyPrintTheirTrace) {
     unused.erase(request.name);
   }
   EXPECT_TRUE(unused.empty()) << unused.begin()->first;
-  KRRunLoop::main().post([] { koriva::printLine("end"); });
+  KRRunLoop::main().post([] { koriva::test::printLine("end"); });
   EXPECT_EQ(printedTo("end\n"), traces + "end\n");
 }
 

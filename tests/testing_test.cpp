@@ -12,17 +12,12 @@ using Texts = std::vector<std::string>;
 class TestingTest : public ::testing::Test {
  protected:
   TestingTest() {
-    KorivaSDK::setShared(nullptr);
     server->onFailure([this](const std::string& failure) { failures.push_back(failure); });
   }
-  ~TestingTest() override {
-    KorivaSDK::setShared(nullptr);
-    koriva::timing() = {};
-  }
+  ~TestingTest() override { koriva::timing() = {}; }
 
   std::shared_ptr<KorivaSDK> login(const std::string& token = "token") {
-    KorivaSDK::setShared(nullptr);
-    const auto sdk = KorivaSDK::shared();
+    const auto sdk = KorivaSDK::create();
     sdk->login(token, 1001, "device", false);
     server->run();
     return sdk;
@@ -70,15 +65,19 @@ TEST_F(TestingTest, ServesClientsByTheirTokens) {
   server->onLogin([this](const auto& login) {
     server->push("error", {{"error", login.token == "a" ? 1 : 2}}, login.token);
   });
-  const auto recorder = std::make_shared<Recorder>("heard");
-  KorivaSDK::shared()->addDelegate(recorder);
-  const auto first = KorivaSDK::shared();
+  const auto first = KorivaSDK::create();
+  first->addDelegate(std::make_shared<Recorder>("a"));
   first->setBaseUrl("https://[::1]:1");
   first->login("a", 1, "d +%", true);
   server->run();
-  EXPECT_TRUE(console.takeTo("heard didReceiveError 1\n"));
+  EXPECT_TRUE(console.takeTo("a didConnect\na didReceiveError 1\n"));
   const auto second = login("b");
-  second->addDelegate(recorder);
+  second->addDelegate(std::make_shared<Recorder>("b"));
+  server->push("error", {{"error", 3}}, "a");
+  server->push("error", {{"error", 4}}, "b");
+  server->run();
+  const auto connected = "KorivaSDK - socket connected\n";
+  EXPECT_EQ(console.take(), connected + std::string("a didReceiveError 3\nb didReceiveError 4\n"));
   mute(*first, "first");
   mute(*second, "second");
   server->run();

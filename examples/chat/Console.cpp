@@ -1,6 +1,5 @@
 #include "Console.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -8,9 +7,9 @@
 #include <array>
 #include <cerrno>
 #include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <system_error>
 
 namespace {
 
@@ -19,21 +18,6 @@ constexpr std::size_t kRememberedLines = 1000;
 /// In the order of Console::Style.
 constexpr std::array<const char*, 6> kColours = {"",         "\033[36m", "\033[32m",
                                                  "\033[33m", "\033[31m", "\033[2m"};
-
-int checked(int result) {
-  if (result < 0) throw std::system_error(errno, std::generic_category(), "chat");
-  return result;
-}
-
-/// Points standard output into a pipe and returns the pipe's other end. Nothing ever waits for the
-/// pipe: what does not fit is lost.
-int divertStandardOutput() {
-  std::array<int, 2> ends{};
-  checked(pipe2(ends.data(), O_NONBLOCK | O_CLOEXEC));
-  checked(dup2(ends[1], STDOUT_FILENO));
-  close(ends[1]);
-  return ends[0];
-}
 
 /// Reads what is there. Returns false at the end of the input.
 bool readAvailable(int fd, std::string& into) {
@@ -78,15 +62,12 @@ void useUtf8() {
 
 }  // namespace
 
-Console::Console(bool showDiagnostics, std::vector<std::string> words)
-    : terminal_(fdopen(checked(dup(STDOUT_FILENO)), "w")),
-      diagnostics_(divertStandardOutput()),
-      showDiagnostics_(showDiagnostics) {
-  const bool hasScreen = isatty(fileno(terminal_)) == 1;
+Console::Console(std::vector<std::string> words) {
+  const bool hasScreen = isatty(STDOUT_FILENO) == 1;
   coloured_ = hasScreen && !std::getenv("NO_COLOR");
   useUtf8();
   if (hasScreen && isatty(STDIN_FILENO) == 1) {
-    editor_ = std::make_unique<LineEditor>(terminal_, std::move(words));
+    editor_ = std::make_unique<LineEditor>(stdout, std::move(words));
   }
 }
 
@@ -97,8 +78,8 @@ void Console::show(Style style, std::string_view text) {
   const char* colour = coloured_ ? kColours[static_cast<std::size_t>(style)] : "";
   const char* end = *colour ? "\033[0m" : "";
   if (editor_) editor_->hide();
-  std::fprintf(terminal_, "%s%s%s\n", colour, shown_.back().c_str(), end);
-  std::fflush(terminal_);
+  std::printf("%s%s%s\n", colour, shown_.back().c_str(), end);
+  std::fflush(stdout);
   if (editor_) editor_->redraw();
 }
 
@@ -107,13 +88,11 @@ void Console::setPrompt(const std::string& prompt) {
 }
 
 bool Console::wait(int otherFd, bool wantInput, std::chrono::milliseconds longest) {
-  std::array<pollfd, 3> fds = {{{otherFd, POLLIN, 0},
-                                {diagnostics_, POLLIN, 0},
-                                {wantInput && !ended_ ? STDIN_FILENO : -1, POLLIN, 0}}};
+  std::array<pollfd, 2> fds = {
+      {{otherFd, POLLIN, 0}, {wantInput && !ended_ ? STDIN_FILENO : -1, POLLIN, 0}}};
   if (poll(fds.data(), fds.size(), static_cast<int>(longest.count())) < 0) return false;
-  if (fds[1].revents != 0) readDiagnostics();
-  if (fds[2].revents != 0) readInput();
-  if (fds[2].revents & (POLLHUP | POLLERR)) ended_ = editor_ || ended_;
+  if (fds[1].revents != 0) readInput();
+  if (fds[1].revents & (POLLHUP | POLLERR)) ended_ = editor_ || ended_;
   return fds[0].revents != 0;
 }
 
@@ -152,11 +131,4 @@ void Console::readScript() {
   ended_ = !readAvailable(STDIN_FILENO, partOfLine_);
   if (ended_ && !partOfLine_.empty()) partOfLine_ += '\n';
   while (auto line = takeLine(partOfLine_)) lines_.push_back(std::move(*line));
-}
-
-void Console::readDiagnostics() {
-  readAvailable(diagnostics_, partOfDiagnostics_);
-  while (const auto line = takeLine(partOfDiagnostics_)) {
-    if (showDiagnostics_) show(Style::faint, *line);
-  }
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdio>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -17,9 +16,8 @@ class Console {
  public:
   enum class Style { plain, message, own, note, error, faint };
 
-  /// From here on, what anybody prints on standard output (the library its diagnostics) goes into a
-  /// pipe instead, and comes out as faint lines if `showDiagnostics`. `words` complete with Tab.
-  Console(bool showDiagnostics, std::vector<std::string> words);
+  /// `words` complete with Tab.
+  explicit Console(std::vector<std::string> words);
 
   /// Whether a person sits at a terminal.
   bool isInteractive() const { return editor_ != nullptr; }
@@ -27,8 +25,8 @@ class Console {
   void show(Style style, std::string_view text);
   void setPrompt(const std::string& prompt);
 
-  /// Waits until there is something to do: input (if `wantInput`), diagnostics, `otherFd` readable
-  /// or the time over; and takes in the first two. Returns whether `otherFd` is readable.
+  /// Waits until there is something to do: input (if `wantInput`), which it takes in, `otherFd`
+  /// readable or the time over. Returns whether `otherFd` is readable.
   bool wait(int otherFd, bool wantInput, std::chrono::milliseconds longest);
 
   /// The next line that was read.
@@ -43,16 +41,11 @@ class Console {
  private:
   void readInput();
   void readScript();
-  void readDiagnostics();
 
-  std::FILE* terminal_;
-  int diagnostics_;
-  bool showDiagnostics_;
   bool coloured_;
   std::unique_ptr<LineEditor> editor_;
   std::deque<std::string> lines_;
   bool ended_ = false;
   std::string partOfLine_;
-  std::string partOfDiagnostics_;
   std::deque<std::string> shown_;
 };

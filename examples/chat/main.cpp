@@ -15,6 +15,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "Chat.h"
 #include "Commands.h"
@@ -46,6 +47,16 @@ class WakeUp {
   std::array<int, 2> ends_{};
 };
 
+/// Standard output is the console's: the library's log is shown there or nowhere. The log comes up
+/// on any thread, the console is the main thread's.
+void takeLog(Console& console, bool isShown) {
+  koriva::setLogSink([&console, isShown](KRLogLevel, std::string_view line) {
+    if (!isShown) return;
+    KRRunLoop::main().post(
+        [&console, text = std::string(line)] { console.show(Console::Style::faint, text); });
+  });
+}
+
 struct Options {
   Chat::Identity identity{"http://localhost:2082", 1001, "", "terminal", false};
   unsigned patience = 15;
@@ -72,7 +83,8 @@ int run(const Options& options) {
   constexpr std::chrono::milliseconds forever(-1);
   constexpr std::chrono::milliseconds untilLookingAgain(100);  // at what has a time limit
 
-  Console console(options.verbose, Commands::names());
+  Console console(Commands::names());
+  takeLog(console, options.verbose);
   WakeUp wakeUp;
   const auto chat = std::make_shared<Chat>(console, options.identity);
   Commands commands(console, *chat, std::chrono::seconds(options.patience));

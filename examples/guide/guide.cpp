@@ -13,6 +13,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <syncstream>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -152,14 +154,22 @@ void keepLoggedIn(KorivaSDK& sdk, const std::function<std::string()>& fetchToken
 //! [token]
 
 //! [login]
-std::shared_ptr<KorivaSDK> logIn(const std::string& url, std::int64_t uin) {
-  const auto sdk = KorivaSDK::shared();
-  if (!sdk->setBaseUrl(url)) throw std::invalid_argument("no http, https, ws or wss URL: " + url);
-  sdk->addDelegate(std::make_shared<Reader>(*sdk));
-  sdk->login("token-" + std::to_string(uin), uin, "my-device", true);
-  return sdk;
+void logIn(KorivaSDK& sdk, const std::string& url, std::int64_t uin) {
+  if (!sdk.setBaseUrl(url)) throw std::invalid_argument("no http, https, ws or wss URL: " + url);
+  sdk.addDelegate(std::make_shared<Reader>(sdk));
+  sdk.login("token-" + std::to_string(uin), uin, "my-device", true);
 }
 //! [login]
+
+//! [log]
+void logToStandardError() {
+  const auto sink = [](KRLogLevel level, std::string_view line) {
+    const bool isTrouble = level >= KRLogLevel::warning;
+    std::osyncstream(std::cerr) << (isTrouble ? "! " : "  ") << line << '\n';
+  };
+  koriva::setLogSink(sink, KRLogLevel::info);
+}
+//! [log]
 
 //! [send]
 void sendText(KorivaSDK& sdk, const std::string& groupID, const std::string& text) {
@@ -286,10 +296,14 @@ void logOut(KorivaSDK& sdk, std::int64_t uin) {
 
 /// Each step ends when what it brings about was seen.
 void play(const std::string& url) {
-  const auto first = logIn(url, 1001);
+  logToStandardError();
+  //! [accounts]
+  const auto first = KorivaSDK::shared();
+  const auto second = KorivaSDK::create();  // for another account
+  logIn(*first, url, 1001);
+  logIn(*second, url, 1002);
+  //! [accounts]
   await("connected");
-  KorivaSDK::setShared(nullptr);  // applications have one client and do not need this
-  const auto second = logIn(url, 1002);
   await("connected");
 
   //! [ready]

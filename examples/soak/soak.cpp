@@ -37,8 +37,7 @@ class User : public KorivaDelegate, public std::enable_shared_from_this<User> {
   /// Logs in with a new client; the one before must be idle.
   void begin() {
     client_.reset();
-    KorivaSDK::setShared(nullptr);
-    client_ = KorivaSDK::shared();
+    client_ = KorivaSDK::create();
     client_->setBaseUrl(url_);
     client_->addDelegate(shared_from_this());
     client_->login("token-" + std::to_string(uin_), uin_, "soak-device", true);

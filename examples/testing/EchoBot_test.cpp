@@ -31,8 +31,7 @@ class EchoBotTest : public testing::Test {
 
   std::shared_ptr<EchoBot> startBot(const std::string& token = "token-1001",
                                     std::int64_t uin = 1001) {
-    const auto sdk = clients.emplace_back(KorivaSDK::shared());
-    KorivaSDK::setShared(nullptr);  // the next bot has a client of its own
+    const auto sdk = clients.emplace_back(KorivaSDK::create());
     const auto onEnd = [this](const std::string& reason) { ends.push_back(reason); };
     const auto bot = std::make_shared<EchoBot>(*sdk, uin, onEnd);
     bot->start(token);

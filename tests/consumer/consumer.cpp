@@ -4,6 +4,7 @@
 #include <boost/json/object.hpp>
 #include <iostream>
 #include <memory>
+#include <string_view>
 #include <tuple>
 
 struct Application : KorivaDelegate {
@@ -35,6 +36,8 @@ int main() {
   const auto client = KorivaSDK::shared();
   client->addDelegate(std::make_shared<Application>());
   send(client);
+  koriva::setLogSink([](KRLogLevel, std::string_view line) { std::cout << line << " (logged)\n"; });
+  KorivaSDK::create()->togglePin("1", true, {});
   KRRunLoop::main().post([&] {
     std::cout << (client->isConnected() ? "connected" : "not connected") << '\n';
     KRRunLoop::main().stop();

@@ -8,11 +8,12 @@
 #include <optional>
 
 #include "KorivaSDK/RequestChannel.h"
+#include "socketio/Platform.h"
 #include "tests/support/Peer.h"
 
 namespace koriva::test {
 
-using koriva::printLine;
+inline void printLine(const std::string& line) { platform::writeLine(line); }
 
 /// Catches standard output, failures included, and shows it after all when the test fails.
 struct Console {
