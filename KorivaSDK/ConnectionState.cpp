@@ -63,8 +63,10 @@ void KorivaSDK::State::onEnded(const socketio::Ending& why) {
   if (before.phase() == Phase::connected) next.attempt = 0;
   if (isLoggingOut) {
     next.phase = Phase::idle;
-  } else if (reconnectTimer) {
-    next.nextAttempt = reconnectTimer->next();
+  } else {
+    next.nextAttempt = isStranded || !reconnectTimer
+                           ? environment().clock()->now() + timing().reconnectInterval
+                           : reconnectTimer->next();
   }
   moveTo(std::move(next));
   printLine(KRLogLevel::info, "KorivaSDK - socket disconnected");
