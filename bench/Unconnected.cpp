@@ -40,7 +40,7 @@ void Unconnected::answer() {
 }
 
 void Unconnected::open(const Endpoint& /*endpoint*/, const std::string& /*target*/,
-                       std::weak_ptr<Listener> listener) {
+                       const TransportOptions& /*options*/, std::weak_ptr<Listener> listener) {
   listener_ = std::move(listener);
   answered_ = 0;
   waiting_ = 0;

@@ -1,5 +1,7 @@
 #include "socketio/Environment.h"
 
+#include <random>
+
 #include "socketio/WebSocket.h"
 
 namespace koriva::socketio {
@@ -42,6 +44,11 @@ class SystemClock final : public Clock {
   const Executor io_;
 };
 
+double draw() {
+  std::random_device device;
+  return std::generate_canonical<double, 32>(device);
+}
+
 }  // namespace
 
 Environment::Environment(const Executor& io, const Executor& handlers,
@@ -57,7 +64,7 @@ void Environment::add(std::weak_ptr<Connection> connection) const {
 }
 
 World Environment::systemWorld() const {
-  return {std::make_shared<SystemClock>(io_), [this] { return makeWebSocket(*this); }};
+  return {std::make_shared<SystemClock>(io_), [this] { return makeWebSocket(*this); }, draw};
 }
 
 }  // namespace koriva::socketio
