@@ -51,6 +51,7 @@ void KorivaSDK::State::moveToConnecting() {
 
 void KorivaSDK::State::moveToConnected() {
   moveTo({Phase::connected, {}, client.connectionState().attempt(), {}});
+  if (options.members().isIntervalVaried()) startReconnectTimer();
 }
 
 void KorivaSDK::State::onEnded(const socketio::Ending& why) {

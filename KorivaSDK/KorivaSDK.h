@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "KorivaSDK/KRConnectionOptions.h"
 #include "KorivaSDK/KRError.h"
 #include "KorivaSDK/KRResult.h"
 #include "KorivaSDK/KRRunLoop.h"
@@ -92,6 +93,10 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// `-` and `_`, with single dots between and perhaps one at the end. Used from the next `login`
   /// or reconnection on. Returns false, and changes nothing, for any other text.
   bool setBaseUrl(std::string_view url);
+
+  /// Sets how the client connects, from the next `login` or reconnection on. Returns false, and
+  /// changes nothing, where an option cannot be: each says what it may be.
+  bool setConnectionOptions(const KRConnectionOptions& options);
 
   /// Stores the identity and connects. `isNew` marks a new device session, which the server is told
   /// until the first connection succeeds. Called again, it replaces the connection; delegates do
