@@ -93,11 +93,15 @@ koriva::socketio::Limits Options::Members::limits() const {
   return limits;
 }
 
+milliseconds Options::Members::firstInterval() const {
+  return reconnectInterval.value_or(koriva::timing().reconnectInterval);
+}
+
 milliseconds Options::Members::intervalAfter(std::int64_t failures) const {
-  const auto interval = reconnectInterval.value_or(koriva::timing().reconnectInterval);
-  const auto most = maxReconnectInterval.value_or(std::max<milliseconds>(interval, 5min));
+  const auto first = firstInterval();
+  const auto most = maxReconnectInterval.value_or(std::max<milliseconds>(first, 5min));
   const auto growth = std::pow(reconnectFactor, std::max<std::int64_t>(failures - 1, 0));
-  const auto grown = static_cast<double>(interval.count()) * growth;
+  const auto grown = static_cast<double>(first.count()) * growth;
   return grown < static_cast<double>(most.count())
              ? milliseconds(static_cast<milliseconds::rep>(grown))
              : most;
@@ -110,7 +114,7 @@ bool Options::Members::areTimesPossible() const {
   }
   // Neither holds for NaN.
   return reconnectFactor >= 1 && reconnectJitter >= 0 && reconnectJitter <= 1 &&
-         maxReconnectInterval.value_or(24h) >= intervalAfter(0);
+         maxReconnectInterval.value_or(24h) >= firstInterval();
 }
 
 std::optional<koriva::socketio::TransportOptions> Options::Members::transport() const {

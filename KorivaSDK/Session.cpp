@@ -130,7 +130,7 @@ void KorivaSDK::State::failWithoutTimers() {
     state.onEnded({socketio::Cause::local, "there are no descriptors left to connect with"});
   });
   try {
-    std::thread([postUnlessOver, interval = options.members().intervalAfter(1)] {
+    std::thread([postUnlessOver, interval = options.members().firstInterval()] {
       std::this_thread::sleep_for(interval);
       try {
         postUnlessOver([](State& state) {

@@ -51,6 +51,7 @@ struct KRConnectionOptions::Members {
   double reconnectJitter = 0;
 
   [[nodiscard]] koriva::socketio::Limits limits() const;
+  [[nodiscard]] std::chrono::milliseconds firstInterval() const;
   /// Before chance takes something away from it.
   [[nodiscard]] std::chrono::milliseconds intervalAfter(std::int64_t failures) const;
   [[nodiscard]] bool isIntervalVaried() const { return reconnectFactor > 1 || reconnectJitter > 0; }

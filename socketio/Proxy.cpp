@@ -132,9 +132,10 @@ Step ProxyHandshake::askWay() {
 }
 
 Step ProxyHandshake::hearWay() {
-  if (answer_.size() < 5) return Step::listen;
+  if (answer_.size() < 2) return Step::listen;
   if (answer_[0] != 5) return failAtNonsense();
   if (answer_[1] != 0) return fail("the proxy refused the connection: " + socksRefusal(answer_[1]));
+  if (answer_.size() < 5) return Step::listen;
   const auto size = addressSize(answer_[3], answer_[4]);
   if (size == 0) return failAtNonsense();
   if (answer_.size() < 6 + size) return Step::listen;
@@ -153,6 +154,6 @@ Step ProxyHandshake::fail(std::string problem) {
   return Step::failed;
 }
 
-Step ProxyHandshake::failAtNonsense() { return fail("what the proxy answered makes no sense"); }
+Step ProxyHandshake::failAtNonsense() { return fail("the proxy's answer makes no sense"); }
 
 }  // namespace koriva::socketio

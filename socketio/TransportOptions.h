@@ -12,7 +12,7 @@ namespace koriva::socketio {
 /// How a transport reaches its server.
 struct TransportOptions {
   std::optional<Proxy> proxy;
-  std::shared_ptr<const Trust> trust;                                 ///< null: that of the system
+  std::shared_ptr<const Trust> trust = nullptr;                       ///< null: that of the system
   std::chrono::milliseconds upgradeLimit = std::chrono::seconds(10);  ///< for the WebSocket's
 };
 
