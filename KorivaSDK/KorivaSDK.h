@@ -62,7 +62,8 @@
 /// empty completion is tolerated.
 ///
 /// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
-/// socket. **Only `logout()` ends that; `disconnect()` does not.**
+/// socket. **Only `logout()` ends that; `disconnect()` does not.** KRConnectionOptions change the
+/// times that are named here.
 ///
 /// **Console.** Diagnostics are lines on standard output, some with push tokens or the key material
 /// of secret chats; the session token is never among them.
