@@ -6,6 +6,7 @@
 using koriva::socketio::Endpoint;
 using koriva::socketio::Frame;
 using koriva::socketio::Transport;
+using koriva::socketio::TransportOptions;
 
 std::shared_ptr<Transport> koriva::socketio::makeWebSocket(const Environment& /*environment*/) {
   return {std::shared_ptr<void>(), &Unconnected::instance()};

@@ -32,6 +32,14 @@ std::string connectRequest(const Proxy& proxy, const Endpoint& server) {
   return request + "\r\n";
 }
 
+/// The status code of a whole answer over HTTP; empty if it has none.
+std::string_view statusOf(std::string_view answer) {
+  const auto code = answer.substr(9, 3);
+  const bool isCode =
+      answer[8] == ' ' && std::ranges::all_of(code, [](char c) { return c >= '0' && c <= '9'; });
+  return isCode ? code : std::string_view();
+}
+
 /// The address of a SOCKS 5 request. Names are left to the proxy.
 std::string socksAddress(const std::string& host) {
   boost::system::error_code error;
@@ -101,11 +109,9 @@ Step ProxyHandshake::hearHttp(std::size_t before) {
   if (!version.starts_with(answer.substr(0, version.size()))) return failAtNonsense();
   const auto end = answer.find("\r\n\r\n", before - std::min<std::size_t>(before, 3));
   if (end == answer.npos) return answer.size() < maxAnswerBytes ? Step::listen : failAtNonsense();
-  const auto status = answer.substr(answer.find(' ') + 1, 3);
-  if (!std::ranges::all_of(status, [](char c) { return c >= '0' && c <= '9'; }) ||
-      status.size() < 3)
-    return failAtNonsense();
-  if (status.front() != '2') return fail("the proxy answered HTTP " + std::string(status));
+  const auto status = statusOf(answer);
+  if (status.empty()) return failAtNonsense();
+  if (!status.starts_with('2')) return fail("the proxy answered HTTP " + std::string(status));
   return end + 4 == answer.size() ? Step::done : failAtNonsense();
 }
 
