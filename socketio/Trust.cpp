@@ -2,11 +2,12 @@
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/sha.h>
 #include <openssl/ssl.h>
 
 #include <algorithm>
 #include <new>
+#include <optional>
+#include <tuple>
 
 #include "socketio/Base64.h"
 #include "socketio/Environment.h"
@@ -54,28 +55,26 @@ std::vector<Owned<X509>> readCertificates(const Pem& pem) {
   return all;
 }
 
-std::string_view bytesOf(const unsigned char* bytes, std::size_t count) {
-  return {reinterpret_cast<const char*>(bytes), count};
+std::optional<Digest> digestIn(const std::string& pin) {
+  unsigned char bytes[std::tuple_size_v<Digest> + 1];  // the padding leaves a zero
+  if (pin.size() != 44) return std::nullopt;
+  const auto* from = reinterpret_cast<const unsigned char*>(pin.data());
+  if (EVP_DecodeBlock(bytes, from, 44) != sizeof bytes) return std::nullopt;
+  Digest digest;
+  std::copy_n(bytes, digest.size(), digest.begin());
+  const bool isPlain = base64({reinterpret_cast<const char*>(bytes), digest.size()}) == pin;
+  return isPlain ? std::optional(digest) : std::nullopt;
 }
 
-bool isPin(const std::string& text) {
-  unsigned char bytes[SHA256_DIGEST_LENGTH + 1];
-  if (text.size() != 44) return false;
-  const auto* from = reinterpret_cast<const unsigned char*>(text.data());
-  return EVP_DecodeBlock(bytes, from, 44) == sizeof bytes &&
-         base64(bytesOf(bytes, SHA256_DIGEST_LENGTH)) == text;
-}
-
-/// Empty when there is no memory for it.
-std::string pinOf(const X509* certificate) {
+bool isAmong(const std::vector<Digest>& pins, const X509* certificate) {
   unsigned char* key = nullptr;
   const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate), &key);
-  if (size < 0) return {};
-  unsigned char digest[SHA256_DIGEST_LENGTH];
-  const int isDone =
-      EVP_Digest(key, static_cast<std::size_t>(size), digest, nullptr, EVP_sha256(), nullptr);
+  if (size < 0) return false;
+  Digest digest;
+  const int isDone = EVP_Digest(key, static_cast<std::size_t>(size), digest.data(), nullptr,
+                                EVP_sha256(), nullptr);
   OPENSSL_free(key);
-  return isDone == 1 ? base64(bytesOf(digest, sizeof digest)) : std::string();
+  return isDone == 1 && std::ranges::find(pins, digest) != pins.end();
 }
 
 }  // namespace
@@ -92,7 +91,7 @@ Trust::~Trust() { SSL_CTX_free(context_); }
 std::shared_ptr<const Trust> Trust::make(const TrustOptions& options) {
   const ErrorsApart apart;
   const std::shared_ptr<Trust> made(new Trust);
-  return made->trust(options) ? made : nullptr;
+  return made->apply(options) ? made : nullptr;
 }
 
 const Trust& Trust::ofSystem() {
@@ -100,7 +99,7 @@ const Trust& Trust::ofSystem() {
   return *made;
 }
 
-bool Trust::trust(const TrustOptions& options) {
+bool Trust::apply(const TrustOptions& options) {
   if (options.trustsSystem) {
     static_cast<void>(SystemTimer(boost::asio::io_context().get_executor()));
     SSL_CTX_set_default_verify_paths(context_);  // an unreadable store leaves nothing trusted
@@ -135,19 +134,23 @@ bool Trust::identify(const Pem& chain, const Pem& key) {
 }
 
 bool Trust::pin(const std::vector<std::string>& pins) {
-  if (pins.empty()) return true;
-  pins_ = pins;
-  SSL_CTX_set_cert_verify_callback(context_, verifyPinned, this);
-  return std::ranges::all_of(pins, isPin);
+  for (const auto& pin : pins) {
+    const auto digest = digestIn(pin);
+    if (!digest) return false;
+    pins_.push_back(*digest);
+  }
+  if (!pins.empty()) SSL_CTX_set_cert_verify_callback(context_, verifyPinned, this);
+  return true;
 }
 
 // Within the handshake, so that a server without a pinned key is not told who the client is.
+// Nothing here may throw, through OpenSSL.
 int Trust::verifyPinned(X509_STORE_CTX* store, void* trust) {
   if (X509_verify_cert(store) != 1) return 0;
   const auto& pins = static_cast<const Trust*>(trust)->pins_;
   const auto* const chain = X509_STORE_CTX_get0_chain(store);
   for (int i = 0; i < sk_X509_num(chain); ++i) {
-    if (std::ranges::find(pins, pinOf(sk_X509_value(chain, i))) != pins.end()) return 1;
+    if (isAmong(pins, sk_X509_value(chain, i))) return 1;
   }
   X509_STORE_CTX_set_error(store, X509_V_ERR_APPLICATION_VERIFICATION);
   return 0;

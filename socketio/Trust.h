@@ -2,6 +2,7 @@
 
 #include <openssl/types.h>
 
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,6 +28,8 @@ struct TrustOptions {
   }
 };
 
+using Digest = std::array<unsigned char, 32>;
+
 /// What TLS sessions with servers are made of. They may outlive it only if they have shaken hands.
 class Trust {
  public:
@@ -46,14 +49,14 @@ class Trust {
 
  private:
   Trust();
-  bool trust(const TrustOptions& options);
+  bool apply(const TrustOptions& options);
   bool addAuthorities(const Pem& pem);
   bool identify(const Pem& chain, const Pem& key);
   bool pin(const std::vector<std::string>& pins);
   static int verifyPinned(X509_STORE_CTX* store, void* trust);
 
   SSL_CTX* const context_;
-  std::vector<std::string> pins_;
+  std::vector<Digest> pins_;
 };
 
 /// Why the certificate of a session's server was refused; empty when it was not.

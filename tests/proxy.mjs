@@ -8,14 +8,15 @@ function join(socket, port, opened) {
     opened();
     socket.pipe(far).pipe(socket);
   });
-  for (const end of [socket, far]) end.on("error", () => [socket, far].forEach((each) => each.destroy()));
+  const ends = [socket, far];
+  for (const end of ends) end.on("error", () => ends.forEach((each) => each.destroy()));
 }
 
 function httpProxy(login, report) {
   const wanted = login && `Basic ${Buffer.from(login).toString("base64")}`;
   return createHttpServer().on("connect", ({ url, headers }, socket) => {
     if (wanted && headers["proxy-authorization"] !== wanted) {
-      return socket.end("HTTP/1.1 407 Proxy Authentication Required\r\nContent-Length: 2\r\n\r\nno");
+      return socket.end("HTTP/1.1 407 Who are you?\r\nContent-Length: 2\r\n\r\nno");
     }
     report("asked", url);
     join(socket, url.split(":").at(-1), () => socket.write("HTTP/1.1 200 OK\r\nVia: here\r\n\r\n"));
