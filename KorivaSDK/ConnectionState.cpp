@@ -55,6 +55,7 @@ void KorivaSDK::State::moveToConnecting() {
 
 void KorivaSDK::State::moveToConnected() {
   moveTo({Phase::connected, {}, client.connectionState().attempt(), {}});
+  if (options.members().isIntervalVaried()) startReconnectTimer();
 }
 
 void KorivaSDK::State::onEnded(const socketio::Ending& why) {
@@ -65,7 +66,7 @@ void KorivaSDK::State::onEnded(const socketio::Ending& why) {
     next.phase = Phase::idle;
   } else {
     next.nextAttempt = isStranded || !reconnectTimer
-                           ? environment().clock()->now() + timing().reconnectInterval
+                           ? environment().clock()->now() + options.members().firstInterval()
                            : reconnectTimer->next();
   }
   moveTo(std::move(next));

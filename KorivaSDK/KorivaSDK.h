@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "KorivaSDK/KRConnectionOptions.h"
 #include "KorivaSDK/KRError.h"
 #include "KorivaSDK/KRLog.h"
 #include "KorivaSDK/KRResult.h"
@@ -71,6 +72,7 @@ using KRTokenProvider = std::function<void(KRTokenReply reply)>;
 /// **Connection.** A lost connection is made again within 10 seconds, for as long as there is a
 /// socket. **Only `logout()` ends that; `disconnect()` does not.** `connectionState` says why there
 /// is none, a token provider keeps the session alive, and `networkDidChange` saves waiting.
+/// KRConnectionOptions change the times that are named here.
 ///
 /// **Several accounts.** Each has a client: `create()` makes further ones beside the shared one. To
 /// the server they are devices, each on a connection of its own.
@@ -113,6 +115,10 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// `-` and `_`, with single dots between and perhaps one at the end. Used from the next `login`
   /// or reconnection on. Returns false, and changes nothing, for any other text.
   bool setBaseUrl(std::string_view url);
+
+  /// Sets how the client connects, from the next `login` or reconnection on. Returns false, and
+  /// changes nothing, where an option cannot be: each says what it may be.
+  bool setConnectionOptions(const KRConnectionOptions& options);
 
   /// Stores the identity and connects. `isNew` marks a new device session, which the server is told
   /// until the first connection succeeds. Called again, it replaces the connection; delegates do

@@ -106,8 +106,9 @@ void KorivaSDK::State::connect() {
   isStranded = false;
   // Whoever holds the handlers holds the client.
   auto connection = std::make_shared<socketio::Connection>(
-      environment(), "/data", timing().limits,
-      std::shared_ptr<const socketio::Handlers>(client.shared_from_this(), &handlers));
+      environment(), "/data", options.members().limits(),
+      std::shared_ptr<const socketio::Handlers>(client.shared_from_this(), &handlers),
+      transportOptions);
   socketio::ConnectParameters parameters{{"session", json::validUtf8(token)},
                                          {"deviceid", json::validUtf8(deviceId)}};
   if (isNew) parameters.emplace_back("new", "true");
@@ -134,7 +135,7 @@ void KorivaSDK::State::failWithoutTimers() {
     state.onEnded({socketio::Cause::local, "there are no descriptors left to connect with"});
   });
   try {
-    std::thread([postUnlessOver, interval = timing().reconnectInterval] {
+    std::thread([postUnlessOver, interval = options.members().firstInterval()] {
       std::this_thread::sleep_for(interval);
       try {
         postUnlessOver([](State& state) {
@@ -155,9 +156,15 @@ void KorivaSDK::State::startReconnectTimer() {
   const auto fire = [weak = client.weak_from_this()] {
     if (const auto sdk = weak.lock()) sdk->reconnectFired();
   };
-  reconnectTimer =
-      std::make_shared<socketio::Alarm>(environment(), timing().reconnectInterval, fire);
-  reconnectTimer->start();
+  const auto now = client.connectionState();
+  const bool stands = now.phase() == KRConnectionState::Phase::connected;
+  const auto& settings = options.members();
+  const socketio::Duration interval = settings.intervalAfter(stands ? 1 : now.attempt());
+  const double spared =
+      settings.reconnectJitter > 0 ? settings.reconnectJitter * environment().chance() : 0;
+  reconnectTimer = std::make_shared<socketio::Alarm>(environment(), interval, fire);
+  reconnectTimer->start(interval -
+                        std::chrono::duration_cast<socketio::Duration>(interval * spared));
 }
 
 void KorivaSDK::connectChat(const std::string& /*channelID*/) { reconnectIfNeed(); }

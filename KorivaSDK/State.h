@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,26 @@ struct KRConnectionState::Members {
   koriva::socketio::Ending why;
   std::int64_t attempt = 0;
   std::optional<std::chrono::steady_clock::time_point> nextAttempt = std::nullopt;
+};
+
+struct KRConnectionOptions::Members {
+  std::string proxy;
+  koriva::socketio::TrustOptions trust;
+  std::optional<std::chrono::milliseconds> connectTimeout;
+  std::optional<std::chrono::milliseconds> answerTimeout;
+  std::optional<std::chrono::milliseconds> reconnectInterval;
+  std::optional<std::chrono::milliseconds> maxReconnectInterval;
+  double reconnectFactor = 1;
+  double reconnectJitter = 0;
+
+  [[nodiscard]] koriva::socketio::Limits limits() const;
+  [[nodiscard]] std::chrono::milliseconds firstInterval() const;
+  /// Before chance takes something away from it.
+  [[nodiscard]] std::chrono::milliseconds intervalAfter(std::int64_t failures) const;
+  [[nodiscard]] bool isIntervalVaried() const { return reconnectFactor > 1 || reconnectJitter > 0; }
+  [[nodiscard]] bool areTimesPossible() const;
+  /// Nothing where something cannot be.
+  [[nodiscard]] std::optional<koriva::socketio::TransportOptions> transport() const;
 };
 
 struct KRPrivate {
@@ -88,6 +109,8 @@ struct KorivaSDK::State {
   KorivaSDK& client;
   koriva::RequestChannel channel;
   koriva::socketio::Endpoint baseURL;
+  KRConnectionOptions options;
+  koriva::socketio::TransportOptions transportOptions;  ///< made of the options
   const koriva::socketio::Handlers handlers = makeHandlers();
   std::shared_ptr<koriva::socketio::Connection> lastConnection;  ///< kept after a logout
   std::shared_ptr<const Delegates> delegates = std::make_shared<const Delegates>();

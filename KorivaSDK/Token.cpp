@@ -28,7 +28,7 @@ void KorivaSDK::State::askForToken() {
   question = asked;
   questionTimer =
       std::make_shared<socketio::Alarm>(environment(), replyLimit, [reply] { reply({}); });
-  questionTimer->start();
+  questionTimer->start(replyLimit);
   if (!client.isConnected()) moveToConnecting();
   bool hasThrown = true;
   guarded([&, provider = tokenProvider] {  // it may set another

@@ -6,6 +6,7 @@
 using koriva::socketio::Endpoint;
 using koriva::socketio::Frame;
 using koriva::socketio::Transport;
+using koriva::socketio::TransportOptions;
 
 std::shared_ptr<Transport> koriva::socketio::makeWebSocket(const Environment& /*environment*/) {
   return {std::shared_ptr<void>(), &Unconnected::instance()};
@@ -40,7 +41,7 @@ void Unconnected::answer() {
 }
 
 void Unconnected::open(const Endpoint& /*endpoint*/, const std::string& /*target*/,
-                       std::weak_ptr<Listener> listener) {
+                       const TransportOptions& /*options*/, std::weak_ptr<Listener> listener) {
   listener_ = std::move(listener);
   answered_ = 0;
   waiting_ = 0;

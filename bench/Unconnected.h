@@ -27,6 +27,7 @@ class Unconnected final : public koriva::socketio::Transport {
   [[nodiscard]] std::size_t lastId() const { return answered_ + waiting_ - 1; }
 
   void open(const koriva::socketio::Endpoint& endpoint, const std::string& target,
+            const koriva::socketio::TransportOptions& options,
             std::weak_ptr<Listener> listener) override;
   void send(koriva::socketio::Frame frame) override;
   void ping() override {}

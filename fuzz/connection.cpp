@@ -18,7 +18,8 @@ using koriva::fuzz::require;
 namespace {
 
 struct Far final : Transport {
-  void open(const Endpoint&, const std::string&, std::weak_ptr<Listener> heard) override {
+  void open(const Endpoint&, const std::string&, const TransportOptions&,
+            std::weak_ptr<Listener> heard) override {
     listener = std::move(heard);
   }
   void send(Frame sent) override {

@@ -86,9 +86,10 @@ Life::Life(std::uint64_t seed, Journal& journal)
   maxPayload_ = handshake.maxPayload;
   server_.emplace(handshake);
   const auto world = internals_.stage->world();
-  internals_.environment_.setWorld({world.clock, [this, make = world.makeTransport] {
-                                      return std::make_shared<Wire>(*this, make());
-                                    }});
+  internals_.environment_.setWorld(
+      {world.clock,
+       [this, make = world.makeTransport] { return std::make_shared<Wire>(*this, make()); },
+       world.chance});
   internals_.stage = std::make_shared<OneByOne>(
       std::move(internals_.stage), [this] { onTaskDone(); }, [this] { return runNetwork(); });
   for (const auto& kind : kinds()) {

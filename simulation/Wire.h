@@ -18,10 +18,11 @@ class Wire final : public socketio::Transport,
   Wire& operator=(const Wire&) = delete;
 
   void open(const socketio::Endpoint& endpoint, const std::string& target,
+            const socketio::TransportOptions& options,
             std::weak_ptr<Transport::Listener> listener) override {
     life_.onDial(connection_, endpoint.host(), target);
     listener_ = std::move(listener);
-    far_->open(endpoint, target, weak_from_this());
+    far_->open(endpoint, target, options, weak_from_this());
   }
   void send(socketio::Frame frame) override {
     life_.onSend(*connection_, frame.view());

@@ -14,8 +14,9 @@ class Alarm : public std::enable_shared_from_this<Alarm> {
   Alarm(const Environment& environment, Duration period, std::function<void()> task)
       : environment_(environment), period_(period), task_(std::move(task)) {}
 
-  void start() {
-    next_ = clock_->now() + period_;
+  /// `first` is how long the first period is.
+  void start(Duration first) {
+    next_ = clock_->now() + first;
     boost::asio::dispatch(environment_.io(),
                           [self = shared_from_this()] { self->wait(self->next_); });
   }

@@ -10,10 +10,11 @@ namespace koriva::socketio {
 namespace asio = boost::asio;
 
 Connection::Connection(const Environment& environment, std::string nsp, const Limits& limits,
-                       std::weak_ptr<const Handlers> handlers)
+                       std::weak_ptr<const Handlers> handlers, TransportOptions options)
     : environment_(environment),
       nsp_(std::move(nsp)),
       limits_(limits),
+      options_(std::move(options)),
       handlers_(std::move(handlers)) {}
 
 // Nothing that waits for its turn is overtaken. With nothing waiting, a detour would cost each
@@ -48,7 +49,7 @@ void Connection::dial(const Endpoint& endpoint, const std::string& target) {
     if (const auto self = weak.lock())
       self->fail({Cause::timeout, "the connection attempt timed out"});
   });
-  transport_->open(endpoint, target, weak_from_this());
+  transport_->open(endpoint, target, options_, weak_from_this());
 }
 
 Duration Connection::delayOfNextDial(const Clock& nextClock) const {

@@ -15,6 +15,7 @@
 #include "socketio/Items.h"
 #include "socketio/Packet.h"
 #include "socketio/Transport.h"
+#include "socketio/TransportOptions.h"
 
 namespace koriva::socketio {
 
@@ -56,7 +57,7 @@ class Connection final : public Transport::Listener,
   /// `environment` outlives the connection. Events lead to nothing once the handlers are gone; they
   /// are held while one of them runs.
   Connection(const Environment& environment, std::string nsp, const Limits& limits,
-             std::weak_ptr<const Handlers> handlers);
+             std::weak_ptr<const Handlers> handlers, TransportOptions options = {});
 
   [[nodiscard]] Status status() const { return status_.load(std::memory_order_acquire); }
   [[nodiscard]] bool isUnderWay() const {
@@ -146,6 +147,7 @@ class Connection final : public Transport::Listener,
   const Environment& environment_;
   const std::string nsp_;
   const Limits limits_;
+  const TransportOptions options_;
   const std::shared_ptr<Clock> clock_ = environment_.clock();
   const std::shared_ptr<Transport> transport_ = environment_.makeTransport();
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/url/encode.hpp>
 #include <boost/url/grammar/alnum_chars.hpp>
+#include <boost/url/grammar/ci_string.hpp>
 #include <boost/url/parse.hpp>
 #include <boost/url/rfc/unreserved_chars.hpp>
 #include <charconv>
@@ -31,33 +32,43 @@ bool isHost(std::string_view host, urls::host_type type) {
 
 }  // namespace
 
-std::optional<Endpoint> Endpoint::parse(std::string_view url) {
+std::optional<UrlParts> parseUrl(std::string_view url) {
   const auto parsed = urls::parse_uri(url);
   if (!parsed) return std::nullopt;
-
-  const auto scheme = parsed->scheme_id();
-  const bool tls = scheme == urls::scheme::https || scheme == urls::scheme::wss;
-  if (!tls && scheme != urls::scheme::http && scheme != urls::scheme::ws) return std::nullopt;
-
   const std::string_view host = parsed->encoded_host_address();
   if (!isHost(host, parsed->host_type())) return std::nullopt;
   const auto path = parsed->encoded_path();
   if (!path.empty() && path.front() != '/') return std::nullopt;  // a port that is no number
-  const std::string port = parsed->port();
-  if (port.empty()) return Endpoint(tls, host, tls ? 443 : 80);
-  std::uint16_t number = 0;
-  const auto read = std::from_chars(port.data(), port.data() + port.size(), number);
-  if (read.ec != std::errc() || number == 0) return std::nullopt;
-  return Endpoint(tls, host, number);
+  UrlParts parts{parsed->scheme(), parsed->user(), parsed->password(), std::string(host)};
+  std::ranges::transform(parts.scheme, parts.scheme.begin(), urls::grammar::to_lower);
+  const std::string_view port = parsed->port();
+  if (port.empty()) return parts;
+  const auto read = std::from_chars(port.data(), port.data() + port.size(), parts.port);
+  if (read.ec != std::errc() || parts.port == 0) return std::nullopt;
+  return parts;
+}
+
+std::optional<Endpoint> Endpoint::parse(std::string_view url) {
+  const auto parts = parseUrl(url);
+  if (!parts) return std::nullopt;
+  const bool tls = parts->scheme == "https" || parts->scheme == "wss";
+  if (!tls && parts->scheme != "http" && parts->scheme != "ws") return std::nullopt;
+  const std::uint16_t usual = tls ? 443 : 80;
+  return Endpoint(tls, parts->host, parts->port != 0 ? parts->port : usual);
 }
 
 std::string Endpoint::certifiedName() const {
   return host_.substr(0, host_.size() - (host_.ends_with('.') ? 1 : 0));
 }
 
+std::string Endpoint::bracketedHost() const {
+  return host_.find(':') == std::string::npos ? host_ : "[" + host_ + "]";
+}
+
+std::string Endpoint::hostAndPort() const { return bracketedHost() + ":" + std::to_string(port_); }
+
 std::string Endpoint::authority() const {
-  const std::string name = host_.find(':') == std::string::npos ? host_ : "[" + host_ + "]";
-  return port_ == (tls_ ? 443 : 80) ? name : name + ":" + std::to_string(port_);
+  return port_ == (tls_ ? 443 : 80) ? bracketedHost() : hostAndPort();
 }
 
 std::string requestTarget(const ConnectParameters& parameters) {

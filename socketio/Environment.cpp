@@ -1,5 +1,8 @@
 #include "socketio/Environment.h"
 
+#include <exception>
+#include <random>
+
 #include "socketio/WebSocket.h"
 
 namespace koriva::socketio {
@@ -42,6 +45,15 @@ class SystemClock final : public Clock {
   const Executor io_;
 };
 
+double draw() {
+  try {
+    std::random_device device;
+    return std::generate_canonical<double, 32>(device);
+  } catch (const std::exception&) {
+    return 0.5;  // no descriptors are left to read the system's with
+  }
+}
+
 }  // namespace
 
 Environment::Environment(const Executor& io, const Executor& handlers,
@@ -57,7 +69,7 @@ void Environment::add(std::weak_ptr<Connection> connection) const {
 }
 
 World Environment::systemWorld() const {
-  return {std::make_shared<SystemClock>(io_), [this] { return makeWebSocket(*this); }};
+  return {std::make_shared<SystemClock>(io_), [this] { return makeWebSocket(*this); }, draw};
 }
 
 }  // namespace koriva::socketio

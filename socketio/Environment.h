@@ -50,8 +50,9 @@ class Environment {
 
   [[nodiscard]] const std::shared_ptr<Clock>& clock() const { return world_.clock; }
   [[nodiscard]] std::shared_ptr<Transport> makeTransport() const { return world_.makeTransport(); }
+  [[nodiscard]] double chance() const { return world_.chance(); }
 
-  /// The system's time, and WebSockets.
+  /// The system's time and chance, and WebSockets.
   [[nodiscard]] World systemWorld() const;
   /// Sets the world of what is built from now on. On the thread that builds.
   void setWorld(World world) { world_ = std::move(world); }

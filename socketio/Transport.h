@@ -13,6 +13,8 @@
 
 namespace koriva::socketio {
 
+struct TransportOptions;
+
 /// A message connection to a server. Everything but `queuedBytes` belongs to the I/O executor, and
 /// no function calls the listener before it returns.
 class Transport {
@@ -31,7 +33,7 @@ class Transport {
   virtual ~Transport() = default;
 
   virtual void open(const Endpoint& endpoint, const std::string& target,
-                    std::weak_ptr<Listener> listener) = 0;
+                    const TransportOptions& options, std::weak_ptr<Listener> listener) = 0;
   /// Sends a text message after those sent before.
   virtual void send(Frame frame) = 0;
   /// Asks the server for a sign of life.
@@ -47,10 +49,12 @@ class Transport {
   [[nodiscard]] virtual std::size_t queuedBytes() const = 0;
 };
 
-/// What lies outside of the library, and can be replaced: time, and the way to a server.
+/// What lies outside of the library, and can be replaced: time, the way to a server,
+/// and chance.
 struct World {
   std::shared_ptr<Clock> clock;
   std::function<std::shared_ptr<Transport>()> makeTransport;
+  std::function<double()> chance = {};  ///< a number from 0 up to 1, each as likely as another
 };
 
 /// The largest message taken from a server, attachments included.

@@ -3,13 +3,14 @@
 #include <openssl/ssl.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/websocket/stream.hpp>
 #include <cerrno>
 #include <deque>
@@ -17,6 +18,7 @@
 
 #include "socketio/Platform.h"
 #include "socketio/Resolver.h"
+#include "socketio/TransportOptions.h"
 
 namespace koriva::socketio {
 namespace {
@@ -30,7 +32,6 @@ using boost::system::error_code;
 using tcp = asio::ip::tcp;
 
 constexpr auto attemptDelay = std::chrono::milliseconds(250);
-constexpr auto handshakeLimit = std::chrono::seconds(10);
 constexpr auto closeLimit = std::chrono::seconds(3);
 
 using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
@@ -44,20 +45,8 @@ error_code openSocket(TcpSocket& socket, const tcp& protocol) {
   return error;
 }
 
-/// Throws a system_error as long as no descriptors are left, as a few timers take: found
-/// unreadable, the trust store would stay empty for good.
-ssl::context& tlsContext() {
-  static ssl::context& context = *[] {
-    static_cast<void>(SystemTimer(asio::io_context().get_executor()));
-    auto* made = new ssl::context(ssl::context::tls_client);
-    SSL_CTX_set_min_proto_version(made->native_handle(), TLS1_2_VERSION);
-    SSL_CTX_set_options(made->native_handle(), SSL_OP_NO_RENEGOTIATION);
-    made->set_verify_mode(ssl::verify_peer);
-    error_code ignored;  // an unreadable trust store leaves nothing trusted
-    made->set_default_verify_paths(ignored);
-    return made;
-  }();
-  return context;
+SSL* newSession(const TransportOptions& options) {
+  return (options.trust ? *options.trust : Trust::ofSystem()).newSession();
 }
 
 /// Has the server's certificate verified for the host, and nothing else; false when it cannot be.
@@ -79,8 +68,9 @@ class Stream {
  public:
   using executor_type = Executor;
 
-  Stream(const Executor& executor, bool tls) : tcp_(executor) {
-    if (tls) tls_.emplace(tcp_, tlsContext());
+  /// With a session, TLS.
+  Stream(const Executor& executor, SSL* session) : tcp_(executor) {
+    if (session) tls_.emplace(tcp_, session);
   }
 
   executor_type get_executor() { return tcp_.get_executor(); }
@@ -118,12 +108,19 @@ class Stream {
   std::optional<ssl::stream<TcpSocket&>> tls_;
 };
 
+struct ProxyTalk {
+  ProxyTalk(const Proxy& proxy, const Endpoint& server) : handshake(proxy, server) {}
+
+  ProxyHandshake handshake;
+  std::array<char, 1024> heard;
+};
+
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
   explicit WebSocket(const Environment& environment)
       : environment_(environment), attemptTimer_(environment.io()), closeTimer_(environment.io()) {}
 
-  void open(const Endpoint& endpoint, const std::string& target,
+  void open(const Endpoint& endpoint, const std::string& target, const TransportOptions& options,
             std::weak_ptr<Listener> listener) override;
   void send(Frame frame) override;
   void ping() override;
@@ -142,6 +139,11 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void startAttempt();
   void onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error);
   void abandonAttempts();
+  void askProxy();
+  void hearProxy();
+  void onProxy(std::string_view bytes);
+  void failAtProxy(error_code error);
+  void greetServer();
   void startTls();
   void handshake();
   void onHandshake(error_code error);
@@ -165,6 +167,8 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   std::weak_ptr<Listener> listener_;
   std::optional<Endpoint> endpoint_;
   std::string target_;
+  TransportOptions options_;
+  std::unique_ptr<ProxyTalk> proxy_;  // until it has opened the way
   State state_ = State::connecting;
   std::shared_ptr<void> closing_;  // while closing
 
@@ -179,12 +183,13 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
 };
 
 void WebSocket::open(const Endpoint& endpoint, const std::string& target,
-                     std::weak_ptr<Listener> listener) {
+                     const TransportOptions& options, std::weak_ptr<Listener> listener) {
   endpoint_.emplace(endpoint);
+  options_ = options;
   target_ = target;
   listener_ = std::move(listener);
   try {
-    ws_.emplace(environment_.io(), endpoint.tls());
+    ws_.emplace(environment_.io(), endpoint.tls() ? newSession(options) : nullptr);
   } catch (const boost::system::system_error& failure) {
     return asio::post(environment_.io(), [self = shared_from_this(), error = failure.code()] {
       if (self->state_ == State::connecting) self->fail(Cause::local, "cannot connect", error);
@@ -192,19 +197,19 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   }
 
   error_code error;
-  const auto address = asio::ip::make_address(endpoint.host(), error);
+  const auto& host = options.proxy ? options.proxy->host : endpoint.host();
+  const auto address = asio::ip::make_address(host, error);
   if (!error) return connectToAny({address});
-  resolve(endpoint.host(), environment_.io(), weak_from_this(),
+  resolve(host, environment_.io(), weak_from_this(),
           [this](error_code failure, const auto& found) { onResolved(failure, found); });
 }
 
 void WebSocket::onResolved(error_code error, const Addresses& found) {
   if (state_ != State::connecting) return;
-  if (error) return fail(Cause::nameLookup, "cannot resolve the host", error);
-  if (found.empty()) {
-    return fail(Cause::nameLookup, "cannot resolve the host: it has no address", {});
-  }
-  connectToAny(found);
+  if (!error && !found.empty()) return connectToAny(found);
+  const std::string whose = options_.proxy ? "the proxy's host" : "the host";
+  fail(options_.proxy ? Cause::proxy : Cause::nameLookup,
+       "cannot resolve " + whose + (error ? "" : ": it has no address"), error);
 }
 
 // Attempts run side by side, a little apart and with the address families in turn (RFC 8305), so
@@ -223,7 +228,8 @@ void WebSocket::connectToAny(Addresses addresses) {
 }
 
 void WebSocket::startAttempt() {
-  const tcp::endpoint address(addresses_.back(), endpoint_->port());
+  const tcp::endpoint address(addresses_.back(),
+                              options_.proxy ? options_.proxy->port : endpoint_->port());
   addresses_.pop_back();
   const auto socket = attempts_.emplace_back(std::make_shared<TcpSocket>(environment_.io()));
   const auto onEnd = [self = shared_from_this(), socket](error_code error) {
@@ -244,6 +250,9 @@ void WebSocket::startAttempt() {
 void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code error) {
   if (state_ != State::connecting || std::erase(attempts_, socket) == 0) return;
   if (error && !addresses_.empty()) return startAttempt();
+  if (error && attempts_.empty() && options_.proxy) {
+    return fail(Cause::proxy, "cannot connect to the proxy", error);
+  }
   if (error && attempts_.empty()) return fail(Cause::unreachable, "cannot connect", error);
   if (error) return;
 
@@ -251,8 +260,47 @@ void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code e
   error_code ignored;
   socket->set_option(tcp::no_delay(true), ignored);
   ws_->next_layer().tcpSocket() = std::move(*socket);
-  endpoint_->tls() ? startTls() : handshake();
+  if (!options_.proxy) return greetServer();
+  proxy_ = std::make_unique<ProxyTalk>(*options_.proxy, *endpoint_);
+  askProxy();
 }
+
+void WebSocket::askProxy() {
+  asio::async_write(ws_->next_layer().tcpSocket(), asio::buffer(proxy_->handshake.question()),
+                    [self = shared_from_this()](error_code error, std::size_t) {
+                      if (self->state_ != State::connecting) return;
+                      error ? self->failAtProxy(error) : self->hearProxy();
+                    });
+}
+
+void WebSocket::hearProxy() {
+  ws_->next_layer().tcpSocket().async_read_some(
+      asio::buffer(proxy_->heard), [self = shared_from_this()](error_code error, std::size_t size) {
+        if (self->state_ != State::connecting) return;
+        error ? self->failAtProxy(error) : self->onProxy({self->proxy_->heard.data(), size});
+      });
+}
+
+void WebSocket::onProxy(std::string_view bytes) {
+  using Step = ProxyHandshake::Step;
+  switch (proxy_->handshake.hear(bytes)) {
+    case Step::ask:
+      return askProxy();
+    case Step::listen:
+      return hearProxy();
+    case Step::failed:
+      return fail(Cause::proxy, proxy_->handshake.problem(), {});
+    case Step::done:
+      proxy_.reset();
+      return greetServer();
+  }
+}
+
+void WebSocket::failAtProxy(error_code error) {
+  fail(Cause::proxy, "the proxy broke off", error == asio::error::eof ? error_code() : error);
+}
+
+void WebSocket::greetServer() { endpoint_->tls() ? startTls() : handshake(); }
 
 void WebSocket::abandonAttempts() {
   attemptTimer_.cancel();
@@ -268,10 +316,9 @@ void WebSocket::startTls() {
   tls.async_handshake(
       ssl::stream_base::client, [self = shared_from_this(), handle](error_code error) {
         if (self->state_ != State::connecting) return;
-        const auto verdict = SSL_get_verify_result(handle);
-        if (error && verdict != X509_V_OK) {
-          const std::string reason = X509_verify_cert_error_string(verdict);
-          return self->fail(Cause::tls, "the server's certificate was refused: " + reason, {});
+        const auto refusal = refusalOf(handle);
+        if (error && !refusal.empty()) {
+          return self->fail(Cause::tls, "the server's certificate was refused: " + refusal, {});
         }
         if (error) return self->fail(Cause::tls, "TLS handshake failed", error);
         self->handshake();
@@ -316,7 +363,11 @@ void WebSocket::onHandshake(error_code error) {
                 {});
   }
   if (error) {
-    const auto cause = error == beast::error::timeout ? Cause::timeout : Cause::http;
+    // The server judges a client's certificate last.
+    const bool isTls = error.category() == asio::error::get_ssl_category();
+    const auto cause = error == beast::error::timeout ? Cause::timeout
+                       : isTls                        ? Cause::tls
+                                                      : Cause::http;
     return fail(cause, "WebSocket handshake failed", error);
   }
   response_ = {};
@@ -356,7 +407,7 @@ void WebSocket::pauseReading(bool pause) {
 
 void WebSocket::setTimeouts(Duration idle) {
   ws_->set_option(websocket::stream_base::timeout{
-      .handshake_timeout = handshakeLimit, .idle_timeout = idle, .keep_alive_pings = false});
+      .handshake_timeout = options_.upgradeLimit, .idle_timeout = idle, .keep_alive_pings = false});
 }
 
 void WebSocket::send(Frame frame) {

@@ -72,6 +72,8 @@ struct Handshake {
 /// next attempt to connect. One that outlives the server loses its connection when the run loop is
 /// next driven, and its time-outs go on in real time, so that every completion still comes.
 ///
+/// Of their KRConnectionOptions the times count; chance draws the same in every run.
+///
 /// **The run loop.** KRRunLoop::poll runs what is ready, as `run` does. KRRunLoop::runFor moves
 /// time on, as `advance` does; so does KRRunLoop::run until it is stopped, for a day at most: a run
 /// that nobody stops has failed. KRRunLoop::attach returns false. What coroutines and futures wait

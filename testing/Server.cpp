@@ -5,6 +5,7 @@
 #include <deque>
 #include <iostream>
 #include <map>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
@@ -91,7 +92,9 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
   explicit World(const Handshake& handshake) : handshake_(handshake) {}
 
   socketio::World world() override {
-    return {clock_, [self = shared_from_this()] { return self->makeConnection(); }};
+    return {
+        clock_, [self = shared_from_this()] { return self->makeConnection(); },
+        [self = shared_from_this()] { return std::generate_canonical<double, 32>(self->chance_); }};
   }
   bool advance(socketio::TimePoint end) override { return clock_->advance(end); }
   void onEndlessRun() override { fail("a run was not stopped for a day"); }
@@ -132,6 +135,7 @@ class Server::World final : public Stage, public std::enable_shared_from_this<Wo
   int connectionCount_ = 0;
   socketio::TimePoint lastSent_;
   int sentAtOnce_ = 0;
+  std::mt19937 chance_;  // the same in every run
 };
 
 class Server::World::Connection final : public Transport,
@@ -141,6 +145,7 @@ class Server::World::Connection final : public Transport,
       : world_(std::move(world)), number_(number), pings_(world_->clock_->makeTimer()) {}
 
   void open(const socketio::Endpoint& endpoint, const std::string& target,
+            const socketio::TransportOptions& /*options*/,
             std::weak_ptr<Listener> listener) override {
     listener_ = std::move(listener);
     login_ = world_->logins_.emplace_back(loginOf(endpoint, target));

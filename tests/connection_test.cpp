@@ -15,7 +15,8 @@ using Note = std::function<void(const std::string&)>;
 struct FakeTransport final : Transport {
   explicit FakeTransport(Note noteThat) : note(std::move(noteThat)) {}
 
-  void open(const Endpoint&, const std::string&, std::weak_ptr<Listener> heard) override {
+  void open(const Endpoint&, const std::string&, const TransportOptions&,
+            std::weak_ptr<Listener> heard) override {
     listener = std::move(heard);
   }
   void send(Frame) override {}

@@ -94,7 +94,9 @@ export async function hostileServer(scripts, report) {
     if (!head && !steps.includes(step)) throw new Error(`there is no step '${step}'`);
   }
   const http = createServer();
-  http.on("upgrade", (request, socket) => socket.emit("request", request));
+  for (const kind of ["upgrade", "connect"]) {
+    http.on(kind, (request, socket) => socket.emit("request", request));
+  }
   http.on("clientError", () => {}); // who breaks off or speaks TLS
   http.on("connection", (socket) => {
     report("came");

@@ -14,6 +14,7 @@
 
 #include "KorivaSDK/Log.h"
 #include "socketio/Environment.h"
+#include "socketio/TransportOptions.h"
 
 using namespace std::chrono_literals;
 using koriva::platform::writeLine;
@@ -145,7 +146,7 @@ void openSockets() {
   const std::array free{dup(STDERR_FILENO), dup(STDERR_FILENO)};
   std::ranges::for_each(free, close);
   for (const auto& transport : transports) {
-    transport->open(*koriva::socketio::Endpoint::parse("http://127.0.0.1:9"), "/", {});
+    transport->open(*koriva::socketio::Endpoint::parse("http://127.0.0.1:9"), "/", {}, {});
     for (int standard = 0; standard < 3; ++standard) close(standard);
   }
   const auto isOurs = [](int descriptor) { return fcntl(descriptor, F_GETFD) == FD_CLOEXEC; };

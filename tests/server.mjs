@@ -11,6 +11,7 @@
 //   {"do":"certify","name":"x","newest":"v"}  shows x.pem over TLS, and speaks up to that version
 //   {"do":"renegotiate"}                      asks the latest TLS client to, and reports the outcome
 //   {"do":"play","scripts":["…",…]}           the port of a hostile server; its last script is for the rest
+//   {"do":"proxy","kind":"http","login":"x"}  the port of a proxy, as proxy.mjs says
 //
 // In items, {"$binary":"text"} stands for bytes and {"$payload":"key"} for what the request holds.
 import { readFileSync } from "node:fs";
@@ -19,6 +20,7 @@ import { createServer as createTlsServer } from "node:https";
 import { createRequire } from "node:module";
 import { createInterface } from "node:readline";
 import { hostileServer } from "./hostile_server.mjs";
+import { proxy } from "./proxy.mjs";
 
 const require = createRequire(new URL("../sandbox/package.json", import.meta.url));
 const { Server } = require("socket.io");
@@ -37,11 +39,14 @@ const filledIn = (items, payload) =>
     return value?.$payload === undefined ? value : payload[value.$payload];
   });
 
-const http = options.tls ? createTlsServer() : createServer();
+const http = options.tls
+  ? createTlsServer({ requestCert: true, rejectUnauthorized: false })
+  : createServer();
 let latest;
 http.on("secureConnection", (socket) => {
   latest = socket;
   report("name", socket.servername);
+  report("client", socket.getPeerCertificate().subject?.CN);
 });
 http.on("upgrade", (request) => report("url", request.url));
 const io = new Server(http, { transports: ["websocket"] });
@@ -75,6 +80,7 @@ const commands = {
     return latest.renegotiate({}, (error) => report("renegotiation", error?.code ?? "done"));
   },
   play: ({ scripts }) => hostileServer(scripts, report),
+  proxy: (wanted) => proxy(wanted, report),
 };
 createInterface({ input: process.stdin })
   .on("line", async (line) => {

@@ -4,6 +4,8 @@
 #include <boost/algorithm/string.hpp>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "tests/support/Attempt.h"
 #include "tests/support/Table.h"
@@ -34,20 +36,35 @@ void certify(const std::string& name, const std::string& subject, const std::str
   EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-TEST(Tls, OnlyAVerifiedServerHearsAnything) {
-  const auto folder = fs::path(testing::TempDir()) / ("koriva-tls-" + std::to_string(getpid()));
-  fs::create_directory(folder);
-  fs::current_path(folder);
-  setenv("OPENSSL_CONF", KORIVA_TEST_DATA "/openssl.cnf", 1);
-  setenv("SSL_CERT_FILE", "trusted.pem", 1);
-  for (const std::string name : {"trusted", "unknown"}) {
-    certify(name, name, "basicConstraints=critical,CA:TRUE", "-signkey " + name + ".key");
+void sign(const std::string& name, const std::string& issuer, const std::string& extension) {
+  certify(name, name, extension, "-CA " + issuer + ".pem -CAkey " + issuer + ".key");
+}
+
+/// In a folder with the authorities "trusted", by the system, and "unknown".
+class Tls : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    fs::create_directory(folder);
+    fs::current_path(folder);
+    setenv("OPENSSL_CONF", KORIVA_TEST_DATA "/openssl.cnf", 1);
+    setenv("SSL_CERT_FILE", "trusted.pem", 1);
+    for (const std::string name : {"trusted", "unknown"}) {
+      certify(name, name, "basicConstraints=critical,CA:TRUE", "-signkey " + name + ".key");
+    }
   }
-  Server server(R"({"tls":true})");
-  server.answer("ask", R"([{"result":0}])");
-  const auto urlOf = [&](const std::string& host) {
+  static void TearDownTestSuite() { fs::remove_all(folder); }
+
+  std::string urlOf(const std::string& host) const {
     return "https://" + host + server.url().substr(server.url().rfind(':'));
-  };
+  }
+
+  static inline const fs::path folder =
+      fs::path(testing::TempDir()) / ("koriva-tls-" + std::to_string(getpid()));
+  Server server{R"({"tls":true})"};
+};
+
+TEST_F(Tls, OnlyAVerifiedServerHearsAnything) {
+  server.answer("ask", R"([{"result":0}])");
   attached(), KRRunLoop::main();
   if (canRunOut) {
     const TakenDescriptors taken;
@@ -81,7 +98,90 @@ TEST(Tls, OnlyAVerifiedServerHearsAnything) {
     SCOPED_TRACE(row.place);
     located(row.place, [&] { check(row); });
   }
-  fs::remove_all(folder);
+}
+
+std::string textOf(const std::string& file) {
+  std::ifstream stream(file);
+  return {std::istreambuf_iterator(stream), {}};
+}
+
+std::string pinOf(const std::string& name) {
+  const auto command = "openssl x509 -noout -pubkey -in " + name +
+                       ".pem | openssl pkey -pubin -outform der | "
+                       "openssl dgst -sha256 -binary | openssl base64 >pin";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  return boost::trim_copy(textOf("pin"));
+}
+
+void set(KRConnectionOptions& options, Server& server, const std::string& what,
+         const std::string& name) {
+  const auto useProxy = [&] {
+    const auto port = server.tell(R"({"do":"proxy","kind":")" + name + R"(","login":""})");
+    const std::string scheme = name == "http" ? "http" : "socks5h";
+    options.setProxy(scheme + "://localhost:" + json::serialize(port));
+  };
+  const auto pem = name + ".pem";
+  const auto key = name + ".key";
+  const std::map<std::string, std::function<void()>> setters{
+      {"proxy", useProxy},
+      {"authority", [&] { options.addAuthorities("so called:\n" + textOf(pem)); }},
+      {"file", [&] { options.addAuthoritiesFile(pem); }},
+      {"only", [&] { options.setSystemTrusted(false); }},
+      {"pin", [&] { options.addPin(pinOf(name)); }},
+      {"identity", [&] { options.setClientCertificate(textOf(pem), textOf(key)); }},
+      {"files", [&] { options.setClientCertificateFiles(pem, key); }}};
+  named(setters, what)();
+}
+
+/// Which server a client trusts by its options, and whom it says that it is.
+TEST_F(Tls, TrustsAsItsOptionsSay) {
+  koriva::timing().limits = patient;
+  sign("own", "unknown", "keyUsage=digitalSignature");
+  const auto check = [&](const Row& row) {
+    sign("shown", row.input, "subjectAltName=DNS:localhost");
+    server.tell(R"({"do":"certify","name":"shown","newest":"TLSv1.3"})");
+    server.tell(R"({"do":"forget"})");
+    KRConnectionOptions options;
+    std::istringstream words(row.name);
+    for (std::string what, name; words >> what >> name;) set(options, server, what, name);
+    attached(), KorivaSDK::setShared(nullptr);
+    const auto sdk = KorivaSDK::shared();
+    EXPECT_TRUE(sdk->setConnectionOptions(options));
+    sdk->setBaseUrl(urlOf("localhost"));
+    sdk->login("token", 1001, "device", false);
+    using Phase = KRConnectionState::Phase;
+    EXPECT_TRUE(runUntil([&] { return sdk->connectionState().phase() != Phase::connecting; }));
+    const auto state = sdk->connectionState();
+    const bool isConnected = state.phase() == Phase::connected;
+    EXPECT_EQ(state.cause(), isConnected ? KRConnectionCause::none : KRConnectionCause::tls);
+    EXPECT_EQ(server.reports("url").size(), isConnected ? 1U : 0U);
+    const auto seen =
+        isConnected ? json::serialize(server.reports("client").at(0)) : state.reason();
+    EXPECT_THAT(seen, testing::HasSubstr(row.output));
+  };
+  for (const auto& row : readTable("trust.txt")) {
+    SCOPED_TRACE(row.place);
+    located(row.place, [&] { check(row); });
+  }
+  KorivaSDK::setShared(nullptr);
+}
+
+TEST_F(Tls, RefusesWhatItCannotShowOrTrust) {
+  EXPECT_EQ(std::system("openssl pkey -in trusted.key -aes128 -passout pass:x -out locked.key"), 0);
+  const auto sdk = KorivaSDK::shared();
+  const auto whole = textOf("trusted.pem");
+  const auto key = textOf("trusted.key");
+  using Options = KRConnectionOptions;
+  EXPECT_TRUE(sdk->setConnectionOptions(Options().setClientCertificate(whole + key, key)));
+  for (const auto& options :
+       {Options().setClientCertificate(whole, textOf("unknown.key")),
+        Options().setClientCertificate(whole, textOf("locked.key")),
+        Options().setClientCertificate(whole, ""), Options().setClientCertificate("", key),
+        Options().setClientCertificateFiles("trusted.pem", "nothing.key"),
+        Options().addAuthorities(whole + whole.substr(0, whole.size() / 2)),
+        Options().addAuthorities(whole).addAuthorities("")}) {
+    EXPECT_FALSE(sdk->setConnectionOptions(options));
+  }
 }
 
 }  // namespace

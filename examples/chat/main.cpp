@@ -59,6 +59,7 @@ void takeLog(Console& console, bool isShown) {
 
 struct Options {
   Chat::Identity identity{"http://localhost:2082", 1001, "", "terminal", false};
+  std::string proxy;
   unsigned patience = 15;
   bool verbose = false;
 };
@@ -73,6 +74,8 @@ void addOptions(CLI::App& app, Options& options) {
   app.add_option("--token", options.identity.token,
                  "Your session token; without it, the one that the sandbox takes");
   app.add_option("--device", options.identity.deviceId, "Your device id")->capture_default_str();
+  app.add_option("--proxy", options.proxy,
+                 "A proxy: http://[USER:PASSWORD@]HOST[:PORT], or socks5h");
   app.add_flag("--new", options.identity.isNew, "Begin a new device session");
   app.add_flag("--verbose", options.verbose, "Show the library's diagnostics");
   app.add_option("--patience", options.patience, "How many seconds /wait waits")
@@ -132,6 +135,10 @@ int main(int argc, char** argv) {
   }
   if (!KorivaSDK::shared()->setBaseUrl(options.identity.url)) {
     std::cerr << "--url: not an http, https, ws or wss address: " << options.identity.url << '\n';
+    return 2;
+  }
+  if (!KorivaSDK::shared()->setConnectionOptions(KRConnectionOptions().setProxy(options.proxy))) {
+    std::cerr << "--proxy: not an http or socks5h address\n";
     return 2;
   }
   try {

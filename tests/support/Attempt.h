@@ -19,7 +19,8 @@ struct Attempt {
     int messages = 0;
   };
 
-  explicit Attempt(const std::string& url, const socketio::Limits& limits = patient) {
+  explicit Attempt(const std::string& url, const socketio::Limits& limits = patient,
+                   const socketio::TransportOptions& options = {}) {
     attached();
     handlers = std::make_shared<const socketio::Handlers>(socketio::Handlers{
         {std::string(socketio::errorEvent),
@@ -32,7 +33,7 @@ struct Attempt {
            });
          }}});
     connection = std::make_shared<socketio::Connection>(KRRunLoop::main().internals().environment(),
-                                                        "/data", limits, handlers);
+                                                        "/data", limits, handlers, options);
     connection->connect(*socketio::Endpoint::parse(url), {{"session", "secret"}});
   }
   ~Attempt() { connection->release(); }
