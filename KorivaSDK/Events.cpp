@@ -84,11 +84,12 @@ socketio::Handlers KorivaSDK::State::makeHandlers() {
   using Kind = KRGroupEventKind;
 
   on(socketio::connectEvent, [this](const Items&) {
-    printLine(KRLogLevel::info, "KorivaSDK - socket connected");
     isNew = false;
     isReady = true;
     moveToConnected();
     const auto connection = channel.connection();
+    printLine(KRLogLevel::info, "KorivaSDK - socket connected");
+    if (connection->status() != Status::connected) return;  // a log sink has ended it
     // Taken out before they run, so that a task queued by one of them is kept.
     for (const auto& task : std::exchange(listTasks, {})) {
       guarded([&] { task(true); });

@@ -42,10 +42,10 @@ std::string asked(const Proxy& proxy, const Endpoint& server, const std::string&
       case ProxyHandshake::Step::done:
         return text + "|done";
       case ProxyHandshake::Step::failed:
-        return text + "|" + handshake.problem();
+        return handshake.problem();
     }
   }
-  return text + "|listens";
+  return "listens";
 }
 
 TEST(Proxy, IsAskedForTheWay) {
