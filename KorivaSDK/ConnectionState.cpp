@@ -54,7 +54,10 @@ void KorivaSDK::State::moveToConnecting() {
 }
 
 void KorivaSDK::State::moveToConnected() {
-  moveTo({Phase::connected, {}, client.connectionState().attempt(), {}});
+  KRConnectionState::Members next;
+  next.phase = Phase::connected;
+  next.attempt = client.connectionState().attempt();
+  moveTo(std::move(next));
   if (options.members().isIntervalVaried()) startReconnectTimer();
 }
 
