@@ -5,6 +5,7 @@
 #include "socketio/Platform.h"
 
 using namespace koriva;
+using socketio::Cause;
 using Phase = KRConnectionState::Phase;
 
 const KRConnectionState::Members& KRConnectionState::members() const {
@@ -67,6 +68,9 @@ void KorivaSDK::State::onEnded(const socketio::Ending& why) {
   if (before.phase() == Phase::connected) next.attempt = 0;
   if (isLoggingOut) {
     next.phase = Phase::idle;
+  } else if (question) {  // about which nothing has come yet: what comes is an attempt
+    next.phase = Phase::connecting;
+    next.attempt = 1;
   } else {
     next.nextAttempt = isStranded || !reconnectTimer
                            ? environment().clock()->now() + options.members().firstInterval()
@@ -76,6 +80,10 @@ void KorivaSDK::State::onEnded(const socketio::Ending& why) {
   printLine(KRLogLevel::info, "KorivaSDK - socket disconnected");
   forEachDelegate([](KorivaDelegate& to) { to.didDisconnect(); });
   tellChange();
+  const auto level = isStranded ? KRLogLevel::error : KRLogLevel::warning;
+  if (why.cause != Cause::local || isStranded) {
+    logLine(level, "KorivaSDK - " + withoutToken(why.reason));
+  }
 }
 
 // Whoever is called may change the state: the others hear of that, and no more of this one.

@@ -11,7 +11,7 @@ enum class KRLogLevel : std::int64_t {
   debug,    ///< what is done, with the arguments of some requests
   info,     ///< that a connection stands or has ended
   warning,  ///< what has failed, and why a connection has ended
-  error,    ///< what the client cannot get over by itself
+  error,    ///< that the system has no descriptors left to connect with
 };
 
 /// Takes a line of the library's log. `line` is UTF-8 without a line break at its end, though some
@@ -36,8 +36,9 @@ namespace koriva {
 /// **The sink is called where the line comes up**: on the main thread, on those that call
 /// requests, and on the network's thread after KRRunLoop::attach; on several at a time. It keeps
 /// that thread, so it should write or pass on the line and return; it must not wait for another
-/// thread that may be logging. It may call the library: lines that come up within it, on its
-/// thread, go to no sink.
+/// thread that may be logging. It may make requests: lines that come up within it, on its
+/// thread, go to no sink. What begins or ends a session (`login`, `logout`, `disconnect` and the
+/// like) it should leave to a posted task: delegates may not have heard yet of what the line says.
 ///
 /// What it throws is rethrown by the call that drives the run loop next, once for many that nobody
 /// has seen yet. In a forked child it is never called, and this function does nothing.

@@ -135,14 +135,15 @@ class KR_EXPORT KorivaSDK : public std::enable_shared_from_this<KorivaSDK> {
   /// What the timer does every 10 seconds: `reconnectIfNeed`.
   void reconnectFired();
 
-  /// Has a provider asked for the token before each attempt to connect again, and when the session
-  /// has expired: after `didReceiveError(expired)`, and the session goes on over a new connection
-  /// then. It is asked on the main thread, may reply at once or within 20 seconds, and the new
-  /// token stays; `login` is with the token that it is given. Without a reply, with an empty token,
-  /// and when the provider throws, the client goes on with the token that it has, which for a
-  /// session that has expired means that it does nothing. While it waits for the reply it is
-  /// connecting; a `login`, `logout` or `disconnect` in between makes the reply void. An empty
-  /// provider is none.
+  /// Has a provider, which is kept until there is another one, asked for the token before each
+  /// attempt to connect again, but for those that `networkDidChange` begins anew, and when the
+  /// session has expired: after `didReceiveError(expired)`, and the session goes on over a new
+  /// connection then. It is asked on the main thread, may reply at once or within 20 seconds, and
+  /// the new token stays; `login` is with the token that it is given. Without a reply, with an
+  /// empty token or the same again, and when the provider throws, the client goes on with the token
+  /// that it has, which for a session that has expired means that it does nothing. While it waits
+  /// for the reply it is connecting; a `login`, `logout` or `disconnect` in between makes the reply
+  /// void. An empty provider is none.
   void setTokenProvider(KRTokenProvider provider);
 
   /// Tells the client that the device is online, perhaps by another network, or offline. Online: it

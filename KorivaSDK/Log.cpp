@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "KorivaSDK/RunLoopInternals.h"
@@ -48,10 +49,14 @@ void rethrowLater() {
   static std::atomic<bool> isWaiting = false;
   if (isWaiting.exchange(true)) return;
   auto& loop = KRRunLoop::main().internals();
-  loop.environment().postHandler([&loop, thrown = std::current_exception()] {
-    isWaiting = false;
-    loop.keepException(thrown);
-  });
+  try {
+    loop.environment().postHandler([&loop, thrown = std::current_exception()] {
+      isWaiting = false;
+      loop.keepException(thrown);
+    });
+  } catch (const std::bad_alloc&) {
+    isWaiting = false;  // too little memory to tell of it
+  }
 }
 
 bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }

@@ -90,19 +90,20 @@ bool KorivaSDK::setBaseUrl(std::string_view url) {
 
 void KorivaSDK::login(const std::string& token, std::int64_t uin, const std::string& deviceId,
                       bool isNew) {
+  if (platform::isForkedChild()) return;
   state_->token = token;
   state_->uin = uin;
   state_->deviceId = deviceId;
   state_->isNew = isNew;
   state_->stopAsking();
-  if (!state_->isLoggingOut) state_->moveTo({});
+  if (!state_->isLoggingOut && !state_->isStranded) state_->moveTo({});
   state_->connect();
 }
 
 void KorivaSDK::State::connect() {
   if (isLoggingOut || platform::isForkedChild()) return;
-  moveToConnecting();
   if (!KRRunLoop::main().internals().prepareToWait()) return failWithoutTimers();
+  moveToConnecting();
   isStranded = false;
   // Whoever holds the handlers holds the client.
   auto connection = std::make_shared<socketio::Connection>(
@@ -125,6 +126,7 @@ void KorivaSDK::State::connect() {
 // one is ignored: nothing could keep their attempts apart.
 void KorivaSDK::State::failWithoutTimers() {
   if (std::exchange(isStranded, true)) return;
+  moveToConnecting();
   const auto postUnlessOver = [weak = client.weak_from_this()](void (*act)(State&)) {
     environment().postHandler([weak, act] {
       const auto sdk = weak.lock();
@@ -204,6 +206,8 @@ void KorivaSDK::disconnect() {
 }
 
 void KorivaSDK::State::end(const socketio::Ending& why) {
+  if (platform::isForkedChild()) return;
+  const auto self = client.shared_from_this();  // delegates may let go of the last reference
   const bool wasAsking = stopAsking();
   const auto connection = channel.connection();
   if (connection && connection->isUnderWay()) return connection->disconnect(why);

@@ -40,7 +40,8 @@ void KorivaSDK::State::askForToken() {
 
 void KorivaSDK::State::onToken(const std::string& newToken) {
   stopAsking();
-  if (newToken.empty() && client.isConnected()) return;
+  // The same one has expired: the server would say so again.
+  if ((newToken.empty() || newToken == token) && client.isConnected()) return;
   if (!newToken.empty()) token = newToken;
   connect();
 }

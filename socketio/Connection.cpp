@@ -222,16 +222,18 @@ void Connection::probe(Duration limit) {
   });
 }
 
-// A pong that waits behind other messages, or while reading pauses or the process slept, has not
-// failed to come.
+// A pong that waits behind other messages, or a ping that does, or either while reading pauses or
+// the process slept, has not failed to come.
 void Connection::watchProbe(Duration limit) {
   wasHeard_ = false;
   const auto end = clock_->now() + limit;
-  probeTimer_->set(end, [weak = weak_from_this(), limit, end] {
+  const auto queued = transport_->queuedBytes();
+  probeTimer_->set(end, [weak = weak_from_this(), limit, end, queued] {
     const auto self = weak.lock();
     if (!self || !self->probeTimer_) return;
     const bool isLate = self->clock_->now() > end + limit;
-    if (isLate || self->isPaused_ || self->wasHeard_) return self->watchProbe(limit);
+    const bool isSending = self->transport_->queuedBytes() < queued;
+    if (isLate || isSending || self->isPaused_ || self->wasHeard_) return self->watchProbe(limit);
     self->fail({Cause::lost, "the server does not answer any more"});
   });
 }
@@ -348,7 +350,6 @@ void Connection::onEnded(Ending ending) {
   const bool hasFailed = status() == Status::connecting;
   if (!becomeDisconnected(std::move(ending))) return;
   if (hasFailed) lastDial_ = clock_->now();
-  raise(errorEvent, Items(quoted(ending_.reason)));
   raise(disconnectEvent, Items(quoted(ending_.reason)));
 }
 

@@ -25,7 +25,7 @@ enum class Status { notConnected, connecting, connected, disconnected };
 /// ignored.
 inline constexpr std::string_view connectEvent = "connect";        ///< no items
 inline constexpr std::string_view disconnectEvent = "disconnect";  ///< one text: the reason
-inline constexpr std::string_view errorEvent = "error";            ///< one text: what went wrong
+inline constexpr std::string_view errorEvent = "error";            ///< one text: what is not sent
 
 /// The item of an acknowledgement that did not come in time.
 inline constexpr std::string_view noAck = "NO ACK";

@@ -10,7 +10,7 @@ enum class KRConnectionCause : std::int64_t {
   unreachable,  ///< no connection to the host and its port, or the device is offline
   proxy,        ///< the proxy could not be reached, or did not let the connection through
   tls,          ///< no TLS with the server, or its certificate was refused
-  http,         ///< the server answered, but is no chat server
+  http,         ///< no chat server is there: it answered something else, or broke off
   refused,      ///< the chat server refused the session
   timeout,      ///< the attempt took too long
   lost,         ///< a connection broke off, or nothing was heard on it for too long

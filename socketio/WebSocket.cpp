@@ -253,7 +253,10 @@ void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code e
   if (error && attempts_.empty() && options_.proxy) {
     return fail(Cause::proxy, "cannot connect to the proxy", error);
   }
-  if (error && attempts_.empty()) return fail(Cause::unreachable, "cannot connect", error);
+  if (error && attempts_.empty()) {
+    const bool isHere = error == asio::error::no_descriptors;
+    return fail(isHere ? Cause::local : Cause::unreachable, "cannot connect", error);
+  }
   if (error) return;
 
   abandonAttempts();

@@ -134,6 +134,13 @@ struct Play : ServerTest {
       {"online", [this](auto&) { sdk->networkDidChange(true); }},
       {"offline", [this](auto&) { sdk->networkDidChange(false); }},
       {"foreground", [this](auto&) { sdk->setForeground(true); }},
+      {"letGo", [this](auto&) { sdk = nullptr, KorivaSDK::setShared(nullptr); }},
+      {"disconnectLast",
+       [this](auto&) {
+         auto* const last = sdk.get();
+         last->disconnect();
+         sdk = KorivaSDK::create();
+       }},
       {"background", [this](auto&) { sdk->setForeground(false); }},
       {"say *", [this](auto& it) { say(it.argument); }},
       {"sayBinary *", [this](auto& it) { say(it.argument, true); }},

@@ -22,16 +22,21 @@ struct Attempt {
   explicit Attempt(const std::string& url, const socketio::Limits& limits = patient,
                    const socketio::TransportOptions& options = {}) {
     attached();
-    handlers = std::make_shared<const socketio::Handlers>(socketio::Handlers{
-        {std::string(socketio::errorEvent),
-         [to = heard](const auto& items) { to->errors += items.text(); }},
-        {std::string(socketio::disconnectEvent), [to = heard](const auto&) { ++to->disconnects; }},
-        {"message", [to = heard](const auto&) { ++to->messages; }},
-        {std::string(socketio::connectEvent), [this](const auto&) {
-           connection->emit("ask", {"{}"}, [to = heard](const auto& items) {
-             if (items.text() != socketio::quoted(socketio::noAck)) to->answers += items.text();
-           });
-         }}});
+    handlers = std::make_shared<const socketio::Handlers>(
+        socketio::Handlers{{std::string(socketio::errorEvent),
+                            [to = heard](const auto& items) { to->errors += items.text(); }},
+                           {std::string(socketio::disconnectEvent),
+                            [to = heard](const auto& items) {
+                              to->errors += items.text();
+                              ++to->disconnects;
+                            }},
+                           {"message", [to = heard](const auto&) { ++to->messages; }},
+                           {std::string(socketio::connectEvent), [this](const auto&) {
+                              connection->emit("ask", {"{}"}, [to = heard](const auto& items) {
+                                if (items.text() != socketio::quoted(socketio::noAck))
+                                  to->answers += items.text();
+                              });
+                            }}});
     connection = std::make_shared<socketio::Connection>(KRRunLoop::main().internals().environment(),
                                                         "/data", limits, handlers, options);
     connection->connect(*socketio::Endpoint::parse(url), {{"session", "secret"}});
