@@ -21,10 +21,13 @@ Options::Members& Options::edit() {
   return *copy;
 }
 
-Options& Options::setProxy(std::string_view url) {
-  edit().proxy = url;
+template <class Member, class Value>
+Options& Options::set(Member Members::*member, const Value& value) {
+  edit().*member = value;
   return *this;
 }
+
+Options& Options::setProxy(std::string_view url) { return set(&Members::proxy, url); }
 
 Options& Options::addAuthorities(std::string_view certificates) {
   edit().trust.authorities.push_back({std::string(certificates)});
@@ -57,34 +60,22 @@ Options& Options::addPin(std::string_view pin) {
 }
 
 Options& Options::setConnectTimeout(milliseconds timeout) {
-  edit().connectTimeout = timeout;
-  return *this;
+  return set(&Members::connectTimeout, timeout);
 }
 
 Options& Options::setAnswerTimeout(milliseconds timeout) {
-  edit().answerTimeout = timeout;
-  return *this;
+  return set(&Members::answerTimeout, timeout);
 }
 
-Options& Options::setReconnectInterval(milliseconds interval) {
-  edit().reconnectInterval = interval;
-  return *this;
-}
+Options& Options::setReconnectInterval(milliseconds time) { return set(&Members::interval, time); }
 
-Options& Options::setReconnectFactor(double factor) {
-  edit().reconnectFactor = factor;
-  return *this;
-}
+Options& Options::setReconnectFactor(double factor) { return set(&Members::factor, factor); }
 
 Options& Options::setMaxReconnectInterval(milliseconds most) {
-  edit().maxReconnectInterval = most;
-  return *this;
+  return set(&Members::maxInterval, most);
 }
 
-Options& Options::setReconnectJitter(double jitter) {
-  edit().reconnectJitter = jitter;
-  return *this;
-}
+Options& Options::setReconnectJitter(double jitter) { return set(&Members::jitter, jitter); }
 
 koriva::socketio::Limits Options::Members::limits() const {
   auto limits = koriva::timing().limits;
@@ -94,13 +85,13 @@ koriva::socketio::Limits Options::Members::limits() const {
 }
 
 milliseconds Options::Members::firstInterval() const {
-  return reconnectInterval.value_or(koriva::timing().reconnectInterval);
+  return interval.value_or(koriva::timing().reconnectInterval);
 }
 
 milliseconds Options::Members::intervalAfter(std::int64_t failures) const {
   const auto first = firstInterval();
-  const auto most = maxReconnectInterval.value_or(std::max<milliseconds>(first, 5min));
-  const auto growth = std::pow(reconnectFactor, std::max<std::int64_t>(failures - 1, 0));
+  const auto most = maxInterval.value_or(std::max<milliseconds>(first, 5min));
+  const auto growth = std::pow(factor, std::max<std::int64_t>(failures - 1, 0));
   const auto grown = static_cast<double>(first.count()) * growth;
   return grown < static_cast<double>(most.count())
              ? milliseconds(static_cast<milliseconds::rep>(grown))
@@ -108,13 +99,11 @@ milliseconds Options::Members::intervalAfter(std::int64_t failures) const {
 }
 
 bool Options::Members::areTimesPossible() const {
-  for (const auto& time :
-       {connectTimeout, answerTimeout, reconnectInterval, maxReconnectInterval}) {
+  for (const auto& time : {connectTimeout, answerTimeout, interval, maxInterval}) {
     if (time && (*time <= 0ms || *time > 24h)) return false;
   }
   // Neither holds for NaN.
-  return reconnectFactor >= 1 && reconnectJitter >= 0 && reconnectJitter <= 1 &&
-         maxReconnectInterval.value_or(24h) >= firstInterval();
+  return factor >= 1 && jitter >= 0 && jitter <= 1 && maxInterval.value_or(24h) >= firstInterval();
 }
 
 std::optional<koriva::socketio::TransportOptions> Options::Members::transport() const {

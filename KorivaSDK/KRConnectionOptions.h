@@ -85,6 +85,8 @@ class KR_EXPORT KRConnectionOptions {
 
   const Members& members() const;
   Members& edit();
+  template <class Member, class Value>
+  KRConnectionOptions& set(Member Members::*member, const Value& value);
 
   std::shared_ptr<const Members> members_;  ///< null: nothing was set
 };

@@ -163,7 +163,7 @@ void KorivaSDK::State::startReconnectTimer() {
   const auto& settings = options.members();
   const socketio::Duration interval = settings.intervalAfter(stands ? 1 : now.attempt());
   const double spared =
-      settings.reconnectJitter > 0 ? settings.reconnectJitter * environment().chance() : 0;
+      settings.jitter > 0 ? settings.jitter * environment().chance() : 0;
   reconnectTimer = std::make_shared<socketio::Alarm>(environment(), interval, fire);
   reconnectTimer->start(interval -
                         std::chrono::duration_cast<socketio::Duration>(interval * spared));

@@ -46,16 +46,16 @@ struct KRConnectionOptions::Members {
   koriva::socketio::TrustOptions trust;
   std::optional<std::chrono::milliseconds> connectTimeout;
   std::optional<std::chrono::milliseconds> answerTimeout;
-  std::optional<std::chrono::milliseconds> reconnectInterval;
-  std::optional<std::chrono::milliseconds> maxReconnectInterval;
-  double reconnectFactor = 1;
-  double reconnectJitter = 0;
+  std::optional<std::chrono::milliseconds> interval;
+  std::optional<std::chrono::milliseconds> maxInterval;
+  double factor = 1;
+  double jitter = 0;
 
   [[nodiscard]] koriva::socketio::Limits limits() const;
   [[nodiscard]] std::chrono::milliseconds firstInterval() const;
   /// Before chance takes something away from it.
   [[nodiscard]] std::chrono::milliseconds intervalAfter(std::int64_t failures) const;
-  [[nodiscard]] bool isIntervalVaried() const { return reconnectFactor > 1 || reconnectJitter > 0; }
+  [[nodiscard]] bool isIntervalVaried() const { return factor > 1 || jitter > 0; }
   [[nodiscard]] bool areTimesPossible() const;
   /// Nothing where something cannot be.
   [[nodiscard]] std::optional<koriva::socketio::TransportOptions> transport() const;
