@@ -44,8 +44,13 @@ inline std::vector<Step> takeSteps(std::span<const Line>& lines, std::size_t ind
   std::vector<Step> steps;
   while (!lines.empty() && lines.front().indent >= indent) {
     const auto& line = lines.front();
-    if (line.indent > indent) refuse(line.place, "this is indented too far");
     lines = lines.subspan(1);
+    if (line.indent > indent) {
+      const bool goesOn = !steps.empty() && steps.back().name == "=>";
+      if (!goesOn) refuse(line.place, "this is indented too far");
+      steps.back().argument += std::string(line.indent - indent - 2, ' ') + line.text;
+      continue;
+    }
     const auto arrow = line.text.find(" => ");
     const bool isSeen = arrow != line.text.npos || line.text.starts_with("=> ");
     if (isSeen && indent > 2) refuse(line.place, "what is seen stands in no body");
