@@ -31,7 +31,12 @@ KRConnectionState KorivaSDK::connectionState() const {
 }
 
 std::string KorivaSDK::State::withoutToken(std::string text) const {
-  return token.empty() ? text : replaceAll(std::move(text), token, "…");
+  if (token.empty()) return text;
+  const auto sent = json::validUtf8(token);
+  for (const auto& form : {socketio::percentEncoded(sent), json::escaped(sent), sent}) {
+    text = replaceAll(std::move(text), form, "…");
+  }
+  return text;
 }
 
 void KorivaSDK::State::moveTo(KRConnectionState::Members next) {

@@ -11,21 +11,20 @@ void printToken(const std::string& event, const std::string& token) {
             [&](const Log& log) { return "KorivaSDK - " + event + ": " + log.secret(token); });
 }
 
-std::string escaped(std::string_view text) {
-  std::string quoted;
-  json::appendText(quoted, text);
-  return quoted.substr(1, quoted.size() - 2);
-}
-
-/// The whole answer as text, whatever it says, be it the token. Log filters know the line, of
+/// The whole answer as text, whatever it says, be it a token. Log filters know the line, of
 /// unregistering too.
-auto decodeJsonText(const std::string& token) {
-  return [token](Answer& answer) -> Decoded<std::string> {
+auto decodeJsonText(const auto& session, const std::string& token) {
+  return [&session, weak = session.client.weak_from_this(),
+          token](Answer& answer) -> Decoded<std::string> {
     auto text = answer.prettyPrinted();
     if (!text) return KRResult<std::string>::failure(KRError::parsingFailed);
+    const auto sdk = weak.lock();
+    if (!sdk) return std::nullopt;
     printLine(KRLogLevel::debug, [&](const Log& log) {
-      const auto shown =
-          token.empty() ? *text : replaceAll(*text, escaped(token), escaped(log.secret(token)));
+      auto shown = log.hasSink() ? session.withoutToken(*text) : *text;
+      if (!token.empty()) {
+        shown = replaceAll(shown, json::escaped(token), json::escaped(log.secret(token)));
+      }
       return "KorivaSDK - register_profile_token result: " + shown;
     });
     return KRResult<std::string>::success(*std::move(text));
@@ -56,7 +55,7 @@ void KorivaSDK::registerFCMToken(std::int64_t uin, const std::string& token,
   state_->channel.request(
       "register_profile_token",
       {{"uin", uin}, {"type", rawValue(type)}, {"token", token}, {"device_id", deviceId}},
-      decodeJsonText(token), std::move(completion), noFailureLine);
+      decodeJsonText(*state_, token), std::move(completion), noFailureLine);
 }
 
 // Servers take the user as text here and in a logout.
@@ -65,8 +64,8 @@ void KorivaSDK::unregisterFCMToken(std::int64_t uin, const std::string& token,
                                    KRCompletion<std::string> completion) {
   printToken("unregister_profile_token", token);
   state_->channel.request("unregister_profile_token",
-                          {{"uin", std::to_string(uin)}, {"token", token}}, decodeJsonText(token),
-                          std::move(completion), noFailureLine);
+                          {{"uin", std::to_string(uin)}, {"token", token}},
+                          decodeJsonText(*state_, token), std::move(completion), noFailureLine);
 }
 
 void KorivaSDK::sendLogoutEvent(std::int64_t uin, std::int64_t version) {

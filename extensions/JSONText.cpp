@@ -135,4 +135,10 @@ bool appendText(std::string& out, std::string_view text, InvalidText invalidText
   return true;
 }
 
+std::string escaped(std::string_view text) {
+  std::string quoted;
+  appendText(quoted, text);
+  return quoted.substr(1, quoted.size() - 2);
+}
+
 }  // namespace koriva::json

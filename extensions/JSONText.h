@@ -43,6 +43,9 @@ enum class InvalidText {
 bool appendText(std::string& out, std::string_view text,
                 InvalidText invalidText = InvalidText::replace);
 
+/// What stands between the quotation marks of a text, with U+FFFD for what is wrong.
+std::string escaped(std::string_view text);
+
 constexpr std::uint64_t loadBytes(const char* bytes, std::size_t count) {
   std::uint64_t value = 0;
   if (std::is_constant_evaluated() || std::endian::native != std::endian::little) {

@@ -71,11 +71,14 @@ std::string Endpoint::authority() const {
   return port_ == (tls_ ? 443 : 80) ? bracketedHost() : hostAndPort();
 }
 
+std::string percentEncoded(std::string_view text) {
+  return urls::encode(text, urls::unreserved_chars);
+}
+
 std::string requestTarget(const ConnectParameters& parameters) {
   std::string target = "/socket.io/?transport=websocket&EIO=4";
   for (const auto& [name, value] : parameters) {
-    target += "&" + boost::urls::encode(name, boost::urls::unreserved_chars) + "=" +
-              boost::urls::encode(value, boost::urls::unreserved_chars);
+    target += "&" + percentEncoded(name) + "=" + percentEncoded(value);
   }
   return target;
 }

@@ -57,7 +57,10 @@ class Endpoint {
 
 using ConnectParameters = std::vector<std::pair<std::string, std::string>>;
 
-/// The path and query of the Engine.IO request, every reserved character encoded.
+/// As values stand in a request: every reserved character encoded.
+std::string percentEncoded(std::string_view text);
+
+/// The path and query of the Engine.IO request.
 std::string requestTarget(const ConnectParameters& parameters);
 
 }  // namespace koriva::socketio

@@ -50,7 +50,7 @@ struct Play : ServerTest {
     if (printed != text) throw std::runtime_error("'" + printed + "' was printed before");
   }
   void join() {
-    login();
+    sdk->login("to\"ken", 1001, "device", false);
     say(R"(0{"pingInterval":25000,"pingTimeout":20000})");
     say("40/data,{}");
     takePrinted("KorivaSDK - socket connected\n");
