@@ -1,5 +1,7 @@
 #include <array>
 #include <semaphore>
+#include <set>
+#include <sstream>
 #include <thread>
 
 #include "tests/support/Harness.h"
@@ -13,6 +15,28 @@ constexpr auto print = koriva::test::printLine;
 
 std::string withBadBytes(const std::string& text) {
   return boost::replace_all_copy(text, "(bad byte)", "\xff");
+}
+
+/// Options from names with a value each.
+KRConnectionOptions optionsOf(const std::string& told) {
+  KRConnectionOptions options;
+  std::string name;
+  std::string value;
+  const auto time = [&] { return std::chrono::milliseconds(std::stoll(value)); };
+  const std::map<std::string, std::function<void()>> setters{
+      {"proxy", [&] { options.setProxy(value); }},
+      {"authorities", [&] { options.addAuthorities(value); }},
+      {"file", [&] { options.addAuthoritiesFile(value); }},
+      {"system", [&] { options.setSystemTrusted(value == "yes"); }},
+      {"pin", [&] { options.addPin(value); }},
+      {"connect", [&] { options.setConnectTimeout(time()); }},
+      {"answer", [&] { options.setAnswerTimeout(time()); }},
+      {"interval", [&] { options.setReconnectInterval(time()); }},
+      {"factor", [&] { options.setReconnectFactor(std::stod(value)); }},
+      {"most", [&] { options.setMaxReconnectInterval(time()); }},
+      {"jitter", [&] { options.setReconnectJitter(std::stod(value)); }}};
+  for (std::istringstream words(told); words >> name >> value;) named(setters, name)();
+  return options;
 }
 
 /// A client that a script's steps are done to, and what is printed. Time passes, by the client's
@@ -102,6 +126,22 @@ struct Play : ServerTest {
     sdk->addDelegate(recorders[name]);
   }
 
+  /// What parts of its ten seconds, in twentieths, the client waits for when it is dropped.
+  void printWaits(std::size_t times) {
+    std::set<std::int64_t> waits;
+    for (; times > 0; --times) {
+      far().drop();
+      far().run();
+      const auto left =
+          *sdk->connectionState().nextAttempt() - koriva::environment().clock()->now();
+      waits.insert(left / 500ms);
+      sdk->reconnectIfNeed();
+      far().run();
+    }
+    console.take();
+    for (const auto wait : waits) print(std::to_string(wait));
+  }
+
   KRTokenReply reply;
   KRRunLoop& loop = KRRunLoop::main();
   const std::shared_ptr<bool> life = std::make_shared<bool>(true);
@@ -131,6 +171,11 @@ struct Play : ServerTest {
       {"reply", [this](auto&) { reply({}); }},
       {"reply *", [this](auto& it) { reply(it.argument); }},
       {"replyFromAThread *", [this](auto& it) { std::jthread(reply, it.argument); }},
+      {"options *",
+       [this](auto& it) {
+         print(sdk->setConnectionOptions(optionsOf(it.argument)) ? "taken" : "refused");
+       }},
+      {"waits *", [this](auto& it) { printWaits(numberIn(it)); }},
       {"online", [this](auto&) { sdk->networkDidChange(true); }},
       {"offline", [this](auto&) { sdk->networkDidChange(false); }},
       {"foreground", [this](auto&) { sdk->setForeground(true); }},
