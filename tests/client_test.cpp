@@ -120,10 +120,10 @@ struct Play : ServerTest {
       act();
     });
   }
-  void watch(const std::string& name) {
-    recorders[name] = std::make_shared<Recorder>(name);
-    recorders[name]->isWatching = true;
-    sdk->addDelegate(recorders[name]);
+  Recorder& add(const std::string& name) {
+    auto& recorder = recorders.try_emplace(name, std::make_shared<Recorder>(name)).first->second;
+    sdk->addDelegate(recorder);
+    return *recorder;
   }
 
   /// What parts of its ten seconds, in twentieths, the client waits for when it is dropped.
@@ -164,7 +164,8 @@ struct Play : ServerTest {
        [this](auto&) {
          far().push("login", {{"result", 2}, {"uin", "1001"}});
        }},
-      {"watch *", [this](auto& it) { watch(it.argument); }},
+      {"delegate *", [this](auto& it) { add(it.argument); }},
+      {"watch *", [this](auto& it) { add(it.argument).isWatching = true; }},
       {"state", [this](auto&) { print(text(sdk->connectionState())); }},
       {"provider:", [this](auto& it) { provide(it); }},
       {"noProvider", [this](auto&) { sdk->setTokenProvider({}); }},
@@ -194,7 +195,6 @@ struct Play : ServerTest {
       {"frames", [this](auto&) { printFrames(); }},
       {"byteLimit *", [](auto& it) { koriva::timing().limits.outgoingBytes = numberIn(it); }},
       {"join", [this](auto&) { join(); }},
-      {"url", [this](auto&) { print(sdk->setBaseUrl("") ? "taken" : "refused"); }},
       {"url *", [this](auto& it) { print(sdk->setBaseUrl(it.argument) ? "taken" : "refused"); }},
       {"login", [this](auto&) { login(); }},
       {"loginAsNew", [this](auto&) { login(true); }},
@@ -246,12 +246,6 @@ struct Play : ServerTest {
       {"noSink", [](auto&) { koriva::setLogSink({}, KRLogLevel::error); }},
       {"withinSink:", [this](auto& it) { withinSink = doing(it); }},
       {"logoutEvent", [this](auto&) { sdk->sendLogoutEvent(1001, 1); }},
-      {"delegate *",
-       [this](auto& it) {
-         auto& recorder = recorders[it.argument];
-         if (!recorder) recorder = std::make_shared<Recorder>(it.argument);
-         sdk->addDelegate(recorder);
-       }},
       {"within: *", [this](auto& it) { named(recorders, it.argument)->act = doing(it); }},
       {"refuse *", [this](auto& it) { peer->refuse(it.argument == "true"); }},
       {"count *", [this](auto& it) { print(std::to_string(peer->reports(it.argument).size())); }},

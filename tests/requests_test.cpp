@@ -1,5 +1,3 @@
-#include <malloc.h>
-
 #include <set>
 
 #include "tests/support/Harness.h"
@@ -191,25 +189,6 @@ TEST_F(TimedRequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
   EXPECT_EQ(console.take(), "");
   far.advance(1ns);
   EXPECT_EQ(console.take(), outcomes);
-}
-
-TEST_F(TimedRequestsTest, CompleteOnceEachWithTenThousandInFlight) {
-  constexpr std::size_t slack = 1'000'000;
-  std::vector<int> completions(10'000);
-  const auto inUse = mallinfo2().uordblks;
-  for (std::size_t i = 0; i < completions.size(); ++i) {
-    sdk->createJoinGroupLink(std::to_string(i), [&, i](const KRResult<std::string>& link) {
-      completions[i] += link && link.value() == std::to_string(i) ? 1 : 2;
-    });
-  }
-  far.run();
-  for (const auto& request : far.sent()) {
-    far.reply(request, {{"result", 0}, {"link", request.payload.at("group_id")}});
-  }
-  far.forget();
-  far.advance(5s);
-  EXPECT_EQ(completions, std::vector<int>(completions.size(), 1));
-  EXPECT_LE(mallinfo2().uordblks, inUse + slack);
 }
 
 std::string listOf(std::string_view element, std::size_t count) {
