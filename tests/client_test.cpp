@@ -25,7 +25,6 @@ KRConnectionOptions optionsOf(const std::string& told) {
   const auto time = [&] { return std::chrono::milliseconds(std::stoll(value)); };
   const std::map<std::string, std::function<void()>> setters{
       {"proxy", [&] { options.setProxy(value); }},
-      {"authorities", [&] { options.addAuthorities(value); }},
       {"file", [&] { options.addAuthoritiesFile(value); }},
       {"system", [&] { options.setSystemTrusted(value == "yes"); }},
       {"pin", [&] { options.addPin(value); }},
@@ -157,6 +156,7 @@ struct Play : ServerTest {
       {"accept", [this](auto&) { far().accept(); }},
       {"hang", [this](auto&) { far().hang(); }},
       {"drop", [this](auto&) { far().drop(); }},
+      {"lose", [this](auto&) { far().drop(), far().run(), sdk->reconnectIfNeed(); }},
       {"shutDown", [this](auto&) { far().shutDown(); }},
       {"failFor *", [this](auto& it) { far().failAttempts(KRConnectionCause::tls, it.argument); }},
       {"refuseFor *", [this](auto& it) { far().refuse(it.argument); }},

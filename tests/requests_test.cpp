@@ -191,6 +191,21 @@ TEST_F(TimedRequestsTest, FailAfterFiveSecondsWithoutAnAnswer) {
   EXPECT_EQ(console.take(), outcomes);
 }
 
+TEST_F(TimedRequestsTest, CompleteOnceEachWithTenThousandInFlight) {
+  std::vector<int> completions(10'000);
+  for (std::size_t i = 0; i < completions.size(); ++i) {
+    sdk->createJoinGroupLink(std::to_string(i), [&, i](const KRResult<std::string>& link) {
+      completions[i] += link && link.value() == std::to_string(i) ? 1 : 2;
+    });
+  }
+  far.run();
+  for (const auto& request : far.sent()) {
+    far.reply(request, {{"result", 0}, {"link", request.payload.at("group_id")}});
+  }
+  far.advance(5s);
+  EXPECT_EQ(completions, std::vector<int>(completions.size(), 1));
+}
+
 std::string listOf(std::string_view element, std::size_t count) {
   std::string list = "[";
   for (std::size_t i = 0; i < count; ++i) list.append(element) += ',';
