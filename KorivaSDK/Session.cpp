@@ -162,8 +162,7 @@ void KorivaSDK::State::startReconnectTimer() {
   const bool stands = now.phase() == KRConnectionState::Phase::connected;
   const auto& settings = options.members();
   const socketio::Duration interval = settings.intervalAfter(stands ? 1 : now.attempt());
-  const double spared =
-      settings.jitter > 0 ? settings.jitter * environment().chance() : 0;
+  const double spared = settings.jitter > 0 ? settings.jitter * environment().chance() : 0;
   reconnectTimer = std::make_shared<socketio::Alarm>(environment(), interval, fire);
   reconnectTimer->start(interval -
                         std::chrono::duration_cast<socketio::Duration>(interval * spared));
