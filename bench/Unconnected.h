@@ -32,9 +32,9 @@ class Unconnected final : public koriva::socketio::Transport {
   void send(koriva::socketio::Frame frame) override;
   void ping() override {}
   void close() override {}
-  void setIdleLimit(std::chrono::milliseconds /*limit*/) override {}
   void pauseReading(bool /*pause*/) override {}
   [[nodiscard]] std::size_t queuedBytes() const override { return 0; }
+  [[nodiscard]] std::uint64_t writes() const override { return 0; }
 
   std::string lastFrame;  ///< what the client sent last
 

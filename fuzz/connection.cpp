@@ -31,14 +31,12 @@ struct Far final : Transport {
   }
   void ping() override {}
   void close() override { closed = true; }
-  void setIdleLimit(std::chrono::milliseconds limit) override {
-    require(limit >= 2s && limit <= 600s, "idle limits are sane");
-  }
   void pauseReading(bool pause) override {
     require(pause != paused, "reading pauses and goes on in turn");
     paused = pause;
   }
   [[nodiscard]] std::size_t queuedBytes() const override { return sentBytes; }
+  [[nodiscard]] std::uint64_t writes() const override { return 0; }
 
   std::weak_ptr<Listener> listener;
   std::size_t sentBytes = 0;

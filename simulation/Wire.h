@@ -36,12 +36,12 @@ class Wire final : public socketio::Transport,
     life_.onClose(*connection_);
     far_->close();
   }
-  void setIdleLimit(std::chrono::milliseconds limit) override { far_->setIdleLimit(limit); }
   void pauseReading(bool pause) override {
     connection_->isPaused = pause;
     far_->pauseReading(pause);
   }
   [[nodiscard]] std::size_t queuedBytes() const override { return far_->queuedBytes(); }
+  [[nodiscard]] std::uint64_t writes() const override { return far_->writes(); }
 
   void onText(std::string frame) override {
     if (!life_.onArrival(*connection_, frame)) return;

@@ -196,7 +196,6 @@ void Connection::onHandshake(std::string_view json) {
   maxPayload_ = handshake->maxPayload;
   heartbeatLimit_ = std::chrono::milliseconds(handshake->pingInterval + handshake->pingTimeout);
   lastHeartbeat_ = clock_->now();
-  transport_->setIdleLimit(heartbeatLimit_);
   watchHeartbeat();
   state_ = State::joining;
   transport_->send(encodeConnect(nsp_));
@@ -209,8 +208,13 @@ void Connection::watchHeartbeat() {
     if (self->clock_->now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
       return self->fail({Cause::lost, "the server's heartbeat stopped"});
     }
+    if (self->stuckAt_ == self->transport_->writes()) {
+      return self->fail({Cause::lost, "the server takes nothing any more"});
+    }
     self->watchHeartbeat();
   });
+  stuckAt_.reset();
+  if (transport_->queuedBytes() > 0) stuckAt_ = transport_->writes();
 }
 
 void Connection::probe(Duration limit) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -41,12 +42,12 @@ class Transport {
   /// Closes in the background once everything sent has left, within a few seconds. The listener
   /// hears nothing more.
   virtual void close() = 0;
-  /// Ends a connection on which nothing at all arrives for this long.
-  virtual void setIdleLimit(std::chrono::milliseconds limit) = 0;
   /// Stops taking messages from the network, or goes on.
   virtual void pauseReading(bool pause) = 0;
   /// What `send` took and the network did not yet. From any thread.
   [[nodiscard]] virtual std::size_t queuedBytes() const = 0;
+  /// How often the network took some of it.
+  [[nodiscard]] virtual std::uint64_t writes() const = 0;
 };
 
 /// What lies outside of the library, and can be replaced: time, the way to a server,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <boost/asio/bind_executor.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -16,8 +17,11 @@
 #include <deque>
 #include <optional>
 
+#include "extensions/JSONText.h"
+#include "socketio/FrameBuffer.h"
 #include "socketio/Platform.h"
 #include "socketio/Resolver.h"
+#include "socketio/Stream.h"
 #include "socketio/TransportOptions.h"
 
 namespace koriva::socketio {
@@ -33,8 +37,6 @@ using tcp = asio::ip::tcp;
 
 constexpr auto attemptDelay = std::chrono::milliseconds(250);
 constexpr auto closeLimit = std::chrono::seconds(3);
-
-using TcpSocket = asio::basic_stream_socket<tcp, Executor>;
 
 error_code openSocket(TcpSocket& socket, const tcp& protocol) {
   const int opened = platform::openTcpSocket(protocol == tcp::v6());
@@ -63,51 +65,6 @@ bool verifyHost(SSL* handle, const Endpoint& endpoint) {
          SSL_set_tlsext_host_name(handle, name.c_str()) == 1;
 }
 
-/// Plain TCP or TLS over it, chosen at run time so that the WebSocket code exists once.
-class Stream {
- public:
-  using executor_type = Executor;
-
-  /// With a session, TLS.
-  Stream(const Executor& executor, SSL* session) : tcp_(executor) {
-    if (session) tls_.emplace(tcp_, session);
-  }
-
-  executor_type get_executor() { return tcp_.get_executor(); }
-  TcpSocket& tcpSocket() { return tcp_; }
-  std::optional<ssl::stream<TcpSocket&>>& tlsStream() { return tls_; }
-
-  template <class Buffers, class Handler>
-  auto async_read_some(const Buffers& buffers, Handler&& handler) {
-    return tls_ ? tls_->async_read_some(buffers, std::forward<Handler>(handler))
-                : tcp_.async_read_some(buffers, std::forward<Handler>(handler));
-  }
-
-  template <class Buffers, class Handler>
-  auto async_write_some(const Buffers& buffers, Handler&& handler) {
-    return tls_ ? tls_->async_write_some(buffers, std::forward<Handler>(handler))
-                : tcp_.async_write_some(buffers, std::forward<Handler>(handler));
-  }
-
-  // Beast waits for the peer's FIN without limit; the Close frames have said all there is to say.
-  template <class Handler>
-  friend void async_teardown(beast::role_type, Stream& stream, Handler&& handler) {
-    error_code ignored;
-    stream.tcp_.shutdown(tcp::socket::shutdown_both, ignored);
-    asio::post(stream.get_executor(),
-               [handler = std::forward<Handler>(handler)]() mutable { handler(error_code{}); });
-  }
-
-  friend void beast_close_socket(Stream& stream) {
-    error_code ignored;
-    stream.tcp_.close(ignored);
-  }
-
- private:
-  TcpSocket tcp_;
-  std::optional<ssl::stream<TcpSocket&>> tls_;
-};
-
 struct ProxyTalk {
   ProxyTalk(const Proxy& proxy, const Endpoint& server) : handshake(proxy, server) {}
 
@@ -118,18 +75,22 @@ struct ProxyTalk {
 class WebSocket final : public Transport, public std::enable_shared_from_this<WebSocket> {
  public:
   explicit WebSocket(const Environment& environment)
-      : environment_(environment), attemptTimer_(environment.io()), closeTimer_(environment.io()) {}
+      : environment_(environment),
+        attemptTimer_(environment.io()),
+        socket_(std::make_shared<BufferedSocket>(environment.io())),
+        ws_(socket_),
+        closeTimer_(environment.io()) {}
 
   void open(const Endpoint& endpoint, const std::string& target, const TransportOptions& options,
             std::weak_ptr<Listener> listener) override;
   void send(Frame frame) override;
   void ping() override;
   void close() override;
-  void setIdleLimit(std::chrono::milliseconds limit) override { setTimeouts(limit); }
   void pauseReading(bool pause) override;
   [[nodiscard]] std::size_t queuedBytes() const override {
-    return queuedBytes_.load(std::memory_order_relaxed);
+    return queuedBytes_.load(std::memory_order_relaxed) + socket_->unsentBytes();
   }
+  [[nodiscard]] std::uint64_t writes() const override { return socket_->writes(); }
 
  private:
   enum class State { connecting, open, closing, closed };
@@ -148,20 +109,22 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   void handshake();
   void onHandshake(error_code error);
   void applyOptions();
-  void setTimeouts(Duration idle);
   void read();
   void onRead(error_code error);
   void writeNext();
+  void refuseText();
   void closeGracefully();
   void limitClosing();
   void drop();
   void fail(Cause cause, const std::string& what, const error_code& error);
+  void tell(Ending ending);
 
   const Environment& environment_;
   Addresses addresses_;  // still to be tried, the next one last
   std::vector<std::shared_ptr<TcpSocket>> attempts_;
   SystemTimer attemptTimer_;
-  std::optional<websocket::stream<Stream, true>> ws_;
+  const std::shared_ptr<BufferedSocket> socket_;
+  websocket::stream<Stream, true> ws_;
   SystemTimer closeTimer_;
   websocket::response_type response_;
   std::weak_ptr<Listener> listener_;
@@ -170,10 +133,10 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   TransportOptions options_;
   std::unique_ptr<ProxyTalk> proxy_;  // until it has opened the way
   State state_ = State::connecting;
+  websocket::close_code closeCode_ = websocket::close_code::normal;
   std::shared_ptr<void> closing_;  // while closing
 
-  std::string incoming_;
-  std::optional<decltype(asio::dynamic_buffer(incoming_))> incomingBuffer_;
+  FrameBuffer incoming_;
   bool reading_ = false;
   bool readingPaused_ = false;
   bool pinging_ = false;
@@ -189,7 +152,7 @@ void WebSocket::open(const Endpoint& endpoint, const std::string& target,
   target_ = target;
   listener_ = std::move(listener);
   try {
-    ws_.emplace(environment_.io(), endpoint.tls() ? newSession(options) : nullptr);
+    if (endpoint.tls()) socket_->useTls(newSession(options));
   } catch (const boost::system::system_error& failure) {
     return asio::post(environment_.io(), [self = shared_from_this(), error = failure.code()] {
       if (self->state_ == State::connecting) self->fail(Cause::local, "cannot connect", error);
@@ -262,14 +225,14 @@ void WebSocket::onAttempt(const std::shared_ptr<TcpSocket>& socket, error_code e
   abandonAttempts();
   error_code ignored;
   socket->set_option(tcp::no_delay(true), ignored);
-  ws_->next_layer().tcpSocket() = std::move(*socket);
+  socket_->tcp() = std::move(*socket);
   if (!options_.proxy) return greetServer();
   proxy_ = std::make_unique<ProxyTalk>(*options_.proxy, *endpoint_);
   askProxy();
 }
 
 void WebSocket::askProxy() {
-  asio::async_write(ws_->next_layer().tcpSocket(), asio::buffer(proxy_->handshake.question()),
+  asio::async_write(socket_->tcp(), asio::buffer(proxy_->handshake.question()),
                     [self = shared_from_this()](error_code error, std::size_t) {
                       if (self->state_ != State::connecting) return;
                       error ? self->failAtProxy(error) : self->hearProxy();
@@ -277,7 +240,7 @@ void WebSocket::askProxy() {
 }
 
 void WebSocket::hearProxy() {
-  ws_->next_layer().tcpSocket().async_read_some(
+  socket_->tcp().async_read_some(
       asio::buffer(proxy_->heard), [self = shared_from_this()](error_code error, std::size_t size) {
         if (self->state_ != State::connecting) return;
         error ? self->failAtProxy(error) : self->onProxy({self->proxy_->heard.data(), size});
@@ -312,7 +275,7 @@ void WebSocket::abandonAttempts() {
 }
 
 void WebSocket::startTls() {
-  auto& tls = *ws_->next_layer().tlsStream();
+  auto& tls = *socket_->tls();
   SSL* const handle = tls.native_handle();
   if (!verifyHost(handle, *endpoint_))
     return fail(Cause::tls, "the server's certificate cannot be verified", {});
@@ -329,21 +292,24 @@ void WebSocket::startTls() {
 }
 
 void WebSocket::applyOptions() {
-  setTimeouts(websocket::stream_base::none());
+  // What comes too late afterwards, or not at all, is for the connection to judge.
+  ws_.set_option(websocket::stream_base::timeout{.handshake_timeout = options_.upgradeLimit,
+                                                 .idle_timeout = websocket::stream_base::none(),
+                                                 .keep_alive_pings = false});
   // Chat frames are small: a cheap level, and only where there is something to gain.
   websocket::permessage_deflate deflate;
   deflate.client_enable = true;
   deflate.compLevel = 3;
   deflate.memLevel = 8;
   deflate.msg_size_threshold = 1024;
-  ws_->set_option(deflate);
-  ws_->set_option(websocket::stream_base::decorator([](websocket::request_type& request) {
+  ws_.set_option(deflate);
+  ws_.set_option(websocket::stream_base::decorator([](websocket::request_type& request) {
     // Beast names the default window sizes as well, which some servers refuse.
     request.set(http::field::sec_websocket_extensions, "permessage-deflate");
   }));
-  ws_->read_message_max(maxIncomingBytes);
-  ws_->text(true);
-  ws_->control_callback(
+  ws_.read_message_max(maxIncomingBytes);
+  ws_.text(true);
+  ws_.control_callback(
       [weak = weak_from_this()](websocket::frame_type type, beast::string_view /*payload*/) {
         const auto self = weak.lock();
         if (!self) return;
@@ -355,8 +321,8 @@ void WebSocket::applyOptions() {
 
 void WebSocket::handshake() {
   applyOptions();
-  ws_->async_handshake(response_, endpoint_->authority(), target_,
-                       [self = shared_from_this()](error_code error) { self->onHandshake(error); });
+  ws_.async_handshake(response_, endpoint_->authority(), target_,
+                      [self = shared_from_this()](error_code error) { self->onHandshake(error); });
 }
 
 void WebSocket::onHandshake(error_code error) {
@@ -380,11 +346,11 @@ void WebSocket::onHandshake(error_code error) {
 
 void WebSocket::read() {
   reading_ = true;
-  incoming_.clear();
-  incomingBuffer_.emplace(incoming_);
-  ws_->async_read(*incomingBuffer_, [self = shared_from_this()](error_code error, std::size_t) {
-    self->onRead(error);
-  });
+  ws_.async_read(incoming_,
+                 asio::bind_executor(Turns(*socket_),
+                                     [self = shared_from_this()](error_code error, std::size_t) {
+                                       self->onRead(error);
+                                     }));
 }
 
 void WebSocket::onRead(error_code error) {
@@ -395,22 +361,24 @@ void WebSocket::onRead(error_code error) {
   }
   if (error) return fail(Cause::lost, "connection lost", error);
 
-  const bool text = ws_->got_text();
-  std::string frame = std::move(incoming_);
+  const bool text = ws_.got_text();
+  std::string frame = incoming_.take();
+  if (text && !json::isUtf8(frame)) return refuseText();
   if (!readingPaused_) read();
   const auto listener = listener_.lock();
   if (!listener) return;
   text ? listener->onText(std::move(frame)) : listener->onBinary(std::move(frame));
 }
 
+void WebSocket::refuseText() {
+  closeCode_ = websocket::close_code::bad_payload;
+  tell({Cause::lost, "connection lost: the server sent a text that is not UTF-8"});
+  if (state_ == State::open) close();
+}
+
 void WebSocket::pauseReading(bool pause) {
   readingPaused_ = pause;
   if (!pause && !reading_ && state_ == State::open) read();
-}
-
-void WebSocket::setTimeouts(Duration idle) {
-  ws_->set_option(websocket::stream_base::timeout{
-      .handshake_timeout = options_.upgradeLimit, .idle_timeout = idle, .keep_alive_pings = false});
 }
 
 void WebSocket::send(Frame frame) {
@@ -422,22 +390,22 @@ void WebSocket::send(Frame frame) {
 
 void WebSocket::ping() {
   if (state_ != State::open || std::exchange(pinging_, true)) return;
-  ws_->async_ping({}, [self = shared_from_this()](error_code error) {
+  ws_.async_ping({}, [self = shared_from_this()](error_code error) {
     self->pinging_ = false;
     if (error && self->state_ == State::open) self->fail(Cause::lost, "connection lost", error);
   });
 }
 
 void WebSocket::writeNext() {
-  ws_->async_write(asio::buffer(outgoing_.front().view()),
-                   [self = shared_from_this()](error_code error, std::size_t) {
-                     self->queuedBytes_ -= self->outgoing_.front().footprint();
-                     self->outgoing_.pop_front();
-                     if (self->state_ != State::open && self->state_ != State::closing) return;
-                     if (error) return self->fail(Cause::lost, "connection lost", error);
-                     if (!self->outgoing_.empty()) return self->writeNext();
-                     if (self->state_ == State::closing) self->closeGracefully();
-                   });
+  ws_.async_write(asio::buffer(outgoing_.front().view()),
+                  [self = shared_from_this()](error_code error, std::size_t) {
+                    self->queuedBytes_ -= self->outgoing_.front().footprint();
+                    self->outgoing_.pop_front();
+                    if (self->state_ != State::open && self->state_ != State::closing) return;
+                    if (error) return self->fail(Cause::lost, "connection lost", error);
+                    if (!self->outgoing_.empty()) return self->writeNext();
+                    if (self->state_ == State::closing) self->closeGracefully();
+                  });
 }
 
 void WebSocket::close() {
@@ -449,8 +417,7 @@ void WebSocket::close() {
 }
 
 void WebSocket::closeGracefully() {
-  ws_->async_close(websocket::close_code::normal,
-                   [self = shared_from_this()](error_code) { self->drop(); });
+  ws_.async_close(closeCode_, [self = shared_from_this()](error_code) { self->drop(); });
 }
 
 void WebSocket::limitClosing() {
@@ -469,15 +436,17 @@ void WebSocket::drop() {
   state_ = State::closed;
   abandonAttempts();
   closeTimer_.cancel();
-  if (ws_) beast::close_socket(ws_->next_layer());
+  socket_->close();
 }
 
 void WebSocket::fail(Cause cause, const std::string& what, const error_code& error) {
-  const bool tell = state_ != State::closing;
+  const bool isHeard = state_ != State::closing;
   drop();
-  const auto listener = listener_.lock();
-  if (!tell || !listener) return;
-  listener->onClosed({cause, error ? what + ": " + error.message() : what});
+  if (isHeard) tell({cause, error ? what + ": " + error.message() : what});
+}
+
+void WebSocket::tell(Ending ending) {
+  if (const auto listener = listener_.lock()) listener->onClosed(std::move(ending));
 }
 
 }  // namespace

@@ -177,15 +177,13 @@ class Server::World::Connection final : public Transport,
     pings_->cancel();
   }
 
-  // The connection's own watchdog, which waits as long, hears less.
-  void setIdleLimit(std::chrono::milliseconds /*limit*/) override {}
-
   void pauseReading(bool pause) override {
     isPaused_ = pause;
     for (auto left = incoming_.size(); left > 0 && !pause; --left) deliverLater();
   }
 
   [[nodiscard]] std::size_t queuedBytes() const override { return queuedBytes_; }
+  [[nodiscard]] std::uint64_t writes() const override { return reads_; }
 
   [[nodiscard]] bool isOpen() const { return isOpen_; }
   [[nodiscard]] bool isJoined() const { return isOpen_ && isJoined_; }
@@ -239,6 +237,7 @@ class Server::World::Connection final : public Transport,
     const auto [frame, request] = std::move(unread_.front());
     unread_.pop_front();
     queuedBytes_ -= frame.size();
+    ++reads_;
     if (frame.starts_with("40")) join();
     if (frame.starts_with("41")) isJoined_ = false;
     if (request) answer(*request);
@@ -306,6 +305,7 @@ class Server::World::Connection final : public Transport,
   std::deque<Unread> unread_;
   std::map<std::uint64_t, std::string> unanswered_;
   std::size_t queuedBytes_ = 0;
+  std::uint64_t reads_ = 0;
   bool isOpen_ = false;
   bool isGreeted_ = false;
   bool isJoined_ = false;

@@ -70,14 +70,13 @@ struct Fault {
     if (script.find("<>") == script.npos) refuse(place, "the heading has no place for it");
     script.replace(script.find("<>"), 2, row.input);
     if (isOver("timed out")) limits.connect = 500ms;
-    if (isSlow) limits.outgoingBytes = 1 << 20;
+    if (isOver("does not read")) limits.outgoingBytes = 1 << 20;
   }
   bool isOver(const char* reason) const { return outcome.find(reason) != outcome.npos; }
 
   std::string place, outcome, script;
   bool lives = outcome.find_first_not_of("0123456789") == outcome.npos;
   bool isTls = script.starts_with("hello");
-  bool isSlow = isOver("heartbeat") || isOver("does not read");
   Limits limits = patient;
 };
 
