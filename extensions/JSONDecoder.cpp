@@ -103,7 +103,7 @@ class Decoder : public Reader {
         return record(at + 1, *type.coding->table, open(type, member));
       case Kind::records:
         if (first != '[') break;
-        return records(at + 1, *type.coding->table, open(type, member));
+        return records(at + 1, type, open(type, member));
     }
     return skipWrong(at);
   }
@@ -221,7 +221,8 @@ class Decoder : public Reader {
     return true;
   }
 
-  const char* records(const char* begin, const Table& table, void* list) {
+  const char* records(const char* begin, const Type& type, void* list) {
+    const Table& table = *type.coding->table;
     const bool isPage = depth() == 1;
     std::size_t count = 0;
     std::size_t capacity = 0;
@@ -233,9 +234,9 @@ class Decoder : public Reader {
         const auto read = static_cast<std::size_t>(at - begin);
         next = std::min(count + 1 + left(at) * count / read, 16 * count);
       }
-      const auto reserve = [&](std::size_t size) { table.reserve(list, size); };
+      const auto reserve = [&](std::size_t size) { type.list->reserve(list, size); };
       if (!grow(count++, capacity, next, table.size, reserve)) return failForRoom();
-      return record(at + 1, table, table.append(list));
+      return record(at + 1, table, type.list->append(list));
     });
   }
 

@@ -53,8 +53,9 @@ bool appendMember(std::string& out, std::string_view key, std::string_view value
   return appendText(out, value);
 }
 
-bool appendRecords(std::string& out, const Table& table, const void* list) {
-  const auto [first, count] = table.elements(list);
+bool appendRecords(std::string& out, const Type& type, const void* list) {
+  const Table& table = *type.coding->table;
+  const auto [first, count] = type.list->elements(list);
   out += '[';
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) out += ',';
@@ -86,7 +87,7 @@ bool appendPresent(std::string& out, const Type& type, const void* value) {
     case Kind::record:
       return appendRecord(out, *type.coding->table, value);
     case Kind::records:
-      return appendRecords(out, *type.coding->table, value);
+      return appendRecords(out, type, value);
   }
   return false;
 }

@@ -63,11 +63,24 @@ enum class Kind : std::uint8_t {
   records,
 };
 
+struct Elements {
+  const void* first;
+  std::size_t count;
+};
+
+/// How a list of records grows and is walked.
+struct List {
+  void (*reserve)(void* list, std::size_t count);
+  void* (*append)(void* list);
+  Elements (*elements)(const void* list);
+};
+
 /// What the coder must know of a member's type.
 struct Type {
   Kind kind = Kind::text;
   /// Of a record, or of the elements of a list of records.
   const Coding* coding = nullptr;
+  const List* list = nullptr;
   /// Makes room in an optional member and returns where its value goes; null for other types.
   void* (*open)(void* member) = nullptr;
   /// The value inside an optional, null when absent; null for other types.
@@ -85,11 +98,6 @@ struct Member {
   std::string_view commaToColon() const { return {key.data() - 2, key.size() + 4}; }
 };
 
-struct Elements {
-  const void* first;
-  std::size_t count;
-};
-
 namespace detail {
 
 struct Table {
@@ -105,9 +113,6 @@ struct Table {
   bool (*write)(const void* record, std::string& out) = nullptr;
   /// Reads a whole document that says the record in other words.
   boost::system::error_code (*read)(void* record, std::string_view json, Room& room) = nullptr;
-  void (*reserve)(void* list, std::size_t count) = nullptr;
-  void* (*append)(void* list) = nullptr;
-  Elements (*elements)(const void* list) = nullptr;
 };
 
 }  // namespace detail
@@ -187,6 +192,15 @@ struct ListOf<std::vector<T>> {
   using Element = T;
 };
 
+template <class R>
+inline constexpr List listOf{
+    [](void* list, std::size_t count) { static_cast<std::vector<R>*>(list)->reserve(count); },
+    [](void* list) -> void* { return &static_cast<std::vector<R>*>(list)->emplace_back(); },
+    [](const void* list) {
+      const auto& records = *static_cast<const std::vector<R>*>(list);
+      return Elements{records.data(), records.size()};
+    }};
+
 template <class T>
 constexpr Type makeType() {
   using Value = typename Unwrapped<T>::Value;
@@ -219,6 +233,7 @@ constexpr Type makeType() {
   } else if constexpr (!std::is_void_v<Element>) {
     type.kind = Kind::records;
     type.coding = &codingOf<Element>();
+    type.list = &listOf<Element>;
   } else {
     type.kind = Kind::record;
     type.coding = &codingOf<Value>();
@@ -278,16 +293,6 @@ constexpr Table makeTable() {
   Table table;
   table.size = sizeof(R);
   table.pristine = &pristine<R>;
-  table.reserve = [](void* list, std::size_t count) {
-    static_cast<std::vector<R>*>(list)->reserve(count);
-  };
-  table.append = [](void* list) -> void* {
-    return &static_cast<std::vector<R>*>(list)->emplace_back();
-  };
-  table.elements = [](const void* list) {
-    const auto& records = *static_cast<const std::vector<R>*>(list);
-    return Elements{records.data(), records.size()};
-  };
   return table;
 }
 

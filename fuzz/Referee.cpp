@@ -169,9 +169,9 @@ bool fillReal(double& real, const Value& number) {
 
 bool fillRecord(const Coding& coding, void* record, const Value& value, Room& room);
 
-bool fillRecords(const Coding& coding, void* list, const Value& value, Room& room) {
+bool fillRecords(const Type& type, void* list, const Value& value, Room& room) {
   return std::ranges::all_of(value.elements, [&](const Value& element) {
-    return fillRecord(coding, coding.table->append(list), element, room);
+    return fillRecord(*type.coding, type.list->append(list), element, room);
   });
 }
 
@@ -215,7 +215,7 @@ bool fillMember(const Type& type, void* member, const Value& value, Room& room) 
     case Kind::record:
       return fillRecord(*type.coding, member, value, room);
     case Kind::records:
-      return value.kind == kind::array && fillRecords(*type.coding, member, value, room);
+      return value.kind == kind::array && fillRecords(type, member, value, room);
   }
   return false;
 }
