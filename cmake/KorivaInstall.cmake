@@ -71,6 +71,9 @@ set(runtime_package libkorivasdk${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+if(KORIVA_PACK_RELOCATIONS) # of which dpkg-shlibdeps learns nothing, as no symbol stands for it
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.36)")
+endif()
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libkorivasdk-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
