@@ -156,7 +156,13 @@ export const topics = {
         of: alone(attached),
         per: alone(run),
       },
-      { what: 'CPU, 64 in flight, floor ÷ run()', least: 0.75, of: many(beast), per: many(run) },
+      { what: 'CPU, 64 in flight, run() ÷ floor', most: 1, of: many(run), per: many(beast) },
+      ...[run, attached].map((candidate) => ({
+        what: `requests/s, 64 in flight, ${candidate.split(' ')[1]} ÷ floor`,
+        least: 1,
+        of: many(candidate, 'rate'),
+        per: many(beast, 'rate'),
+      })),
       {
         what: 'CPU, one at a time, run() ÷ JavaScript',
         most: 0.25,
@@ -194,12 +200,12 @@ export const topics = {
       },
     ],
     targets: [
-      {
-        what: 'delegate call beyond bare decode, ns',
-        most: 188,
-        of: ['receive', '*', 'delegate call', 'ns'],
-        beyond: ['receive', '*', 'bare decode', 'ns'],
-      },
+      ...['text message', 'image message', 'typing'].map((push) => ({
+        what: `delegate call beyond bare decode, ns, ${push}`,
+        most: push === 'typing' ? 130 : 188,
+        of: ['receive', push, 'delegate call', 'ns'],
+        beyond: ['receive', push, 'bare decode', 'ns'],
+      })),
     ],
   },
   connect: {
@@ -290,6 +296,13 @@ export const topics = {
         better: 'more',
       },
     ],
-    targets: [],
+    targets: [
+      {
+        what: 'pushes/s, run() ÷ floor',
+        least: 0.75,
+        of: ['pushes', 'C++ server', run, 'rate'],
+        per: ['pushes', 'C++ server', beast, 'rate'],
+      },
+    ],
   },
 };
