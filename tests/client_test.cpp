@@ -173,8 +173,12 @@ struct Play : ServerTest {
       {"reply *", [this](auto& it) { reply(it.argument); }},
       {"replyFromAThread *", [this](auto& it) { std::jthread(reply, it.argument); }},
       {"options *",
+       [this](auto& it) { EXPECT_TRUE(sdk->setConnectionOptions(optionsOf(it.argument))); }},
+      {"refuses *",
        [this](auto& it) {
-         print(sdk->setConnectionOptions(optionsOf(it.argument)) ? "taken" : "refused");
+         std::string each;
+         for (std::istringstream all(it.argument); std::getline(all, each, ',');)
+           EXPECT_FALSE(sdk->setConnectionOptions(optionsOf(each))) << each;
        }},
       {"waits *", [this](auto& it) { printWaits(numberIn(it)); }},
       {"online", [this](auto&) { sdk->networkDidChange(true); }},
