@@ -67,7 +67,8 @@ TEST(Proxy, IsAskedForTheWay) {
 
 TEST(Proxy, IsToldNoNameThatIsTooLong) {
   const auto server = Endpoint::parse("http://" + std::string(256, 'a'));
-  ProxyHandshake handshake(*Proxy::parse("socks5h://proxy.test"), *server);
+  const auto proxy = Proxy::parse("socks5h://proxy.test");
+  ProxyHandshake handshake(*proxy, *server);
   EXPECT_EQ(handshake.hear(std::string("\5\0", 2)), ProxyHandshake::Step::failed);
 }
 
