@@ -205,24 +205,28 @@ void Connection::watchHeartbeat() {
   heartbeatTimer_->set(lastHeartbeat_ + heartbeatLimit_, [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self) return;
-    if (self->clock_->now() - self->lastHeartbeat_ >= self->heartbeatLimit_) {
+    const auto now = self->clock_->now();
+    if (now - self->lastHeartbeat_ >= self->heartbeatLimit_) {
       return self->fail({Cause::lost, "the server's heartbeat stopped"});
     }
-    if (self->stuckAt_ == self->transport_->writes()) {
+    const bool isStuck = self->stuckAt_ == self->transport_->writes();
+    if (isStuck && now - self->stuckSince_ >= self->heartbeatLimit_ / 2) {
       return self->fail({Cause::lost, "the server takes nothing any more"});
     }
     self->watchHeartbeat();
   });
-  stuckAt_.reset();
-  if (transport_->queuedBytes() > 0) stuckAt_ = transport_->writes();
+  if (transport_->queuedBytes() == 0) return stuckAt_.reset();
+  if (stuckAt_ == transport_->writes()) return;
+  stuckAt_ = transport_->writes();
+  stuckSince_ = clock_->now();
 }
 
 void Connection::probe(Duration limit) {
   runOnIo([this, limit] {
     if (state_ != State::joined || probeTimer_) return;
     probeTimer_ = clock_->makeTimer();
+    watchProbe(limit);  // before the ping waits to be sent, too
     transport_->ping();
-    watchProbe(limit);
   });
 }
 

@@ -163,8 +163,9 @@ class Connection final : public Transport::Listener,
   std::chrono::milliseconds heartbeatLimit_{};
   TimePoint lastHeartbeat_;
   std::optional<std::uint64_t> stuckAt_;  // unless there are more writes
-  std::shared_ptr<Timer> probeTimer_;     ///< null unless a pong is awaited
-  bool wasHeard_ = false;                 ///< since the probe's timer was set
+  TimePoint stuckSince_;
+  std::shared_ptr<Timer> probeTimer_;  ///< null unless a pong is awaited
+  bool wasHeard_ = false;              ///< since the probe's timer was set
   std::uint64_t maxPayload_ = 0;
   std::optional<Message> partial_;  ///< a binary packet whose attachments are still to come
   bool isPaused_ = false;

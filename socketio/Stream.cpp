@@ -69,6 +69,7 @@ void BufferedSocket::completeRead(Error error, std::size_t size) {
 }
 
 void BufferedSocket::flush() {
+  isDeparting_.reset();
   if (!leaving_.empty()) return;
   if (!gathered_.empty()) {
     leaving_.swap(gathered_);
@@ -124,7 +125,8 @@ void BufferedSocket::advance() {
       const auto arrived = asio::buffer(ahead_.get() + aheadBegin_, aheadEnd_ - aheadBegin_);
       const auto size = asio::buffer_copy(target_, arrived);
       aheadBegin_ += size;
-      if (aheadBegin_ == aheadEnd_ && !readsAhead_) ahead_.reset();
+      if (aheadBegin_ == aheadEnd_) aheadBegin_ = aheadEnd_ = 0;
+      if (aheadEnd_ == 0 && !readsAhead_) ahead_.reset();
       completeRead({}, size);
     } else {
       break;
@@ -134,13 +136,14 @@ void BufferedSocket::advance() {
 }
 
 void BufferedSocket::advanceLater() {
-  if (std::exchange(advancesLater_, true)) return;
+  if (advancesLater_) return;
   asio::post(tcp_.get_executor(), [turn = Turn(shared_from_this())]() mutable {
     const auto self = turn.take();
     self->advancesLater_ = false;
     self->advance();
     self->flush();
   });
+  advancesLater_ = true;
 }
 
 void BufferedSocket::countUnsent() {

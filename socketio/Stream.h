@@ -29,7 +29,8 @@ class BufferedSocket : public std::enable_shared_from_this<BufferedSocket> {
  public:
   using Error = boost::system::error_code;
 
-  explicit BufferedSocket(const Executor& executor) : tcp_(executor) {}
+  explicit BufferedSocket(const Environment& environment)
+      : environment_(environment), tcp_(environment.io()) {}
 
   /// Takes the session.
   void useTls(SSL* session) { tls_.emplace(tcp_, session); }
@@ -63,6 +64,7 @@ class BufferedSocket : public std::enable_shared_from_this<BufferedSocket> {
     gathered_.resize(before + size);
     boost::asio::buffer_copy(boost::asio::buffer(&gathered_[before], size), buffers);
     countUnsent();
+    if (!isDeparting_) isDeparting_ = environment_.closing();
     onWritten_.emplace([this, size, handler = std::forward<Handler>(handler)](Error = {}) mutable {
       handler(error_, error_ ? 0 : size);
     });
@@ -102,6 +104,7 @@ class BufferedSocket : public std::enable_shared_from_this<BufferedSocket> {
   void fail(Error error);
   void abandon();
 
+  const Environment& environment_;
   TcpSocket tcp_;
   std::optional<boost::asio::ssl::stream<TcpSocket&>> tls_;
   Error error_;  // from which on nothing is sent
@@ -118,7 +121,8 @@ class BufferedSocket : public std::enable_shared_from_this<BufferedSocket> {
 
   boost::beast::saved_handler onWritten_;
   std::string gathered_;
-  std::string leaving_;  // is being written
+  std::string leaving_;                // is being written
+  std::shared_ptr<void> isDeparting_;  // until the network was offered what has been gathered
   std::size_t left_ = 0;
   std::atomic<std::size_t> unsent_ = 0;
   std::uint64_t writes_ = 0;
@@ -151,9 +155,6 @@ class Stream {
   using executor_type = Executor;
 
   explicit Stream(std::shared_ptr<BufferedSocket> socket) : socket_(std::move(socket)) {}
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-  ~Stream() { socket_->close(); }
 
   executor_type get_executor() { return socket_->tcp().get_executor(); }
 

@@ -77,7 +77,7 @@ class WebSocket final : public Transport, public std::enable_shared_from_this<We
   explicit WebSocket(const Environment& environment)
       : environment_(environment),
         attemptTimer_(environment.io()),
-        socket_(std::make_shared<BufferedSocket>(environment.io())),
+        socket_(std::make_shared<BufferedSocket>(environment)),
         ws_(socket_),
         closeTimer_(environment.io()) {}
 
