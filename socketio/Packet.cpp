@@ -5,6 +5,7 @@
 
 #include "extensions/JSONItems.h"
 #include "extensions/JSONReader.h"
+#include "extensions/JSONText.h"
 
 namespace koriva::socketio {
 namespace {
@@ -131,6 +132,8 @@ std::string withNamespace(std::string_view type, std::string_view nsp) {
 }
 
 }  // namespace
+
+bool isText(std::string_view message) { return json::isUtf8(message); }
 
 std::optional<Packet> parsePacket(std::string_view text) {
   if (text.empty() || text.front() < '0' || text.front() > '6') return std::nullopt;

@@ -34,6 +34,9 @@ struct Packet {
 
 inline constexpr std::size_t maxAttachments = 64;
 
+/// Whether a message that says it is a text is one: whether it is UTF-8.
+bool isText(std::string_view message);
+
 /// Parses what follows the Engine.IO type "4"; nothing when it is no well-formed packet. The
 /// payload is only delimited here: whoever reads it finds out whether it is valid JSON, so that
 /// it is gone through once.

@@ -17,8 +17,8 @@
 #include <deque>
 #include <optional>
 
-#include "extensions/JSONText.h"
 #include "socketio/FrameBuffer.h"
+#include "socketio/Packet.h"
 #include "socketio/Platform.h"
 #include "socketio/Resolver.h"
 #include "socketio/Stream.h"
@@ -363,7 +363,7 @@ void WebSocket::onRead(error_code error) {
 
   const bool text = ws_.got_text();
   std::string frame = incoming_.take();
-  if (text && !json::isUtf8(frame)) return refuseText();
+  if (text && !isText(frame)) return refuseText();
   if (!readingPaused_) read();
   const auto listener = listener_.lock();
   if (!listener) return;
