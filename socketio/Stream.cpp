@@ -9,10 +9,10 @@ namespace asio = boost::asio;
 
 namespace {
 
-constexpr std::size_t aheadSize = 16 * 1024;
+constexpr std::size_t aheadSize = std::size_t{16} * 1024;
 // With less than this at once, reading ahead saves nothing.
 constexpr std::size_t crowd = 1536;
-constexpr std::size_t gatherLimit = 16 * 1024;
+constexpr std::size_t gatherLimit = std::size_t{16} * 1024;
 constexpr std::size_t keptCapacity = 4096;
 
 }  // namespace

@@ -42,7 +42,7 @@ struct Streams : testing::Test {
   }
 
   /// Writes all, part by part, and then ends the stream.
-  void write(std::string text, std::size_t partSize) {
+  void write(const std::string& text, std::size_t partSize) {
     if (text.empty()) return near->shutDown([this](error_code) { hasShutDown = true; });
     const auto part = text.substr(0, partSize);
     near->write(asio::buffer(part),
